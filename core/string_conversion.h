@@ -23,7 +23,7 @@ std::basic_string_view<Ch> conversionSource(const Ch* src, int length) {
 /// is not there; `write` fills `dst`.
 template <class Ch, class Write>
 int deliver(size_t units, Ch* dst, int dstLen, Write write) {
-    if (units > 0x7FFFFFFF) return 0;
+    if (units == 0 || units > 0x7FFFFFFF) return 0;
     const auto result = static_cast<int>(units);
     if (dst == nullptr || dstLen == 0) return result;
     if (dstLen < result) return 0;
