@@ -155,7 +155,7 @@ void TString<Ch>::assignConverted(OtherView text) {
     const size_t units = text::convertedLength(text);
     makePrivate();
     ensureCapacity(units, false);
-    setLength(text::convert(text, m_rep->buffer));
+    setLength(text::convert(text, m_rep->buffer, units));
 }
 
 template <class Ch>

@@ -246,6 +246,7 @@ public:
     ~TString() { release(m_rep); }
 
     TString& operator=(const TString& other) noexcept {
+        if (m_rep == other.m_rep) return *this;
         addReference(other.m_rep);
         release(m_rep);
         m_rep = other.m_rep;
@@ -457,8 +458,8 @@ public:
 
     /// Conversions between arrays. `srcLen` of -1 means up to and with the terminator, which then counts in the result.
     /// With a null `dst` or a `dstLen` of 0 the result is the units needed; else the units written, and a terminator
-    /// behind them if there is room. 0, and nothing written, where `dst` is too small, the source is null or of length
-    /// 0, or the code page unknown. Code page 65001 is UTF-8, and so is 0; others are those that iconv knows.
+    /// behind them if there is room. 0 where `dst` is too small (it may then hold a part), the source is null or of
+    /// length 0, or the code page is unknown. Code page 65001 is UTF-8, and so is 0; others are those of iconv.
     static int ConvertToUTF8(const char16_t* src, int srcLen, char* dst, int dstLen);
     static int ConvertToCodePage(unsigned codePage, const char16_t* src, int srcLen, char* dst, int dstLen);
     static int ConvertToUTF16(const char* src, int srcLen, char16_t* dst, int dstLen);
