@@ -51,7 +51,8 @@ TYPED_TEST(StringTest, CopiesShareUntilOneChanges) {
     b += S("d");
     EXPECT_EQ(utf8(a), "abc");
     EXPECT_EQ(utf8(b), "abcd");
-    a = a;
+    const S& self = a;
+    a = self;
     b = std::move(a);
     EXPECT_EQ(utf8(b), "abc");
 }

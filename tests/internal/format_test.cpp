@@ -111,7 +111,7 @@ TEST(Format, TakesEachArgumentByItsType) {
         const char* expected;
     } rows[] = {
         {formatted("%s %S", u"ä", "ö"), "ä ö"},
-        {formatted("%s|%s|%s", std::string("a\0b", 3), std::u16string_view(u"c"), CString(u"d")), {"a\0b|c|d"}},
+        {formatted("%s|%s|%s", std::string("a\0b", 3), std::u16string_view(u"c"), CString(u"d")), "a\0b|c|d"},
         {formatted("%5s|%-5s|%.2s", "ab", u"cd", "xyz"), "   ab|cd   |xy"},
         {formatted("%.*s %.3S", 3, unterminated, unterminated), "abc abc"},
         {formatted("%.3s|", "aäö"), "aä|"},
@@ -131,8 +131,7 @@ TEST(Format, TakesEachArgumentByItsType) {
         {formatted("%*d|%-*d|%*d|", 4, 1, 4, 2, -4, 3), "   1|2   |3   |"},
         {formatted("%.*f|%.*f", 1, 2.25, -1, 2.0), "2.2|2.000000"},
         {formatted("100%% %5% %"), "100% % %"},
-        {formatted("%y %! %l"), "%y %! %l"},
-    };
+        {formatted("%y %! %l"), "%y %! %l"}};
     for (const auto& row : rows) EXPECT_STREQ(row.text.c_str(), std::string(row.expected).c_str());
     EXPECT_EQ(rows[1].text.size(), 7u);
 }
