@@ -42,9 +42,10 @@ bool failedFile(const char16_t* expected, uint64_t offset) {
 
 }  // namespace
 
-PersistedWindow::PersistedWindow() : m_cache(allocRecords(m_capacity, m_elementSize).release()) {}
-PersistedWindow::PersistedWindow(TSharedPtr<IFile> file) : PersistedWindow() {
-    m_file = file;
+PersistedWindow::PersistedWindow(TSharedPtr<IFile> file, uint32_t budgetBytes)
+    : m_file(file), m_budgetBytes(budgetBytes) {
+    takeCapacity(std::max(m_budgetBytes / m_elementSize, 1u));
+    m_cache = allocRecords(m_capacity, m_elementSize).release();
 }
 PersistedWindow::~PersistedWindow() {
     std::free(m_cache);
@@ -226,11 +227,16 @@ uint32_t PersistedWindow::setElementSize(uint32_t size) {
         throwFileFailed();
     }
     m_elementSize = size;
-    m_capacity = capacity;
-    m_blockSize = capacity > 7 ? capacity / 8 : 1;
+    takeCapacity(capacity);
     std::free(std::exchange(m_cache, cache.release()));
     loadAt(m_first);
     return old;
+}
+
+void PersistedWindow::takeCapacity(uint32_t capacity) {
+    m_capacity = capacity;
+    m_blockSize = capacity > 7 ? capacity / 8 : 1;
+    m_last = m_first + capacity - 1;
 }
 
 /// Rewrites every element of the file in place. Growing ones go from the last to the first, shrinking ones from the

@@ -12,11 +12,13 @@ CString CBool::ToString(bool value) {
 }
 
 bool CBool::Parse(const CString& text) {
-    const CString word = text.Trim();
-    for (const char16_t* yes : {u"true", u"yes", u"on"}) {
-        if (word.EqualsNoCase(yes)) return true;
+    std::u16string_view word = text;
+    while (!word.empty() && text::isSpace(word.front())) word.remove_prefix(1);
+    while (!word.empty() && text::isSpace(word.back())) word.remove_suffix(1);
+    for (const std::u16string_view yes : {u"true", u"yes", u"on"}) {
+        if (text::compareNoCase(word, yes) == 0) return true;
     }
-    return text::wtof(word.c_str()) != 0;
+    return text::wtof(word) != 0;
 }
 
 CString CInt32::ToString(int32_t value) {

@@ -18,8 +18,7 @@ namespace Private {
 /// `m_capacity`. Slots past the element count hold nothing of meaning.
 class QV_API PersistedWindow {
 public:
-    PersistedWindow();
-    explicit PersistedWindow(TSharedPtr<IFile> file);
+    explicit PersistedWindow(TSharedPtr<IFile> file = nullptr, uint32_t budgetBytes = 0x80000);
     PersistedWindow(const PersistedWindow&) = delete;
     PersistedWindow& operator=(const PersistedWindow&) = delete;
     ~PersistedWindow();
@@ -52,17 +51,18 @@ private:
     void extendTo(uint32_t count);
     bool openFile();
     void cutFile(uint64_t count);
+    void takeCapacity(uint32_t capacity);
     bool resizeElements(uint32_t size);
     bool resizeBlock(uint64_t first, uint32_t count, uint32_t size, unsigned char* from, unsigned char* to);
 
     uint32_t m_count = 0;
     uint32_t m_elementSize = 16;
     TSharedPtr<IFile> m_file;
-    uint32_t m_budgetBytes = 0x80000;
-    uint32_t m_capacity = 32768;
-    uint32_t m_blockSize = 4096;
+    uint32_t m_budgetBytes;
+    uint32_t m_capacity = 0;
+    uint32_t m_blockSize = 0;
     uint64_t m_first = 0;
-    uint64_t m_last = 32767;
+    uint64_t m_last = 0;
     uint32_t m_start = 0;
     unsigned char* m_cache = nullptr;
     bool m_truncate = false;
@@ -88,10 +88,10 @@ class TPersistedArray {
 
 public:
     TPersistedArray() = default;
-    /// Keeps the elements in `file`, from its beginning, instead of a temporary file. What the file holds is no
-    /// element; it is overwritten as the array grows. Bytes between the file's end and a write behind it must read as
-    /// zero, as on a disk.
-    explicit TPersistedArray(TSharedPtr<IFile> file) : m_window(file) {}
+    /// Keeps the elements in `file`, from its beginning, instead of a temporary file. What the file holds is no element;
+    /// it is overwritten as the array grows. Bytes between the file's end and a write behind it must read as zero, as on
+    /// a disk. The window takes `cacheBytes`.
+    explicit TPersistedArray(TSharedPtr<IFile> file, uint32_t cacheBytes = 0x80000) : m_window(file, cacheBytes) {}
 
     /// The element at `index`; past the end the array is extended to hold it. The highest index is 0xFFFFFFFE; above it
     /// CException, "Index out of bounds.", is thrown.

@@ -23,7 +23,9 @@ TArray<int> numbers(int count) {
     return array;
 }
 
-std::vector<int> contents(const TArray<int>& array) { return {array.begin(), array.end()}; }
+std::vector<int> contents(const TArray<int>& array) {
+    return {array.begin(), array.end()};
+}
 
 TEST(ArrayGrowth, CapacityFollowsTheRate) {
     struct Row {
@@ -31,10 +33,9 @@ TEST(ArrayGrowth, CapacityFollowsTheRate) {
         uint32_t before, wanted, after;
     };
     const Row rows[] = {
-        {5, 0, 0, 0},       {5, 0, 1, 5},          {5, 0, 4, 5},          {5, 0, 5, 10},
-        {5, 0, 9, 10},      {5, 0, 10, 15},        {5, 10, 10, 10},       {1, 0, 7, 8},
-        {100, 0, 100, 200}, {0xFFFF, 0, 1, 1},     {0xFFFF, 0, 3, 4},     {0xFFFF, 4, 5, 8},
-        {0xFFFF, 5, 6, 10}, {0xFFFE, 0, 1, 0xFFFE}, {0xFFFF, 0, 1000, 1024},
+        {5, 0, 0, 0},      {5, 0, 1, 5},      {5, 0, 4, 5},       {5, 0, 5, 10},          {5, 0, 9, 10},
+        {5, 0, 10, 15},    {5, 10, 10, 10},   {1, 0, 7, 8},       {100, 0, 100, 200},     {0xFFFF, 0, 1, 1},
+        {0xFFFF, 0, 3, 4}, {0xFFFF, 4, 5, 8}, {0xFFFF, 5, 6, 10}, {0xFFFE, 0, 1, 0xFFFE}, {0xFFFF, 0, 1000, 1024},
     };
     for (const Row& row : rows) {
         TArray<int> array;
@@ -72,7 +73,7 @@ TEST(ArrayGrowth, ASizeBeyond32BitsFailsAndLeavesTheArray) {
 TEST(Array, AnArgumentMayBeItsOwnElement) {
     TArray<CString> array;
     for (int i = 0; i < 4; ++i) array.Add(CString::FromInt(i));
-    array.Add(array.ConstGetItem(1));                   // into the last free place
+    array.Add(array.ConstGetItem(1));                      // into the last free place
     for (int i = 0; i < 6; ++i) array.Add(array.front());  // across a growth
     EXPECT_EQ(array.size(), 11u);
     EXPECT_EQ(array.back(), u"0");
@@ -115,7 +116,8 @@ TEST(Array, PastTheEndGrowsOrThrows) {
     EXPECT_TRUE(array.SetSize(3));
     EXPECT_EQ(array.capacity(), 20u);
     const TArray<int>& fixed = array;
-    for (const auto& read : {+[](const TArray<int>& a) { return a[3]; }, +[](const TArray<int>& a) { return a.GetAt(3); }}) {
+    for (const auto& read :
+         {+[](const TArray<int>& a) { return a[3]; }, +[](const TArray<int>& a) { return a.GetAt(3); }}) {
         try {
             read(fixed);
             FAIL() << "no exception";
@@ -223,17 +225,29 @@ public:
         const T item = makeItem<T>(pick(1000));
         // Each pair: the operation, and what it means for a vector.
         switch (pick(11)) {
-            case 0: return check(m_array.Add(item), [&] { m_model.push_back(item); });
-            case 1: return check(m_array.Insert(i), [&] { insert(i, 1, T()); });
-            case 2: return check(m_array.Insert(item, i, j % 4), [&] { insert(i, j % 4, item); });
-            case 3: return check(m_array.Remove(i, j), [&] { remove(i, j); });
-            case 4: return check(m_array.Replace(item, i), [&] { grow(i + 1), m_model[i] = item; });
-            case 5: return check(m_array.Move(i, j), [&] { move(i, j); });
-            case 6: return check(m_array.Swap(i, j), [&] { grow(std::max(i, j) + 1), std::swap(m_model[i], m_model[j]); });
-            case 7: return check(m_array.SetSize(j), [&] { m_model.resize(j, T()); });
-            case 8: return check(m_array.ImplicitAddition(j), [&] { grow(j); });
-            case 9: m_array.SetGrowthRate(static_cast<uint16_t>(pick(3) == 0 ? 0xFFFF : 1 + pick(9))); break;
-            default: return check(m_array.Remove(i), [&] { remove(i, 1); });
+            case 0:
+                return check(m_array.Add(item), [&] { m_model.push_back(item); });
+            case 1:
+                return check(m_array.Insert(i), [&] { insert(i, 1, T()); });
+            case 2:
+                return check(m_array.Insert(item, i, j % 4), [&] { insert(i, j % 4, item); });
+            case 3:
+                return check(m_array.Remove(i, j), [&] { remove(i, j); });
+            case 4:
+                return check(m_array.Replace(item, i), [&] { grow(i + 1), m_model[i] = item; });
+            case 5:
+                return check(m_array.Move(i, j), [&] { move(i, j); });
+            case 6:
+                return check(m_array.Swap(i, j), [&] { grow(std::max(i, j) + 1), std::swap(m_model[i], m_model[j]); });
+            case 7:
+                return check(m_array.SetSize(j), [&] { m_model.resize(j, T()); });
+            case 8:
+                return check(m_array.ImplicitAddition(j), [&] { grow(j); });
+            case 9:
+                m_array.SetGrowthRate(static_cast<uint16_t>(pick(3) == 0 ? 0xFFFF : 1 + pick(9)));
+                break;
+            default:
+                return check(m_array.Remove(i), [&] { remove(i, 1); });
         }
         CountingHeap::succeed();
     }
@@ -284,8 +298,12 @@ void runModel() {
     EXPECT_EQ(CountingHeap::liveBlocks(), 0);
 }
 
-TEST(ArrayModel, NumbersBehaveLikeAVector) { runModel<int>(); }
-TEST(ArrayModel, StringsBehaveLikeAVector) { runModel<CString>(); }
+TEST(ArrayModel, NumbersBehaveLikeAVector) {
+    runModel<int>();
+}
+TEST(ArrayModel, StringsBehaveLikeAVector) {
+    runModel<CString>();
+}
 
 }  // namespace
 }  // namespace qv

@@ -43,8 +43,7 @@ TEST(Nullable, WrongUseThrows) {
     EXPECT_EQ(messageOf([&] { (void)static_cast<double>(n); }), u"nullable value is not set.");
     *(&n) = 2.5;
     EXPECT_EQ(n.get(), 2.5);
-    EXPECT_EQ(messageOf([&] { (void)&n; }),
-              u"can't use & operator (set by pointer) because nullable value is set.");
+    EXPECT_EQ(messageOf([&] { (void)&n; }), u"can't use & operator (set by pointer) because nullable value is set.");
     *n.out() = 3.5;
     EXPECT_EQ(n.get(), 3.5);
 }

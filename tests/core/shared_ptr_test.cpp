@@ -37,11 +37,17 @@ TEST(SharedPtr, TheDestroyFunctionDecides) {
     static int calls;
     calls = 0;
     Base object(&deaths);
-    { const TSharedPtr<Base> own(&object, +[](Base*) { ++calls; }); }
+    {
+        const TSharedPtr<Base> own(
+            &object, +[](Base*) { ++calls; });
+    }
     EXPECT_EQ(calls, 1);
     { const TSharedPtr<Base> borrowed(&object, TSharedPtr<Base>::notOwned()); }
     EXPECT_EQ(deaths, 0);
-    { const TSharedPtr<Base> nothing(nullptr, +[](Base*) { ++calls; }); }
+    {
+        const TSharedPtr<Base> nothing(
+            nullptr, +[](Base*) { ++calls; });
+    }
     EXPECT_EQ(calls, 1);
 }
 
@@ -68,10 +74,11 @@ struct Ring {
 TEST(SharedPtr, ADestructorMayReleaseThePointerThatRunsIt) {
     int deaths = 0;
     static TSharedPtr<Ring>* holder;
-    TSharedPtr<Ring> pointer(new Ring{nullptr, &deaths}, +[](Ring* ring) {
-        holder->Release();
-        delete ring;
-    });
+    TSharedPtr<Ring> pointer(
+        new Ring{nullptr, &deaths}, +[](Ring* ring) {
+            holder->Release();
+            delete ring;
+        });
     holder = &pointer;
     pointer.Release();
     EXPECT_EQ(deaths, 1);
