@@ -62,7 +62,7 @@ constexpr bool fitsHeapBlock(uint64_t capacity, uint64_t elementSize) {
 ///           as it was. The const accessors throw; the non-const ones extend the array instead.
 /// Threads:  none of it is thread-safe.
 template <class T>
-class TArray {
+class QV_API TArray {
 public:
     using value_type = T;
     using size_type = uint32_t;
@@ -438,7 +438,7 @@ private:
 /// Growable array of plain bytes: nothing is constructed or destroyed and a copy is one memcpy. Grown elements are not
 /// cleared. Growth, failure and threads as TArray; a failed growth also says so on the debug output.
 template <class T>
-class TSimpleArray {
+class QV_API TSimpleArray {
     static_assert(std::is_trivially_copyable_v<T>);
 
 public:
@@ -539,7 +539,7 @@ private:
 
 /// TArray with push and pop at its end.
 template <class T>
-class TStack : public TArray<T> {
+class QV_API TStack : public TArray<T> {
 public:
     using TArray<T>::TArray;
     bool Push(const T& x) { return this->Add(x); }
@@ -557,7 +557,7 @@ public:
 
 /// TArray with entry at its end and removal at its front.
 template <class T>
-class TQueue : public TArray<T> {
+class QV_API TQueue : public TArray<T> {
 public:
     using TArray<T>::TArray;
     bool Enqueue(const T& x) { return this->Add(x); }
