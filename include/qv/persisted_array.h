@@ -88,9 +88,9 @@ class TPersistedArray {
 
 public:
     TPersistedArray() = default;
-    /// Keeps the elements in `file`, from its beginning, instead of a temporary file. What the file holds is no element;
-    /// it is overwritten as the array grows. Bytes between the file's end and a write behind it must read as zero, as on
-    /// a disk. The window takes `cacheBytes`.
+    /// Keeps the elements in `file`, from its beginning, instead of a temporary file. What the file holds is no
+    /// element; it is overwritten as the array grows. Bytes between the file's end and a write behind it must read as
+    /// zero, as on a disk. The window takes `cacheBytes`.
     explicit TPersistedArray(TSharedPtr<IFile> file, uint32_t cacheBytes = 0x80000) : m_window(file, cacheBytes) {}
 
     /// The element at `index`; past the end the array is extended to hold it. The highest index is 0xFFFFFFFE; above it

@@ -16,6 +16,14 @@ namespace {
 
 using Record = std::vector<unsigned char>;
 
+/// A file that holds what is no element.
+TSharedPtr<IFile> usedFile() {
+    const TSharedPtr<IFile> file = fileSystem().CreateTempFile();
+    const Record old(5000, 0xEE);
+    EXPECT_TRUE(file->WriteBytes(old.data(), 5000));
+    return file;
+}
+
 /// The array against a vector of byte records, which does by hand what the array promises.
 class PersistedModel {
 public:
@@ -23,7 +31,7 @@ public:
         : m_random(seed),
           m_largestSize(largestSize),
           m_largestCount(largestCount),
-          m_array(seed % 2 == 0 ? TSharedPtr<IFile>() : fileSystem().CreateTempFile(), cacheBytes) {}
+          m_array(seed % 2 == 0 ? TSharedPtr<IFile>() : usedFile(), cacheBytes) {}
 
     void step() {
         const uint32_t i = pick(size() + 2);
@@ -150,6 +158,13 @@ TEST(PersistedArray, FlushWritesInOrderAndCutsOnlyWithTheFlag) {
     EXPECT_TRUE(array.Flush());
     ASSERT_EQ(file->GetSize(), 80);
     for (int i = 0; i < 80; ++i) EXPECT_EQ(file->GetData()[i], i / 16 + 2);
+}
+
+TEST(PersistedArray, AGapReadsAsZeroAlsoOverAUsedFile) {
+    TPersistedArray<unsigned char> array{usedFile(), 64};
+    array[100] = 1;
+    for (uint32_t i = 0; i < 100; ++i) EXPECT_EQ(std::count(array.GetBytes(i), array.GetBytes(i) + 16, 0), 16) << i;
+    EXPECT_EQ(array[100], 1);
 }
 
 struct FailingFile : CMemFile {
