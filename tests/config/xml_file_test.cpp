@@ -130,6 +130,23 @@ TEST(XmlLoad, AFailureSaysWhereAndLeavesThePosition) {
     EXPECT_FALSE(xml.Load(TSharedPtr<IFile>()));
 }
 
+TEST(XmlFile, PathsGoThroughTheFileSystem) {
+    const CString path = fileSystem().GetTempFilename();
+    CXMLFile xml;
+    ASSERT_TRUE(load(xml, everything));
+    EXPECT_TRUE(xml.Save(path.c_str()));
+    CXMLFile back;
+    EXPECT_TRUE(back.Load(&fileSystem(), path.c_str()));
+    EXPECT_EQ(saved(back), everythingSaved);
+    EXPECT_TRUE(fileSystem().DeleteFileW(path.c_str()));
+    ClearDiagnostic();
+    EXPECT_FALSE(back.Load(path.c_str()));
+    EXPECT_FALSE(back.IsValid());
+    EXPECT_STREQ(LastDiagnostic().file.GetUTF8(), path.GetUTF8());
+    EXPECT_FALSE(back.Load(nullptr, path.c_str()));
+    EXPECT_FALSE(back.Save(u"/no such folder/x.xml"));
+}
+
 TEST(XmlLoad, ItemsMayBeLongerThanABlock) {
     const std::string text(700000, 'x');
     const std::string name(300000, 'n');
