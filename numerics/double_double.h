@@ -1,6 +1,7 @@
-// Numbers of about 106 bits: the unevaluated sum of two doubles, hi the rounded value and lo what it lacks. The error-free
-// transforms are those of T. J. Dekker (Numer. Math. 18, 1971) and D. E. Knuth (TAOCP 2, 4.2.2). They hold only while the
-// compiler neither reassociates nor contracts. V is double, or a vector of doubles that is worked on lane by lane.
+// Numbers of about 106 bits: the unevaluated sum of two doubles, hi the rounded value and lo what it lacks. The
+// error-free transforms are those of T. J. Dekker (Numer. Math. 18, 1971) and D. E. Knuth (TAOCP 2, 4.2.2). They hold
+// only while the compiler neither reassociates nor contracts. V is double, or a vector of doubles that is worked on
+// lane by lane.
 #pragma once
 
 namespace qv {
@@ -78,8 +79,8 @@ inline Double2 operator/(Double2 a, Double2 b) {
     return quickTwoSum(first, second) + Double2{last.hi / b.hi, 0.0};
 }
 
-/// Adds to a running sum whose two parts are put in order only at its end: its error grows with the square of the number
-/// of terms times 2^-106 (T. Ogita, S. Rump, S. Oishi, SIAM J. Sci. Comput. 26, 2005).
+/// Adds to a running sum whose two parts are put in order only at its end: its error grows with the square of the
+/// number of terms times 2^-106 (T. Ogita, S. Rump, S. Oishi, SIAM J. Sci. Comput. 26, 2005).
 template <class V>
 inline void accumulate(DoubleDouble<V>& sum, DoubleDouble<V> term) {
     const DoubleDouble<V> s = twoSum(sum.hi, term.hi);

@@ -1,7 +1,7 @@
-// LinearLeastSquareFit. The normal equations of powers of x lose twice the digits that the powers themselves lose: degree
-// 10 on an axis from -9 to -3 loses thirty. So the axis is first moved to [-1, 1], where degree 10 loses eight, and the
-// sums and the solution carry 106 bits. Every step into that axis is exact: the shift is kept as two doubles, the scales
-// are powers of two.
+// LinearLeastSquareFit. The normal equations of powers of x lose twice the digits that the powers themselves lose:
+// degree 10 on an axis from -9 to -3 loses thirty. So the axis is first moved to [-1, 1], where degree 10 loses eight,
+// and the sums and the solution carry 106 bits. Every step into that axis is exact: the shift is kept as two doubles,
+// the scales are powers of two.
 #include <algorithm>
 #include <cmath>
 #include <limits>
@@ -152,8 +152,9 @@ private:
     Lanes m_u[blockLanes];
 };
 
-/// The normal equations G a = T, G[i][j] = S(t^(i+j)), by the root-free Cholesky decomposition G = L D L'. G is positive
-/// definite, so no pivot need be searched; one that has almost vanished against its diagonal element ends the attempt.
+/// The normal equations G a = T, G[i][j] = S(t^(i+j)), by the root-free Cholesky decomposition G = L D L'. G is
+/// positive definite, so no pivot need be searched; one that has almost vanished against its diagonal element ends the
+/// attempt.
 bool solveNormalEquations(const Moments& moments, std::vector<Double2>& solution) {
     const size_t n = moments.products.size();
     std::vector<Double2> lower(n * n);
