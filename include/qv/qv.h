@@ -1,0 +1,12 @@
+// Every exported header of the library.
+#pragma once
+
+#include "qv/api.h"
+#include "qv/array.h"
+#include "qv/diagnostic.h"
+#include "qv/exception.h"
+#include "qv/memory.h"
+#include "qv/nullable.h"
+#include "qv/shared_ptr.h"
+#include "qv/singleton.h"
+#include "qv/string.h"
