@@ -1,5 +1,5 @@
-// The nonlinear problems of the Statistical Reference Datasets (US National Institute of Standards and Technology, public
-// domain): their models, and a reader of the files in which they are published.
+// The nonlinear problems of the Statistical Reference Datasets (US National Institute of Standards and Technology,
+// public domain): their models, and a reader of the files in which they are published.
 #pragma once
 
 #include <cmath>
@@ -86,8 +86,7 @@ inline constexpr Named models[] = {
      [](double x, double* b, int) {
          return (b[0] + x * (b[1] + x * (b[2] + x * b[3]))) / (1 + x * (b[4] + x * (b[5] + x * b[6])));
      }},
-    {"MGH17",
-     [](double x, double* b, int) { return b[0] + b[1] * std::exp(-x * b[3]) + b[2] * std::exp(-x * b[4]); }},
+    {"MGH17", [](double x, double* b, int) { return b[0] + b[1] * std::exp(-x * b[3]) + b[2] * std::exp(-x * b[4]); }},
     {"Roszman1",
      [](double x, double* b, int) { return b[0] - b[1] * x - std::atan(b[2] / (x - b[3])) / std::numbers::pi; }},
     {"ENSO",
@@ -111,7 +110,9 @@ inline constexpr Named models[] = {
 };
 
 /// Of log(y).
-inline double nelson(double x1, double x2, double* b, int) { return b[0] - b[1] * x1 * std::exp(-b[2] * x2); }
+inline double nelson(double x1, double x2, double* b, int) {
+    return b[0] - b[1] * x1 * std::exp(-b[2] * x2);
+}
 
 /// Decimal digits on which all fitted values agree with the certified ones.
 inline double digits(const double* fitted, const std::vector<double>& certified) {
