@@ -446,7 +446,6 @@ private:
 
     TSharedPtr<IFile> m_file;
     int64_t m_start = 0;
-    int64_t m_end = 0;
     int64_t m_size = 0;
     int64_t m_position = 0;
 };

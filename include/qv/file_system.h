@@ -150,9 +150,9 @@ public:
 
     // Path helpers -----------------------------------------------------------------------------------------------
     // Text operations; no file is looked at. A form with `dst` copies first and works on the copy; `dst` may be the
-    // same buffer as its source. Buffers are not measured: `dst` (and a path that is appended to) needs room for the
-    // whole result and its terminator, which is the caller's duty; 512 characters is what this library's own paths
-    // have. Results of type char16_t* are the changed buffer.
+    // same buffer as the first of its sources. Buffers are not measured: `dst` (and a path that is appended to) needs
+    // room for the whole result and its terminator, which is the caller's duty; 512 characters is what this library's
+    // own paths have. Results of type char16_t* are the changed buffer.
 
     /// Replaces every separator by `slash`. The first form copies at most `size - 1` characters.
     static char16_t* ConvertSlashes(char16_t* dst, const char16_t* src, int size, char16_t slash);
@@ -218,7 +218,7 @@ public:
     static char16_t* RelativePath(char16_t* dst, const char16_t* from, const char16_t* to);
 
     /// Follows `relative` from directory `base`. A piece `..` goes up one piece, also beyond the root; a piece `.` goes
-    /// back to `base`, also in the middle of a path; an empty piece only ends the text in a separator.
+    /// back to `base`, also in the middle of a path; empty pieces are dropped.
     /// @throws CRuntimeErrorException  for a piece of 512 characters or more; `dst` is left as it was.
     static char16_t* ExpandRelativePath(char16_t* dst, const char16_t* base, const char16_t* relative,
                                         char16_t slash = u'/');
