@@ -67,7 +67,7 @@ TEST(KernelTables, EveryLengthAndAlignmentGivesTheElementRule) {
                 const std::vector<unsigned char> source = randomBytes(8 * count + 64, unsigned(count));
                 std::vector<unsigned char> out(8 * count + 64, 0xEE);
                 table->convert[0][tagFlt64](out.data() + offset, source.data() + offset, count);
-                table->span[8][4](reinterpret_cast<double*>(out.data() + 32), source.data(), source.data() + offset, 0);
+                table->span[8][4](out.data() + 32, source.data(), source.data() + offset, 0);
                 for (size_t i = 0; i < out.size(); ++i) {
                     const bool written = i >= offset && i < offset + count;
                     const auto want =
