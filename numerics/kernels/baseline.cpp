@@ -124,6 +124,7 @@ constexpr void fillPair(KernelTable& table) {
     if constexpr (handled(d) && handled(s)) {
         using D = Element<d>;
         using S = Element<s>;
+        static_assert(std::is_same_v<SpanType<D, S>, uint32_t> == hasNarrowSpan(d, s));
         table.convert[d][s] = convertEntry<d, s>();
         table.min[d][s] = minLoop<D, CanonicalSource<D, S>>;
         table.max[d][s] = maxLoop<D, CanonicalSource<D, S>>;
