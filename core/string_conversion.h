@@ -1,0 +1,150 @@
+// Conversions of TString between UTF-8, UTF-16 and code pages.
+#pragma once
+
+#include <algorithm>
+#include <new>
+
+#include "core/text.h"
+#include "qv/string.h"
+
+namespace qv {
+
+namespace {
+
+/// The source of a static conversion: `length` units, or all up to and with the terminator for -1.
+template <class Ch>
+std::basic_string_view<Ch> conversionSource(const Ch* src, int length) {
+    if (src == nullptr || length < -1) return {};
+    if (length != -1) return {src, static_cast<size_t>(length)};
+    return {src, std::char_traits<Ch>::length(src) + 1};
+}
+
+/// Hands out a converted length by the rule of the static conversions: 0 unless it fits the result and `dst`, or `dst`
+/// is not there; `write` fills `dst`.
+template <class Ch, class Write>
+int deliver(size_t units, Ch* dst, int dstLen, Write write) {
+    if (units > 0x7FFFFFFF) return 0;
+    const auto result = static_cast<int>(units);
+    if (dst == nullptr || dstLen == 0) return result;
+    if (dstLen < result) return 0;
+    write();
+    if (dstLen > result) dst[units] = Ch();
+    return result;
+}
+
+template <class From, class To>
+int convertArray(const From* src, int srcLen, To* dst, int dstLen) {
+    const auto source = conversionSource(src, srcLen);
+    return deliver(text::convertedLength(source), dst, dstLen, [&] { text::convert(source, dst); });
+}
+
+}  // namespace
+
+/// Room for `units` in the conversion buffer, which never gets smaller.
+template <class Ch>
+typename TString<Ch>::Other* TString<Ch>::conversionBuffer(size_t units) const {
+    if (m_rep->conversion == nullptr || units > static_cast<size_t>(m_rep->conversionSize)) {
+        if (units > 0x7FFFFFFF) throw std::bad_alloc();
+        Other* larger = new Other[units];
+        delete[] m_rep->conversion;
+        m_rep->conversion = larger;
+        m_rep->conversionSize = static_cast<int32_t>(units);
+    }
+    return m_rep->conversion;
+}
+
+template <class Ch>
+const typename TString<Ch>::Other* TString<Ch>::converted() const {
+    static constexpr Other none[1] = {};
+    if (m_rep == nullptr) return none;
+    Other* buffer = conversionBuffer(text::convertedLength(view()) + 1);
+    buffer[text::convert(view(), buffer)] = Other();
+    return buffer;
+}
+
+template <class Ch>
+const char* TString<Ch>::ConvertToUTF8() const {
+    if constexpr (std::is_same_v<Ch, char>) {
+        return c_str();
+    } else {
+        return converted();
+    }
+}
+
+template <class Ch>
+const char16_t* TString<Ch>::ConvertToUTF16() const {
+    if constexpr (std::is_same_v<Ch, char>) {
+        return converted();
+    } else {
+        return c_str();
+    }
+}
+
+template <class Ch>
+const char* TString<Ch>::ConvertToCodePage(unsigned codePage) const {
+    if (m_rep == nullptr) return "";
+    std::string bytes;
+    if constexpr (std::is_same_v<Ch, char>) {
+        text::encode(codePage, text::toUtf16(view()), bytes);
+    } else {
+        text::encode(codePage, view(), bytes);
+    }
+    const size_t units = bytes.size() / sizeof(Other) + 1;
+    auto* buffer = reinterpret_cast<char*>(conversionBuffer(units));
+    std::copy_n(bytes.c_str(), bytes.size() + 1, buffer);
+    return buffer;
+}
+
+template <class Ch>
+void TString<Ch>::FromCodePage(unsigned codePage, const char* text) {
+    std::u16string utf16;
+    text::decode(codePage, Private::TextArg<char>(text).all(), utf16);
+    if constexpr (std::is_same_v<Ch, char>) {
+        assignConverted(utf16);
+    } else {
+        assignView(utf16);
+    }
+}
+
+template <class Ch>
+int TString<Ch>::ConvertToUTF8(const char16_t* src, int srcLen, char* dst, int dstLen) {
+    return convertArray(src, srcLen, dst, dstLen);
+}
+
+template <class Ch>
+int TString<Ch>::ConvertToUTF16(const char* src, int srcLen, char16_t* dst, int dstLen) {
+    return convertArray(src, srcLen, dst, dstLen);
+}
+
+template <class Ch>
+int TString<Ch>::ConvertToTCHAR(const char* src, int srcLen, char16_t* dst, int dstLen) {
+    return convertArray(src, srcLen, dst, dstLen);
+}
+
+template <class Ch>
+int TString<Ch>::ConvertToCodePage(unsigned codePage, const char16_t* src, int srcLen, char* dst, int dstLen) {
+    std::string bytes;
+    if (!text::encode(codePage, conversionSource(src, srcLen), bytes)) return 0;
+    return deliver(bytes.size(), dst, dstLen, [&] { std::copy_n(bytes.data(), bytes.size(), dst); });
+}
+
+template <class Ch>
+int TString<Ch>::ConvertFromCodePage(unsigned codePage, const char* src, int srcLen, char16_t* dst, int dstLen) {
+    std::u16string utf16;
+    if (!text::decode(codePage, conversionSource(src, srcLen), utf16)) return 0;
+    return deliver(utf16.size(), dst, dstLen, [&] { std::copy_n(utf16.data(), utf16.size(), dst); });
+}
+
+template <class Ch>
+int TString<Ch>::ConvertToTCHAR(const char16_t* src, int srcLen, char16_t* dst, int dstLen) {
+    const std::u16string_view source = Private::TextArg<char16_t>(src).first(srcLen);
+    if (source.size() > 0x7FFFFFFF) return -1;
+    const auto length = static_cast<int>(source.size());
+    if (dstLen == 0) return length;
+    if (dst == nullptr || dstLen < length) return -1;
+    std::copy_n(source.data(), source.size(), dst);
+    if (dstLen > length) dst[length] = u'\0';
+    return length;
+}
+
+}  // namespace qv
