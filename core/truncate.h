@@ -6,7 +6,8 @@
 
 namespace qv {
 
-/// Truncation toward zero; NaN and values outside the range give the smallest integer, as the hardware's conversion does.
+/// Truncation toward zero; NaN and values outside the range give the smallest integer, as the hardware's conversion
+/// does.
 constexpr int64_t truncateToInt64(double value) {
     return value >= -9223372036854775808.0 && value < 9223372036854775808.0 ? static_cast<int64_t>(value)
                                                                             : std::numeric_limits<int64_t>::min();

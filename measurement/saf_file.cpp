@@ -16,10 +16,10 @@ namespace qv {
 
 namespace {
 
-constexpr uint32_t openForReading = 0x212;   // existing, read, share reading
-constexpr uint32_t openForCopying = 0x12;    // existing, read
-constexpr uint32_t openForCreating = 0x28;   // create truncating, write
-constexpr uint32_t openForUpdating = 0x32;   // existing, read, write
+constexpr uint32_t openForReading = 0x212;  // existing, read, share reading
+constexpr uint32_t openForCopying = 0x12;   // existing, read
+constexpr uint32_t openForCreating = 0x28;  // create truncating, write
+constexpr uint32_t openForUpdating = 0x32;  // existing, read, write
 constexpr uint32_t copyBlockBytes = 0x500000;
 /// More header lines than any real file has; what ends the reading of a file that is no header at all.
 constexpr uint32_t tagLimit = 0x40000;
@@ -28,9 +28,13 @@ constexpr char16_t sizeTag[] = u"HdSize";
 constexpr char16_t dataTag[] = u"DATA";
 constexpr char16_t padTag[] = u"saf_padding";
 
-bool same(const CString& a, const char16_t* b) { return text::compareNoCase(a.c_str(), b) == 0; }
+bool same(const CString& a, const char16_t* b) {
+    return text::compareNoCase(a.c_str(), b) == 0;
+}
 
-SAF_TAG makeTag(const char16_t* name, const char16_t* value) { return {CString(name), CString(value)}; }
+SAF_TAG makeTag(const char16_t* name, const char16_t* value) {
+    return {CString(name), CString(value)};
+}
 
 bool startsAsHeader(IFile& file) {
     char first[6];
@@ -39,7 +43,9 @@ bool startsAsHeader(IFile& file) {
 }
 
 // What of a tag's text reaches the file: up to its first NUL.
-std::u16string_view written(const CString& value) { return value.c_str(); }
+std::u16string_view written(const CString& value) {
+    return value.c_str();
+}
 
 void appendUtf8(std::string& out, const CString& value) {
     const size_t start = out.size();
@@ -92,11 +98,21 @@ bool copyRest(IFile& source, IFile& target) {
 
 // Tags in memory -----------------------------------------------------------------------------------------------------
 
-CSAFFile::CTagValue::operator const char16_t*() const { return ToString(); }
-const char16_t* CSAFFile::CTagValue::ToString() const { return m_file->GetTagValue(m_name); }
-bool CSAFFile::CTagValue::Exists() const { return ToString() != nullptr; }
-CSAFFile::CTagValue::operator int32_t() const { return ToLong(0); }
-CSAFFile::CTagValue::operator double() const { return ToDouble(0.0); }
+CSAFFile::CTagValue::operator const char16_t*() const {
+    return ToString();
+}
+const char16_t* CSAFFile::CTagValue::ToString() const {
+    return m_file->GetTagValue(m_name);
+}
+bool CSAFFile::CTagValue::Exists() const {
+    return ToString() != nullptr;
+}
+CSAFFile::CTagValue::operator int32_t() const {
+    return ToLong(0);
+}
+CSAFFile::CTagValue::operator double() const {
+    return ToDouble(0.0);
+}
 int32_t CSAFFile::CTagValue::ToLong(int32_t absent) const {
     const char16_t* value = ToString();
     return value == nullptr ? absent : text::wtol(value);
@@ -191,7 +207,9 @@ bool CSAFFile::RemoveTag(const char16_t* name) {
     return FindTag(name, index) && m_tags.Remove(index);
 }
 
-bool CSAFFile::RemoveTag(uint32_t index) { return m_tags.Remove(index); }
+bool CSAFFile::RemoveTag(uint32_t index) {
+    return m_tags.Remove(index);
+}
 
 // Reading ------------------------------------------------------------------------------------------------------------
 
@@ -201,7 +219,9 @@ bool CSAFFile::IsSAFFile(IFileSystem* fs, const char16_t* path) {
     return file && startsAsHeader(*file);
 }
 
-bool CSAFFile::Load(const char16_t* path) { return Load(&fileSystem(), path); }
+bool CSAFFile::Load(const char16_t* path) {
+    return Load(&fileSystem(), path);
+}
 
 bool CSAFFile::Load(IFileSystem* fs, const char16_t* path) {
     const CString kept(path);  // `path` may be this object's own
@@ -274,12 +294,17 @@ bool CSAFFile::addLine(const char* line, int32_t& expectedSize, uint32_t positio
 
 uint32_t CSAFFile::HeaderSize() const {
     size_t bytes = 0;
-    for (const SAF_TAG& tag : m_tags) bytes += text::convertedLength(written(tag.name)) + text::convertedLength(written(tag.value)) + 3;
+    for (const SAF_TAG& tag : m_tags)
+        bytes += text::convertedLength(written(tag.name)) + text::convertedLength(written(tag.value)) + 3;
     return static_cast<uint32_t>(bytes - 1);
 }
 
-bool CSAFFile::Save() { return Save(nullptr, nullptr, true); }
-bool CSAFFile::Save(const char16_t* path, bool addPad) { return Save(&fileSystem(), path, addPad); }
+bool CSAFFile::Save() {
+    return Save(nullptr, nullptr, true);
+}
+bool CSAFFile::Save(const char16_t* path, bool addPad) {
+    return Save(&fileSystem(), path, addPad);
+}
 
 bool CSAFFile::Save(IFileSystem* fs, const char16_t* path, bool addPad) {
     const CString kept(path);  // `path` may be this object's own

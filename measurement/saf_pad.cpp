@@ -23,7 +23,8 @@ static_assert(frameBytes == 14 && lineBytes == 40);
 void append(std::string& out, uint32_t bytes) {
     const uint32_t full = bytes / lineBytes;
     const uint32_t rest = bytes % lineBytes;
-    // What is left over becomes a short line when it can hold more than a line's frame, else blanks on the last full one.
+    // What is left over becomes a short line when it can hold more than a line's frame, else blanks on the last full
+    // one.
     const bool shortLine = rest > frameBytes;
     const uint32_t lines = full + (shortLine ? 1 : 0);
     for (uint32_t i = 0; i < lines; ++i) {

@@ -18,8 +18,8 @@ constexpr uint32_t compareBlockBytes = 0x80000;
 /// What one case does to a header before it is saved.
 struct Case {
     const char16_t* title;
-    const char16_t* tag;   ///< The tag that is added or removed; null for none.
-    uint32_t lineBytes;    ///< Bytes of its line in the file.
+    const char16_t* tag;  ///< The tag that is added or removed; null for none.
+    uint32_t lineBytes;   ///< Bytes of its line in the file.
     enum { nothing, add, remove, addSaveRemove } action;
 };
 
@@ -90,9 +90,9 @@ private:
         CSAFFile header;
         header.New(false);
         const char16_t* const tags[][2] = {
-            {u"KeyWrd", u"safTest"}, {u"Multi", u"NoHeaders"}, {u"BytOrd", u"IntelPC"}, {u"DaType", u"UInt16"},
-            {u"ADBits", u"14"},      {u"xPixls", u"320"},      {u"yPixls", u"256"},     {u"IMSize", u"163480"},
-            {u"NumDPs", u"1"},
+            {u"KeyWrd", u"safTest"}, {u"Multi", u"NoHeaders"}, {u"BytOrd", u"IntelPC"},
+            {u"DaType", u"UInt16"},  {u"ADBits", u"14"},       {u"xPixls", u"320"},
+            {u"yPixls", u"256"},     {u"IMSize", u"163480"},   {u"NumDPs", u"1"},
         };
         for (const auto& tag : tags) header.AddTag(tag[0], tag[1]);
         for (const Case& test : cases) {
@@ -145,8 +145,7 @@ private:
         if (!header.Save(target.c_str(), true)) return false;
         CSAFFile original;
         TSharedPtr<IFile> source = CFile::Create(base.c_str(), 0x12);
-        const bool hasData =
-            source && original.Load(source) && source->GetSize() > int64_t{original.GetDataPosition()};
+        const bool hasData = source && original.Load(source) && source->GetSize() > int64_t{original.GetDataPosition()};
         return !hasData || appendData(target, header.GetDataPosition());
     }
 
@@ -213,7 +212,9 @@ private:
 
 }  // namespace
 
-bool safTest(const char16_t* folder, TArray<CString>& report) { return SafTest(folder, report).run(); }
+bool safTest(const char16_t* folder, TArray<CString>& report) {
+    return SafTest(folder, report).run();
+}
 
 bool safTest(TArray<CString>& report) {
     const CString temporary = fileSystem().GetTempFilename();

@@ -21,14 +21,15 @@ constexpr Texts<4> writeModeTexts = {u"Prompt For Update", u"Change Current Only
 constexpr Texts<3> locationTexts = {u"Header", u"Include", u"Default"};
 // Spelled as the files spell them.
 constexpr Texts<20> unitsTexts = {
-    u"None",          u"Years",   u"Days",         u"Hours", u"Minutes", u"Seconds",    u"Degrees",
-    u"Meters",        u"Meters/Second", u"Microns", u"Microradians", u"Klbf", u"Percent", u"Milimeters",
-    u"Hertz",         u"Kelvin",  u"Gram/Cubic Meter", u"Milibar", u"Parts/Million", u"Kilometers"};
+    u"None",          u"Years",      u"Days",          u"Hours",   u"Minutes",          u"Seconds",
+    u"Degrees",       u"Meters",     u"Meters/Second", u"Microns", u"Microradians",     u"Klbf",
+    u"Percent",       u"Milimeters", u"Hertz",         u"Kelvin",  u"Gram/Cubic Meter", u"Milibar",
+    u"Parts/Million", u"Kilometers"};
 constexpr Texts<CTagEntry::categoryCount> categoryTexts = {
-    u"Misc Tags",       u"File Info",   u"Classification Info", u"Mission Info",       u"Time Info",
-    u"EUD Info",        u"Sensor Info", u"Target Info",         u"Instrument Info",    u"Referenced Files",
-    u"Impact/Launch Info", u"Uncertainty Info", u"Imager Tags", u"Data Tags",          u"Active Source Tags",
-    u"Atmospheric Tags", u"QDX Tags",   u"Comment Tags"};
+    u"Misc Tags",          u"File Info",        u"Classification Info", u"Mission Info",    u"Time Info",
+    u"EUD Info",           u"Sensor Info",      u"Target Info",         u"Instrument Info", u"Referenced Files",
+    u"Impact/Launch Info", u"Uncertainty Info", u"Imager Tags",         u"Data Tags",       u"Active Source Tags",
+    u"Atmospheric Tags",   u"QDX Tags",         u"Comment Tags"};
 
 template <class E, size_t N>
 const char16_t* toText(const Texts<N>& texts, E value, size_t fallback = 0) {
@@ -79,9 +80,12 @@ BoundsForm boundsForm(uint16_t flags) {
     if ((flags & numericBoundsFlag) == 0) return BoundsForm::none;
     switch (typeOf(flags)) {
         case CTagEntry::DATA_TYPE::Int16:
-        case CTagEntry::DATA_TYPE::Int32: return BoundsForm::integers;
-        case CTagEntry::DATA_TYPE::Flt64: return BoundsForm::floats;
-        default: return BoundsForm::none;
+        case CTagEntry::DATA_TYPE::Int32:
+            return BoundsForm::integers;
+        case CTagEntry::DATA_TYPE::Flt64:
+            return BoundsForm::floats;
+        default:
+            return BoundsForm::none;
     }
 }
 
@@ -105,19 +109,33 @@ bool saveByte(IFile& file, E value) {
 
 }  // namespace
 
-const char16_t* CTagEntry::DataTypeToStr(DATA_TYPE value) { return toText(dataTypeTexts, value); }
-const char16_t* CTagEntry::TextValuesModeToStr(TEXT_VALUES_MODE value) { return toText(textValuesModeTexts, value); }
-const char16_t* CTagEntry::CategoryToStr(CATEGORY value) { return toText(categoryTexts, value); }
-const char16_t* CTagEntry::LocationToStr(LOCATION value) { return toText(locationTexts, value, 1); }
-const char16_t* CTagEntry::UnitsToStr(UNITS value) { return toText(unitsTexts, value); }
-const char16_t* CTagEntry::WriteModeToStr(WRITE_MODE value) { return toText(writeModeTexts, value); }
+const char16_t* CTagEntry::DataTypeToStr(DATA_TYPE value) {
+    return toText(dataTypeTexts, value);
+}
+const char16_t* CTagEntry::TextValuesModeToStr(TEXT_VALUES_MODE value) {
+    return toText(textValuesModeTexts, value);
+}
+const char16_t* CTagEntry::CategoryToStr(CATEGORY value) {
+    return toText(categoryTexts, value);
+}
+const char16_t* CTagEntry::LocationToStr(LOCATION value) {
+    return toText(locationTexts, value, 1);
+}
+const char16_t* CTagEntry::UnitsToStr(UNITS value) {
+    return toText(unitsTexts, value);
+}
+const char16_t* CTagEntry::WriteModeToStr(WRITE_MODE value) {
+    return toText(writeModeTexts, value);
+}
 
-#define QV_DEFINE_STR_TO(X, Type, texts)                                                                 \
-    bool CTagEntry::StrTo##X(const char16_t* text, Type& value) { return fromText(texts, text, value); } \
-    CTagEntry::Type CTagEntry::StrTo##X(const char16_t* text) {                                          \
-        Type value{};                                                                                    \
-        fromText(texts, text, value);                                                                    \
-        return value;                                                                                    \
+#define QV_DEFINE_STR_TO(X, Type, texts)                          \
+    bool CTagEntry::StrTo##X(const char16_t* text, Type& value) { \
+        return fromText(texts, text, value);                      \
+    }                                                             \
+    CTagEntry::Type CTagEntry::StrTo##X(const char16_t* text) {   \
+        Type value{};                                             \
+        fromText(texts, text, value);                             \
+        return value;                                             \
     }
 QV_DEFINE_STR_TO(DataType, DATA_TYPE, dataTypeTexts)
 QV_DEFINE_STR_TO(TextValuesMode, TEXT_VALUES_MODE, textValuesModeTexts)
@@ -139,8 +157,12 @@ void CTagEntry::GetNumericBounds(bool& use, double& low, double& high) const {
     high = m_highBound;
 }
 
-bool CTagEntry::AddTextValue(const char16_t* value) { return m_textValues.Add(CString(value)); }
-bool CTagEntry::RemoveTextValue(uint32_t index) { return m_textValues.Remove(index); }
+bool CTagEntry::AddTextValue(const char16_t* value) {
+    return m_textValues.Add(CString(value));
+}
+bool CTagEntry::RemoveTextValue(uint32_t index) {
+    return m_textValues.Remove(index);
+}
 const char16_t* CTagEntry::GetTextValue(uint32_t index) const {
     return index < m_textValues.size() ? m_textValues.data()[index].c_str() : nullptr;
 }
@@ -174,8 +196,10 @@ bool CTagEntry::saveBounds(IFile& file, uint16_t flags) const {
     switch (boundsForm(flags)) {
         case BoundsForm::integers:
             return file.PutInt64(truncateToInt64(m_lowBound)) && file.PutInt64(truncateToInt64(m_highBound));
-        case BoundsForm::floats: return file.PutFlt64(m_lowBound) && file.PutFlt64(m_highBound);
-        default: return true;
+        case BoundsForm::floats:
+            return file.PutFlt64(m_lowBound) && file.PutFlt64(m_highBound);
+        default:
+            return true;
     }
 }
 
@@ -203,8 +227,10 @@ bool CTagEntry::loadBounds(IFile& file, uint16_t flags) {
             m_lowBound = static_cast<double>(low);
             m_highBound = static_cast<double>(high);
             return true;
-        case BoundsForm::floats: return file.GetFlt64(m_lowBound) && file.GetFlt64(m_highBound);
-        default: return true;
+        case BoundsForm::floats:
+            return file.GetFlt64(m_lowBound) && file.GetFlt64(m_highBound);
+        default:
+            return true;
     }
 }
 

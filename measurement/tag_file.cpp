@@ -48,7 +48,9 @@ CTagEntry& CTagFile::GetTagEntry(uint32_t index) {
     return index < size() ? data()[index] : absent;
 }
 
-void CTagFile::Sort() { TArray<CTagEntry>::Sort(&compareEntryNames); }
+void CTagFile::Sort() {
+    TArray<CTagEntry>::Sort(&compareEntryNames);
+}
 
 bool CTagFile::FindTag(const char16_t* name, uint32_t& index) const {
     if (name == nullptr) return false;
@@ -109,7 +111,9 @@ bool CTagFile::Load(TSharedPtr<IFile> file) {
     return LoadXML(file);
 }
 
-bool CTagFile::Save(TSharedPtr<IFile> file) { return SaveBinary(file); }
+bool CTagFile::Save(TSharedPtr<IFile> file) {
+    return SaveBinary(file);
+}
 
 bool CTagFile::LoadBinary(TSharedPtr<IFile> file) {
     Destroy();
@@ -133,7 +137,8 @@ bool CTagFile::LoadBinary(TSharedPtr<IFile> file) {
         CTagEntry entry;
         const int64_t start = file->GetPosition();
         if (!entry.Load(*file, version)) {
-            SetDiagnostic(CString(), CString::FromFormat(u"entry %u of %u", i + 1, count), u"the end of the file", start);
+            SetDiagnostic(CString(), CString::FromFormat(u"entry %u of %u", i + 1, count), u"the end of the file",
+                          start);
             return false;
         }
         if (!Add(entry)) return false;
@@ -183,11 +188,13 @@ bool CTagFile::SaveXML(TSharedPtr<IFile> file) {
     return xml.Save(file);
 }
 
-#define QV_DEFINE_PATH_FORMS(Name, flags)                                         \
-    bool CTagFile::Name(IFileSystem* fs, const char16_t* path) {                  \
-        return withFile(*this, &CTagFile::Name, fs, path, flags);                 \
-    }                                                                             \
-    bool CTagFile::Name(const char16_t* path) { return Name(&fileSystem(), path); }
+#define QV_DEFINE_PATH_FORMS(Name, flags)                         \
+    bool CTagFile::Name(IFileSystem* fs, const char16_t* path) {  \
+        return withFile(*this, &CTagFile::Name, fs, path, flags); \
+    }                                                             \
+    bool CTagFile::Name(const char16_t* path) {                   \
+        return Name(&fileSystem(), path);                         \
+    }
 QV_DEFINE_PATH_FORMS(Load, openForReading)
 QV_DEFINE_PATH_FORMS(LoadXML, openForReading)
 QV_DEFINE_PATH_FORMS(LoadBinary, openForReading)
@@ -221,7 +228,9 @@ uint32_t CTagArray::FindTag(const char16_t* name) const {
     return 0xFFFFFFFFu;
 }
 
-bool CTagArray::Exists(const char16_t* name) const { return FindTag(name) != 0xFFFFFFFFu; }
+bool CTagArray::Exists(const char16_t* name) const {
+    return FindTag(name) != 0xFFFFFFFFu;
+}
 
 const char16_t* CTagArray::GetTagValue(const char16_t* name) const {
     const uint32_t index = FindTag(name);

@@ -169,7 +169,8 @@ public:
     /// The coefficients that a page uses, lowest power first: the override where it is valid.
     class QV_API CCoefficients {
     public:
-        CCoefficients(const CRCalFile* file, int32_t page, bool reverse) : m_file(file), m_page(page), m_reverse(reverse) {}
+        CCoefficients(const CRCalFile* file, int32_t page, bool reverse)
+            : m_file(file), m_page(page), m_reverse(reverse) {}
         uint32_t getCount() const;
         double operator[](uint32_t index) const;
         /// Quality of the calculated fit; 0 where it failed.
@@ -471,9 +472,9 @@ public:
     /// Planck's law, and once more unmultiplied.
     void GetFinalPlanck(TArray<double>& x, TArray<double>& y, double t, double e) const;
 
-    // Polynomials: `Get` gives the override where it is valid and the calculated one otherwise, `GetCalc` the calculated
-    // one, `GetUsed` the override, `SetUsed` writes the override. False for a page that does not exist. The forms with a
-    // double* write GetNumCoeffsForOrder(order) values, or as many as there are.
+    // Polynomials: `Get` gives the override where it is valid and the calculated one otherwise, `GetCalc` the
+    // calculated one, `GetUsed` the override, `SetUsed` writes the override. False for a page that does not exist. The
+    // forms with a double* write GetNumCoeffsForOrder(order) values, or as many as there are.
     bool GetPolyOrder(int32_t page, int32_t& order) const;
     bool GetCoefficients(int32_t page, double* values) const;
     bool GetCoefficients(int32_t page, TArray<double>& values) const;

@@ -24,6 +24,8 @@ struct SAF_TAG {
     CString value;
 };
 
+extern template class QV_API TArray<SAF_TAG>;
+
 /// The header of a measurement file.
 ///
 /// After New or Load, tag 0 is HdSize and the last tag is DATA with an empty value; the writer puts out every tag but
@@ -63,8 +65,8 @@ public:
     /// No tags and no file.
     CSAFFile();
 
-    /// Replaces all tags by an empty header (HdSize "auto", DATA). With `keepFile` the object stays attached to its file
-    /// and data, so that a save replaces that file's header. Always true.
+    /// Replaces all tags by an empty header (HdSize "auto", DATA). With `keepFile` the object stays attached to its
+    /// file and data, so that a save replaces that file's header. Always true.
     bool New(bool keepFile);
     /// Forgets the file and all tags; New or Load must follow.
     void Destroy();
@@ -106,8 +108,8 @@ public:
     bool Load(IFileSystem* fs, const char16_t* path);
     bool Load(TSharedPtr<IFile> file);
 
-    /// Writes the header in place: the pad absorbs the change, and only when fewer than 16 or more than 4096 bytes of it
-    /// would be left is the front of the file spliced, to a pad of 2048. A file without data is cut to its header.
+    /// Writes the header in place: the pad absorbs the change, and only when fewer than 16 or more than 4096 bytes of
+    /// it would be left is the front of the file spliced, to a pad of 2048. A file without data is cut to its header.
     bool Save();
     /// In place when `path` is null or the object's own file. For an object without a file: a new file, with a pad of
     /// 2048 when `addPad`. Otherwise a copy of the object's file with its data, padded when there are data.
@@ -126,8 +128,8 @@ public:
 
     /// Moves the group headings (and their comments) of recognised groups to the front, behind HdSize.
     bool BubbleGroups();
-    /// Also sorts every tag into its category's group, in the dictionary's order; comments stay with the tag below them.
-    /// With `createGroups` a heading is made for each group that has none.
+    /// Also sorts every tag into its category's group, in the dictionary's order; comments stay with the tag below
+    /// them. With `createGroups` a heading is made for each group that has none.
     bool SortByGroups(bool createGroups);
 
 private:
@@ -148,16 +150,14 @@ private:
     TArray<SAF_TAG> m_tags;
 };
 
-/// The header's own test: writes files with and without data and with a pad, changes their tags in nine ways, saves them
-/// as new, in place and under another name, and compares tags and data with what they began from.
-/// Works in the folder "safTest" below the system's temporary folder and writes its report there to "safTest.log".
+/// The header's own test: writes files with and without data and with a pad, changes their tags in nine ways, saves
+/// them as new, in place and under another name, and compares tags and data with what they began from. Works in the
+/// folder "safTest" below the system's temporary folder and writes its report there to "safTest.log".
 /// @param report  Receives the report's lines.
 /// @return True when every case passed.
 QV_API bool safTest(TArray<CString>& report);
 QV_API bool safTest();
 /// The same in a folder of the caller's choice, which is created when absent.
 QV_API bool safTest(const char16_t* folder, TArray<CString>& report);
-
-extern template class TArray<SAF_TAG>;
 
 }  // namespace qv

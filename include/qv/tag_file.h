@@ -117,8 +117,11 @@ private:
     LOCATION m_location = LOCATION::Header;
 };
 
+extern template class QV_API TArray<CTagEntry>;
+
 /// The dictionary: entries sorted by name without regard to case. Loads and saves sort; AddTagEntry does not, and a
-/// lookup before the next Sort may miss. Failures are false results with a diagnostic; a failed load keeps what it read.
+/// lookup before the next Sort may miss. Failures are false results with a diagnostic; a failed load keeps what it
+/// read.
 class QV_API CTagFile : public TArray<CTagEntry> {
 public:
     /// Appends a copy; false when the name is already there.
@@ -208,7 +211,5 @@ public:
 private:
     TArray<TAG> m_tags;
 };
-
-extern template class TArray<CTagEntry>;
 
 }  // namespace qv

@@ -12,7 +12,9 @@ namespace {
 constexpr double equalWithin = 1e-8;
 
 /// Number of coefficients that a caller's buffer for that order takes.
-uint32_t coefficientCount(int32_t order) { return static_cast<uint32_t>(CRCalFile::GetNumCoeffsForOrder(order)); }
+uint32_t coefficientCount(int32_t order) {
+    return static_cast<uint32_t>(CRCalFile::GetNumCoeffsForOrder(order));
+}
 
 void copyOut(const TArray<double>& from, double* to) {
     if (to != nullptr) std::copy(from.begin(), from.end(), to);
@@ -45,8 +47,12 @@ CRCalFile& CRCalFile::operator=(const CRCalFile& other) {
 }
 CRCalFile::~CRCalFile() = default;
 
-void CRCalFile::Destroy() { *m_document = Document(); }
-void CRCalFile::DefaultCal() { *m_document = Document(); }
+void CRCalFile::Destroy() {
+    *m_document = Document();
+}
+void CRCalFile::DefaultCal() {
+    *m_document = Document();
+}
 
 CAL_PAGE* CRCalFile::page(int32_t index) const {
     const bool exists = index >= 0 && static_cast<uint32_t>(index) < m_document->pages.size();
@@ -70,8 +76,12 @@ CTagArray* CRCalFile::tags(int32_t pageIndex) const {
     return owner == nullptr ? nullptr : &owner->tags;
 }
 
-const CAL_PAGE* CRCalFile::GetPage(int32_t index) const { return page(index); }
-int32_t CRCalFile::getRevision() const { return m_document->revision; }
+const CAL_PAGE* CRCalFile::GetPage(int32_t index) const {
+    return page(index);
+}
+int32_t CRCalFile::getRevision() const {
+    return m_document->revision;
+}
 
 const CTagArray& CRCalFile::GetTags(int32_t pageIndex) const {
     static const CTagArray none;
@@ -106,70 +116,70 @@ int CRCalFile::GetNumCoeffsForOrder(int order) {
 }
 
 // The twelve accessors of each of a page's two polynomials differ in the members they use.
-#define QV_DEFINE_POLYNOMIAL(X, polyOrderMember, coeffsMember, overrideMember)                                        \
-    bool CRCalFile::GetCalc##X##PolyOrder(int32_t pageIndex, int32_t& order) const {                                  \
-        const CAL_PAGE* p = page(pageIndex);                                                                          \
-        if (p != nullptr) order = p->polyOrderMember;                                                                 \
-        return p != nullptr;                                                                                          \
-    }                                                                                                                 \
-    bool CRCalFile::GetCalc##X##Coefficients(int32_t pageIndex, double* values) const {                               \
-        const CAL_PAGE* p = page(pageIndex);                                                                          \
-        if (p != nullptr) copyOut(p->coeffsMember, values);                                                           \
-        return p != nullptr;                                                                                          \
-    }                                                                                                                 \
-    bool CRCalFile::GetCalc##X##Coefficients(int32_t pageIndex, TArray<double>& values) const {                       \
-        const CAL_PAGE* p = page(pageIndex);                                                                          \
-        if (p != nullptr) values = p->coeffsMember;                                                                   \
-        return p != nullptr;                                                                                          \
-    }                                                                                                                 \
-    bool CRCalFile::GetUsed##X##PolyOrder(int32_t pageIndex, int32_t& order) const {                                  \
-        const CAL_PAGE* p = page(pageIndex);                                                                          \
-        if (p != nullptr) order = p->overrideMember.order;                                                            \
-        return p != nullptr;                                                                                          \
-    }                                                                                                                 \
-    bool CRCalFile::GetUsed##X##Coefficients(int32_t pageIndex, double* values, bool* valid) const {                  \
-        const CAL_PAGE* p = page(pageIndex);                                                                          \
-        if (p == nullptr) return false;                                                                               \
-        copyOut(p->overrideMember.values, values);                                                                    \
-        if (valid != nullptr) *valid = p->overrideMember.valid;                                                       \
-        return true;                                                                                                  \
-    }                                                                                                                 \
-    bool CRCalFile::GetUsed##X##Coefficients(int32_t pageIndex, TArray<double>& values, bool* valid) const {          \
-        const CAL_PAGE* p = page(pageIndex);                                                                          \
-        if (p == nullptr) return false;                                                                               \
-        values = p->overrideMember.values;                                                                            \
-        if (valid != nullptr) *valid = p->overrideMember.valid;                                                       \
-        return true;                                                                                                  \
-    }                                                                                                                 \
-    bool CRCalFile::GetUsed##X##Coefficients(int32_t pageIndex, int32_t& order, double* values, bool* valid) const {  \
-        return GetUsed##X##PolyOrder(pageIndex, order) && GetUsed##X##Coefficients(pageIndex, values, valid);         \
-    }                                                                                                                 \
-    bool CRCalFile::GetUsed##X##Coefficients(int32_t pageIndex, int32_t& order, TArray<double>& values, bool* valid)  \
-        const {                                                                                                       \
-        return GetUsed##X##PolyOrder(pageIndex, order) && GetUsed##X##Coefficients(pageIndex, values, valid);         \
-    }                                                                                                                 \
-    bool CRCalFile::Get##X##PolyOrder(int32_t pageIndex, int32_t& order) const {                                      \
-        const CAL_PAGE* p = page(pageIndex);                                                                          \
-        return p != nullptr && p->overrideMember.valid ? GetUsed##X##PolyOrder(pageIndex, order)                      \
-                                                       : GetCalc##X##PolyOrder(pageIndex, order);                     \
-    }                                                                                                                 \
-    bool CRCalFile::Get##X##Coefficients(int32_t pageIndex, double* values) const {                                   \
-        const CAL_PAGE* p = page(pageIndex);                                                                          \
-        return p != nullptr && p->overrideMember.valid ? GetUsed##X##Coefficients(pageIndex, values)                  \
-                                                       : GetCalc##X##Coefficients(pageIndex, values);                 \
-    }                                                                                                                 \
-    bool CRCalFile::Get##X##Coefficients(int32_t pageIndex, TArray<double>& values) const {                           \
-        const CAL_PAGE* p = page(pageIndex);                                                                          \
-        return p != nullptr && p->overrideMember.valid ? GetUsed##X##Coefficients(pageIndex, values)                  \
-                                                       : GetCalc##X##Coefficients(pageIndex, values);                 \
-    }                                                                                                                 \
-    bool CRCalFile::SetUsed##X##Coefficients(int32_t pageIndex, int32_t order, const double* values, bool valid) {    \
-        CAL_PAGE* p = page(pageIndex);                                                                                \
-        return p != nullptr && setOverride(p->overrideMember, order, values, valid);                                  \
-    }                                                                                                                 \
-    bool CRCalFile::Equal##X##Coefficients(int32_t pageIndex, int32_t order, const double* values) const {            \
-        const CAL_PAGE* p = page(pageIndex);                                                                          \
-        return p != nullptr && equalCoefficients(p->coeffsMember, p->polyOrderMember, order, values);                 \
+#define QV_DEFINE_POLYNOMIAL(X, polyOrderMember, coeffsMember, overrideMember)                                       \
+    bool CRCalFile::GetCalc##X##PolyOrder(int32_t pageIndex, int32_t& order) const {                                 \
+        const CAL_PAGE* p = page(pageIndex);                                                                         \
+        if (p != nullptr) order = p->polyOrderMember;                                                                \
+        return p != nullptr;                                                                                         \
+    }                                                                                                                \
+    bool CRCalFile::GetCalc##X##Coefficients(int32_t pageIndex, double* values) const {                              \
+        const CAL_PAGE* p = page(pageIndex);                                                                         \
+        if (p != nullptr) copyOut(p->coeffsMember, values);                                                          \
+        return p != nullptr;                                                                                         \
+    }                                                                                                                \
+    bool CRCalFile::GetCalc##X##Coefficients(int32_t pageIndex, TArray<double>& values) const {                      \
+        const CAL_PAGE* p = page(pageIndex);                                                                         \
+        if (p != nullptr) values = p->coeffsMember;                                                                  \
+        return p != nullptr;                                                                                         \
+    }                                                                                                                \
+    bool CRCalFile::GetUsed##X##PolyOrder(int32_t pageIndex, int32_t& order) const {                                 \
+        const CAL_PAGE* p = page(pageIndex);                                                                         \
+        if (p != nullptr) order = p->overrideMember.order;                                                           \
+        return p != nullptr;                                                                                         \
+    }                                                                                                                \
+    bool CRCalFile::GetUsed##X##Coefficients(int32_t pageIndex, double* values, bool* valid) const {                 \
+        const CAL_PAGE* p = page(pageIndex);                                                                         \
+        if (p == nullptr) return false;                                                                              \
+        copyOut(p->overrideMember.values, values);                                                                   \
+        if (valid != nullptr) *valid = p->overrideMember.valid;                                                      \
+        return true;                                                                                                 \
+    }                                                                                                                \
+    bool CRCalFile::GetUsed##X##Coefficients(int32_t pageIndex, TArray<double>& values, bool* valid) const {         \
+        const CAL_PAGE* p = page(pageIndex);                                                                         \
+        if (p == nullptr) return false;                                                                              \
+        values = p->overrideMember.values;                                                                           \
+        if (valid != nullptr) *valid = p->overrideMember.valid;                                                      \
+        return true;                                                                                                 \
+    }                                                                                                                \
+    bool CRCalFile::GetUsed##X##Coefficients(int32_t pageIndex, int32_t& order, double* values, bool* valid) const { \
+        return GetUsed##X##PolyOrder(pageIndex, order) && GetUsed##X##Coefficients(pageIndex, values, valid);        \
+    }                                                                                                                \
+    bool CRCalFile::GetUsed##X##Coefficients(int32_t pageIndex, int32_t& order, TArray<double>& values, bool* valid) \
+        const {                                                                                                      \
+        return GetUsed##X##PolyOrder(pageIndex, order) && GetUsed##X##Coefficients(pageIndex, values, valid);        \
+    }                                                                                                                \
+    bool CRCalFile::Get##X##PolyOrder(int32_t pageIndex, int32_t& order) const {                                     \
+        const CAL_PAGE* p = page(pageIndex);                                                                         \
+        return p != nullptr && p->overrideMember.valid ? GetUsed##X##PolyOrder(pageIndex, order)                     \
+                                                       : GetCalc##X##PolyOrder(pageIndex, order);                    \
+    }                                                                                                                \
+    bool CRCalFile::Get##X##Coefficients(int32_t pageIndex, double* values) const {                                  \
+        const CAL_PAGE* p = page(pageIndex);                                                                         \
+        return p != nullptr && p->overrideMember.valid ? GetUsed##X##Coefficients(pageIndex, values)                 \
+                                                       : GetCalc##X##Coefficients(pageIndex, values);                \
+    }                                                                                                                \
+    bool CRCalFile::Get##X##Coefficients(int32_t pageIndex, TArray<double>& values) const {                          \
+        const CAL_PAGE* p = page(pageIndex);                                                                         \
+        return p != nullptr && p->overrideMember.valid ? GetUsed##X##Coefficients(pageIndex, values)                 \
+                                                       : GetCalc##X##Coefficients(pageIndex, values);                \
+    }                                                                                                                \
+    bool CRCalFile::SetUsed##X##Coefficients(int32_t pageIndex, int32_t order, const double* values, bool valid) {   \
+        CAL_PAGE* p = page(pageIndex);                                                                               \
+        return p != nullptr && setOverride(p->overrideMember, order, values, valid);                                 \
+    }                                                                                                                \
+    bool CRCalFile::Equal##X##Coefficients(int32_t pageIndex, int32_t order, const double* values) const {           \
+        const CAL_PAGE* p = page(pageIndex);                                                                         \
+        return p != nullptr && equalCoefficients(p->coeffsMember, p->polyOrderMember, order, values);                \
     }
 
 QV_DEFINE_POLYNOMIAL(, polyOrder, coeffs, coeffsOverride)
@@ -204,7 +214,9 @@ void CRCalFile::SetUsedBandpass(double low, double high, bool valid) {
     m_document->bandpassOverrideHigh = high;
     m_document->bandpassOverrideValid = valid;
 }
-bool CRCalFile::GetBandpassOverridden() const { return m_document->bandpassOverrideValid; }
+bool CRCalFile::GetBandpassOverridden() const {
+    return m_document->bandpassOverrideValid;
+}
 bool CRCalFile::EqualBandpass(double low, double high) const {
     return std::fabs(low - m_document->bandpassLow) < equalWithin &&
            std::fabs(high - m_document->bandpassHigh) < equalWithin;
@@ -269,7 +281,11 @@ bool CRCalFile::GetBackgroundValueEx(int32_t pageIndex, double& value) const {
     return true;
 }
 
-bool CRCalFile::getAutoLookupUpdate() const { return m_document->autoLookupUpdate; }
-void CRCalFile::setAutoLookupUpdate(bool automatic) { m_document->autoLookupUpdate = automatic; }
+bool CRCalFile::getAutoLookupUpdate() const {
+    return m_document->autoLookupUpdate;
+}
+void CRCalFile::setAutoLookupUpdate(bool automatic) {
+    m_document->autoLookupUpdate = automatic;
+}
 
 }  // namespace qv

@@ -86,8 +86,7 @@ void CRCalFile::LoadModtran(bool update) {
         TArray<double> transmission;
         TArray<double> thermal;
         const bool found = fileSystem().FileExists(d.modtranFile.c_str());
-        const bool readable =
-            found && ReadModtranFile(x, transmission, thermal, &fileSystem(), d.modtranFile.c_str());
+        const bool readable = found && ReadModtranFile(x, transmission, thermal, &fileSystem(), d.modtranFile.c_str());
         d.modtranStatus = statusOf(found, readable, x.size());
         if (d.modtranStatus == EResponseStatus::loaded) {
             d.totalTransmission.rawX = x;

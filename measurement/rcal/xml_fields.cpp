@@ -22,7 +22,9 @@ bool takeNumber(std::u16string_view& text, char16_t separator, double& value) {
 
 }  // namespace
 
-CString formatReal(double value) { return CString::FromFormat(u"%0.14g", value); }
+CString formatReal(double value) {
+    return CString::FromFormat(u"%0.14g", value);
+}
 
 CString formatList(const TArray<double>& values) {
     CString text(u"");

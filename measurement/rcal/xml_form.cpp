@@ -267,7 +267,7 @@ void splitCurves(const TArray<double>& x, const TArray<double>& y, RCAL_CURVE& f
 
 void RCalXml::load(const CNode& root) {
     Document& d = m_document;
-    Reader(root)(u"revision", d.revision);
+    Reader{root}(u"revision", d.revision);
     onChild(root, u"bandpass", [&](const CNode& node) { bandpass(Reader(node), d); });
     onChild(root, u"bandpassOverride", [&](const CNode& node) { bandpassOverride(Reader(node), d); });
     onChild(root, u"range", [&](const CNode& node) { range(Reader(node), d); });
@@ -304,7 +304,7 @@ CNode* RCalXml::save() const {
     Document& d = m_document;
     auto* root = new CNode(CXMLFile::NODETYPE_ELEMENT, CString(u"rcal"));
     int32_t revision = writtenRevision;
-    Writer(*root)(u"revision", revision);
+    Writer{*root}(u"revision", revision);
     bandpass(Writer(*addChild(*root, u"bandpass")), d);
     bandpassOverride(Writer(*addChild(*root, u"bandpassOverride")), d);
     range(Writer(*addChild(*root, u"range")), d);

@@ -6,8 +6,8 @@
 
 namespace qv {
 
-/// Moves a calibration's contents to and from a tree. Elements are read by name, in any order; what is absent leaves its
-/// member as it is. Every number is written with 14 significant digits.
+/// Moves a calibration's contents to and from a tree. Elements are read by name, in any order; what is absent leaves
+/// its member as it is. Every number is written with 14 significant digits.
 class RCalXml {
 public:
     explicit RCalXml(CRCalFile& file) : m_document(*file.m_document) {}

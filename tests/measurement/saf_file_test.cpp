@@ -29,7 +29,9 @@ std::string bytesOf(IFile& file) {
     return bytes;
 }
 
-std::string narrow(const char16_t* text) { return text == nullptr ? "(null)" : CStringMB(text).c_str(); }
+std::string narrow(const char16_t* text) {
+    return text == nullptr ? "(null)" : CStringMB(text).c_str();
+}
 
 /// The tags as "name=value;".
 std::string tagsOf(const CSAFFile& header) {
@@ -49,8 +51,8 @@ TEST(SafLoad, ReadsEveryFormOfHeader) {
         uint32_t dataPosition;
     } rows[] = {
         {"automatic size", "HdSize auto\r\nxPixls 320\r\nDATA\r\nxyz", true, "HdSize=auto;xPixls=320;DATA=;", 31},
-        {"padding is not kept", "HdSize auto\r\nsaf_padding The pad\r\na b\r\nDATA\r\n", true,
-         "HdSize=auto;a=b;DATA=;", 45},
+        {"padding is not kept", "HdSize auto\r\nsaf_padding The pad\r\na b\r\nDATA\r\n", true, "HdSize=auto;a=b;DATA=;",
+         45},
         {"any case, inner blanks", "hdSIZE auto\r\nnote   two  words  \r\ndata\r\n", true,
          "hdSIZE=auto;note=two  words;data=;", 40},
         {"fixed size without DATA", "HdSize 19\r\nab cde\r\nbinary", true, "HdSize=Auto;ab=cde;DATA=;", 19},
@@ -167,8 +169,8 @@ TEST(SafSave, SplicesTheFrontOnlyOutsideTheBoundsOfThePad) {
         const char* name;
         int32_t padAfterChange;  ///< what the change would leave
         int32_t padInFile;
-    } rows[] = {{"16 stay", 16, 16},       {"15 insert", 15, 2048},       {"none is exact", 0, 0},
-                {"negative", -100, 2048}, {"4096 stay", 4096, 4096},     {"4097 remove", 4097, 2048}};
+    } rows[] = {{"16 stay", 16, 16},      {"15 insert", 15, 2048},   {"none is exact", 0, 0},
+                {"negative", -100, 2048}, {"4096 stay", 4096, 4096}, {"4097 remove", 4097, 2048}};
     const std::string data = "0123456789 binary \0 data";
     for (const auto& row : rows) {
         SCOPED_TRACE(row.name);
@@ -184,6 +186,7 @@ TEST(SafSave, SplicesTheFrontOnlyOutsideTheBoundsOfThePad) {
         const std::string bytes = bytesOf(*file);
         EXPECT_EQ(bytes.substr(position - 6), "DATA\r\n" + data);
         CSAFFile loaded;
+        file->SeekToBegin();
         EXPECT_TRUE(loaded.Load(file));
         EXPECT_EQ(loaded.GetDataPosition(), position);
         EXPECT_EQ(tagsOf(loaded), tagsOf(header));
@@ -206,6 +209,7 @@ TEST(SafSave, ToAnotherFileTakesTheDataAlong) {
     const std::string bytes = bytesOf(*file);
     EXPECT_EQ(bytes.substr(bytes.size() - 10), "DATA\r\ndata");
     // A fresh header over the same data.
+    file.Release();
     header.New(true);
     ASSERT_TRUE(header.Save());
     file = CFile::Create(folder.path(u"b.saf").c_str(), 0x12);
@@ -233,9 +237,10 @@ class SafGroupsTest : public ::testing::Test {
 protected:
     void SetUp() override {
         GetTagFile().Destroy();
-        const std::pair<const char16_t*, CTagEntry::CATEGORY> known[] = {
-            {u"xPixls", CTagEntry::CATEGORY::Data},     {u"Band%%", CTagEntry::CATEGORY::SensorInfo},
-            {u"Remark", CTagEntry::CATEGORY::Comment}, {u"Sensor", CTagEntry::CATEGORY::SensorInfo}};
+        const std::pair<const char16_t*, CTagEntry::CATEGORY> known[] = {{u"xPixls", CTagEntry::CATEGORY::Data},
+                                                                         {u"Band%%", CTagEntry::CATEGORY::SensorInfo},
+                                                                         {u"Remark", CTagEntry::CATEGORY::Comment},
+                                                                         {u"Sensor", CTagEntry::CATEGORY::SensorInfo}};
         for (const auto& [name, category] : known) {
             CTagEntry entry;
             entry.SetName(name);
@@ -262,8 +267,9 @@ TEST_F(SafGroupsTest, BubblingExchangesHeadingsToTheFront) {
                             {u"GroupComment", u"of the data"},
                             {u"group", u"sensor info"}});
     EXPECT_TRUE(header.BubbleGroups());
-    EXPECT_EQ(tagsOf(header),
-              "HdSize=auto;Group=Data Tags;GroupComment=of the data;group=sensor info;Group=No Such Group;b=2;a=1;DATA=;");
+    EXPECT_EQ(
+        tagsOf(header),
+        "HdSize=auto;Group=Data Tags;GroupComment=of the data;group=sensor info;Group=No Such Group;a=1;b=2;DATA=;");
 }
 
 TEST_F(SafGroupsTest, SortingPutsTagsIntoTheirGroupsInNumericOrder) {

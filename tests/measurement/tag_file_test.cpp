@@ -23,7 +23,9 @@ std::string bytesOf(IFile& file) {
     return bytes;
 }
 
-std::string operator""_b(const char* text, size_t size) { return std::string(text, size); }
+std::string operator""_b(const char* text, size_t size) {
+    return std::string(text, size);
+}
 
 CTagEntry entry(const char16_t* name) {
     CTagEntry made;
@@ -169,12 +171,18 @@ TEST(TagNames, MatchPatternsWithVariables) {
         bool matches;
         std::vector<int> vars;
     } rows[] = {
-        {u"Band%2%Center", u"Band12Center", true, {12}},  {u"Band%3%Center", u"Band12Center", false, {}},
-        {u"Band%%Center", u"band1CENTER", true, {1}},     {u"Band%%Center", u"Band123Center", true, {123}},
-        {u"Band%1%Center", u"Band12Center", false, {}},   {u"Band%0%", u"Band1", false, {}},
-        {u"Band%x%", u"Band77", true, {77}},              {u"A%%B%%", u"A1B2", true, {1, 2}},
-        {u"A%%B%%", u"A1B", false, {}},                   {u"A%", u"A%", false, {}},
-        {u"Plain", u"PLAIN", true, {}},                   {u"%%", u"", false, {}},
+        {u"Band%2%Center", u"Band12Center", true, {12}},
+        {u"Band%3%Center", u"Band12Center", false, {}},
+        {u"Band%%Center", u"band1CENTER", true, {1}},
+        {u"Band%%Center", u"Band123Center", true, {123}},
+        {u"Band%1%Center", u"Band12Center", false, {}},
+        {u"Band%0%", u"Band1", false, {}},
+        {u"Band%x%", u"Band77", true, {77}},
+        {u"A%%B%%", u"A1B2", true, {1, 2}},
+        {u"A%%B%%", u"A1B", false, {}},
+        {u"A%", u"A%", false, {}},
+        {u"Plain", u"PLAIN", true, {}},
+        {u"%%", u"", false, {}},
     };
     for (const auto& row : rows) {
         CTagFile tags;
