@@ -90,7 +90,7 @@ private:
         CSAFFile header;
         header.New(false);
         const char16_t* const tags[][2] = {
-            {u"KeyWrd", u"safTest"}, {u"Multi", u"NoHeaders"}, {u"BytOrd", u"IntelPC"},
+            {u"KeyWrd", u"safTest"}, {u"Multi", u"NoHeaders"}, {u"BytOrd", u"LSBFirst"},
             {u"DaType", u"UInt16"},  {u"ADBits", u"14"},       {u"xPixls", u"320"},
             {u"yPixls", u"256"},     {u"IMSize", u"163480"},   {u"NumDPs", u"1"},
         };
