@@ -117,12 +117,12 @@ void ITypedBuffer::setAt(uint32_t index, double value) {
 }
 
 CTypedBuffer::~CTypedBuffer() {
-    HeapFree(m_data);
+    if (m_data != nullptr) HeapFree(m_data);
 }
 
 bool CTypedBuffer::Alloc(EDataType type, uint32_t count) {
     if (static_cast<uint32_t>(type) > static_cast<uint32_t>(EDataType::rgb24)) return false;
-    HeapFree(m_data);
+    if (m_data != nullptr) HeapFree(m_data);
     m_data = nullptr;
     m_type = EDataType::none;
     m_size = 0;

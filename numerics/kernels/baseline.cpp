@@ -53,12 +53,18 @@ void sumLoop(void* dst, const void* src, size_t count) {
 }
 
 template <class A, class B>
-void spanLoop(double* spans, const void* a, const void* b, size_t count) {
-    for (size_t i = 0; i < count; ++i) spans[i] = span(load<A>(a, i), load<B>(b, i));
+void spanLoop(void* spans, const void* a, const void* b, size_t count) {
+    for (size_t i = 0; i < count; ++i) store(spans, i, span(load<A>(a, i), load<B>(b, i)));
 }
 
+template <class D>
+void convertSpanLoop(void* dst, const void* spans, size_t count) {
+    for (size_t i = 0; i < count; ++i) store(dst, i, convertSpan<D>(load<uint32_t>(spans, i)));
+}
+
+/// The extremes of the elements after conversion to T.
 template <class T, class S>
-void minMaxLoop(const void* data, size_t count, void* min, void* max) {
+void findMinMax(const void* data, size_t count, T& min, T& max) {
     T low = convert<T>(load<S>(data, 0));
     T high = low;
     for (size_t i = 1; i < count; ++i) {
@@ -66,8 +72,18 @@ void minMaxLoop(const void* data, size_t count, void* min, void* max) {
         high = x > high ? x : high;
         low = x < low ? x : low;
     }
-    store(min, 0, low);
-    store(max, 0, high);
+    min = low;
+    max = high;
+}
+
+template <class T, class S>
+void minMaxLoop(const void* data, size_t count, void* min, void* max) {
+    using Compared = std::conditional_t<keepsOrder<T, S>, S, T>;
+    Compared low;
+    Compared high;
+    findMinMax<Compared, S>(data, count, low, high);
+    store(min, 0, convert<T>(low));
+    store(max, 0, convert<T>(high));
 }
 
 template <class T>
@@ -108,6 +124,7 @@ constexpr void fillPair(KernelTable& table) {
     if constexpr (handled(d) && handled(s)) {
         using D = Element<d>;
         using S = Element<s>;
+        static_assert(std::is_same_v<SpanType<D, S>, uint32_t> == hasNarrowSpan(d, s));
         table.convert[d][s] = convertEntry<d, s>();
         table.min[d][s] = minLoop<D, CanonicalSource<D, S>>;
         table.max[d][s] = maxLoop<D, CanonicalSource<D, S>>;
@@ -129,6 +146,7 @@ constexpr void fillColumn(KernelTable& table, std::index_sequence<d...>) {
     if constexpr (handled(s)) {
         fillMinMax<s>(table, std::make_index_sequence<std::tuple_size_v<MinMaxTypes>>());
         table.div[s] = divLoop<Element<s>>;
+        table.convertSpan[s] = convertSpanLoop<Element<s>>;
     }
 }
 

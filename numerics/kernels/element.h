@@ -15,6 +15,7 @@ namespace qv::kernels {
 using ElementTypes =
     std::tuple<int8_t, uint8_t, int16_t, uint16_t, int32_t, uint32_t, int64_t, uint64_t, float, double>;
 inline constexpr size_t typeCount = std::tuple_size_v<ElementTypes>;
+inline constexpr size_t tagUInt32 = 5;
 inline constexpr size_t tagUInt64 = 7;
 inline constexpr size_t tagFlt64 = 9;
 
@@ -66,19 +67,47 @@ constexpr T add(T a, T b) {
     }
 }
 
+/// The arithmetic type of a pair, in which the language would subtract the two.
+template <class A, class B>
+using PairType = decltype(A() + B());
+
+/// What |b - a| is held in until it becomes an element: a 32-bit difference has a 32-bit magnitude, any other a double.
+template <class A, class B>
+using SpanType =
+    std::conditional_t<std::is_integral_v<PairType<A, B>> && sizeof(PairType<A, B>) == 4, uint32_t, double>;
+
 /// |b - a|, the difference taken in the arithmetic type of the pair, wrapping where that is an integer.
 template <class A, class B>
-constexpr double span(A a, B b) {
-    using Pair = decltype(a + b);
-    double difference;
-    if constexpr (std::is_integral_v<Pair>) {
-        using U = std::make_unsigned_t<Pair>;
-        difference = static_cast<double>(static_cast<Pair>(static_cast<U>(b) - static_cast<U>(a)));
+constexpr SpanType<A, B> span(A a, B b) {
+    using Pair = PairType<A, B>;
+    if constexpr (std::is_floating_point_v<Pair>) {
+        return __builtin_fabs(static_cast<double>(static_cast<Pair>(b) - static_cast<Pair>(a)));
     } else {
-        difference = static_cast<double>(static_cast<Pair>(b) - static_cast<Pair>(a));
+        using U = std::make_unsigned_t<Pair>;
+        const U bits = static_cast<U>(b) - static_cast<U>(a);
+        if constexpr (sizeof(Pair) == 8) {
+            return __builtin_fabs(static_cast<double>(static_cast<Pair>(bits)));
+        } else {
+            return std::is_signed_v<Pair> && static_cast<int32_t>(bits) < 0 ? U(0) - bits : bits;
+        }
     }
-    return __builtin_fabs(difference);
 }
+
+/// A 32-bit magnitude as an element. It stands for a double, which from 2^31 on does not fit a 32-bit conversion.
+template <class To>
+constexpr To convertSpan(uint32_t magnitude) {
+    constexpr bool narrow = std::is_integral_v<To> && (sizeof(To) < 4 || std::is_same_v<To, int32_t>);
+    return static_cast<To>(narrow && static_cast<int32_t>(magnitude) < 0 ? 0x80000000u : magnitude);
+}
+
+/// Whether converting keeps the order of any two values, and equal only what compares equal: the smallest element may
+/// then be looked for before it is converted.
+template <class To, class From>
+inline constexpr bool keepsOrder = std::is_integral_v<From>
+                                       ? std::is_floating_point_v<To> ||
+                                             (sizeof(To) > sizeof(From) &&
+                                              (std::is_signed_v<To> || std::is_unsigned_v<From>))
+                                       : sizeof(To) >= sizeof(From) && std::is_floating_point_v<To>;
 
 /// The unsigned type of the same width where the sign cannot change a converted element, so that a loop which would be
 /// the same for both is compiled once.

@@ -23,8 +23,8 @@ using ByType = std::array<Function, typeCount>;
 /// The null entries are the combinations that are not handled.
 struct KernelTable {
     using Binary = void (*)(void* dst, const void* src, size_t count);
-    /// Writes |b[i] - a[i]| to `spans`.
-    using Span = void (*)(double* spans, const void* a, const void* b, size_t count);
+    /// Writes |b[i] - a[i]| to `spans`, in the SpanType of the pair.
+    using Span = void (*)(void* spans, const void* a, const void* b, size_t count);
     /// `min` and `max` point to the output type. REQUIRES: count > 0.
     using MinMax = void (*)(const void* data, size_t count, void* min, void* max);
     /// `divisor` points to one element.
@@ -36,10 +36,16 @@ struct KernelTable {
     ByType<ByType<Binary>> min;
     ByType<ByType<Binary>> max;
     ByType<ByType<Binary>> sum;
-    ByType<ByType<Span>> span;  ///< [a][b]; convert[destination][tagFlt64] does the rest
+    ByType<ByType<Span>> span;   ///< [a][b]; convert[destination][tagFlt64] turns doubles into elements,
+    ByType<Binary> convertSpan;  ///< [destination], 32-bit magnitudes
     std::array<ByType<MinMax>, std::tuple_size_v<MinMaxTypes>> minMax;
     ByType<Div> div;
 };
+
+/// Whether the spans of two types are 32-bit magnitudes: both are integers of at most 32 bits.
+constexpr bool hasNarrowSpan(size_t a, size_t b) {
+    return a <= tagUInt32 && b <= tagUInt32;
+}
 
 extern const KernelTable baselineKernels;
 

@@ -26,27 +26,30 @@ struct Kind {
     bool isFloat;
 };
 
+/// Calls `use` with a value of the element type.
+template <class Use>
+auto withType(EDataType type, Use use) {
+    if (type == EDataType::int8) return use(int8_t());
+    if (type == EDataType::uint8) return use(uint8_t());
+    if (type == EDataType::int16) return use(int16_t());
+    if (type == EDataType::uint16) return use(uint16_t());
+    if (type == EDataType::int32) return use(int32_t());
+    if (type == EDataType::uint32) return use(uint32_t());
+    if (type == EDataType::int64) return use(int64_t());
+    if (type == EDataType::flt32) return use(float());
+    return use(double());
+}
+
+template <class T>
+Kind kindOf(T) {
+    return {int(sizeof(T) * 8), std::is_signed_v<T>, std::is_floating_point_v<T>};
+}
 Kind kindOf(EDataType type) {
-    switch (type) {
-        case EDataType::int8:
-            return {8, true, false};
-        case EDataType::uint8:
-            return {8, false, false};
-        case EDataType::int16:
-            return {16, true, false};
-        case EDataType::uint16:
-            return {16, false, false};
-        case EDataType::int32:
-            return {32, true, false};
-        case EDataType::uint32:
-            return {32, false, false};
-        case EDataType::int64:
-            return {64, true, false};
-        case EDataType::flt32:
-            return {32, true, true};
-        default:
-            return {64, true, true};
-    }
+    return withType(type, [](auto element) { return kindOf(element); });
+}
+
+Exact exactAt(const void* data, EDataType type, size_t i) {
+    return withType(type, [&]<class T>(T) { return static_cast<Exact>(static_cast<const T*>(data)[i]); });
 }
 
 /// The low bits of an integer as a number of the kind.
@@ -70,30 +73,6 @@ Exact converted(Exact value, Kind from, Kind to) {
     return wrapped(whole >= -limit && whole < limit ? whole : -limit, to);
 }
 
-Exact exactAt(const void* data, EDataType type, size_t i) {
-    const auto read = [&]<class T>(T) { return static_cast<Exact>(static_cast<const T*>(data)[i]); };
-    switch (type) {
-        case EDataType::int8:
-            return read(int8_t());
-        case EDataType::uint8:
-            return read(uint8_t());
-        case EDataType::int16:
-            return read(int16_t());
-        case EDataType::uint16:
-            return read(uint16_t());
-        case EDataType::int32:
-            return read(int32_t());
-        case EDataType::uint32:
-            return read(uint32_t());
-        case EDataType::int64:
-            return read(int64_t());
-        case EDataType::flt32:
-            return read(float());
-        default:
-            return read(double());
-    }
-}
-
 bool same(Exact a, Exact b) {
     return std::isnan(a) ? std::isnan(b) : a == b;
 }
@@ -101,49 +80,14 @@ bool same(Exact a, Exact b) {
 /// Elements that lie at the edges of every type, as bytes of `type`.
 std::vector<uint64_t> edgeElements(EDataType type, size_t& count) {
     const double inf = std::numeric_limits<double>::infinity();
-    const double edges[] = {0,
-                            1,
-                            -1,
-                            2.5,
-                            -1.9,
-                            44,
-                            100,
-                            127,
-                            128,
-                            200,
-                            -128,
-                            -129,
-                            255,
-                            256,
-                            300,
-                            300.7,
-                            32767,
-                            32768,
-                            -32769,
-                            65535,
-                            65536,
-                            2147483520.0,
-                            2147483647.0,
-                            2147483648.0,
-                            -2147483648.0,
-                            -2147483648.9,
-                            -2147483649.0,
-                            3e9,
-                            4294967295.0,
-                            4294967296.0,
-                            1e10,
-                            -1e10,
-                            9.2e18,
-                            9223372036854775808.0,
-                            -9223372036854775808.0,
-                            1e19,
-                            -1e19,
-                            1e300,
-                            1e-300,
-                            inf,
-                            -inf,
-                            std::nan("")};
-    count = std::size(edges);
+    const double nan = std::numeric_limits<double>::quiet_NaN();
+    // clang-format off
+    const std::vector<double> edges = {
+        0, 1, -1, 2.5, -1.9, 44, 100, 127, 128, 200, -128, -129, 255, 256, 300, 300.7, 32767, 32768, -32769, 65535,
+        65536, 2147483520.0, 2147483647.0, 2147483648.0, -2147483648.0, -2147483648.9, -2147483649.0, 3e9,
+        4294967295.0, 4294967296.0, 1e10, -1e10, 9.2e18, 0x1p63, -0x1p63, 1e19, -1e19, 1e300, 1e-300, inf, -inf, nan};
+    // clang-format on
+    count = edges.size();
     std::vector<uint64_t> storage(count);
     const STypedData data(storage.data(), type);
     for (size_t i = 0; i < count; ++i) data[static_cast<int>(i)] = edges[i];
@@ -241,7 +185,7 @@ TEST(TypedArrays, SpanFollowsTheElementRuleForAllTriples) {
 
 template <class T>
 void checkMinMaxOf(EDataType type) {
-    const Kind to{int(sizeof(T) * 8), std::is_signed_v<T>, std::is_floating_point_v<T>};
+    const Kind to = kindOf(T());
     size_t count = 0;
     std::vector<uint64_t> data = edgeElements(type, count);
     T min = 3;
@@ -260,15 +204,9 @@ void checkMinMaxOf(EDataType type) {
 }
 
 TEST(TypedArrays, MinMaxComparesInTheTypeOfTheOutputs) {
+    const auto check = []<class... T>(std::tuple<T...>, EDataType type) { (checkMinMaxOf<T>(type), ...); };
     for (const EDataType type : handledTypes) {
-        checkMinMaxOf<uint8_t>(type);
-        checkMinMaxOf<int16_t>(type);
-        checkMinMaxOf<uint16_t>(type);
-        checkMinMaxOf<int32_t>(type);
-        checkMinMaxOf<uint32_t>(type);
-        checkMinMaxOf<int64_t>(type);
-        checkMinMaxOf<float>(type);
-        checkMinMaxOf<double>(type);
+        check(std::tuple<uint8_t, int16_t, uint16_t, int32_t, uint32_t, int64_t, float, double>(), type);
     }
 }
 
