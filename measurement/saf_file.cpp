@@ -53,15 +53,8 @@ void appendUtf8(std::string& out, const CString& value) {
     text::convert(written(value), out.data() + start);
 }
 
-/// How an update of the front of a file goes: what is spliced at byte 0, and the pad that the header is written with.
-struct Splice {
-    int64_t insert = 0;
-    int64_t remove = 0;
-    uint32_t pad = 0;
-};
-
 /// `header` is the header's size without a pad, `dataPosition` where the data begin now.
-Splice planSplice(int64_t header, int64_t dataPosition) {
+SAF_SAVE_PLAN planSplice(int64_t header, int64_t dataPosition) {
     if (header == dataPosition) return {};
     if (header + safPad::least > dataPosition) return {safPad::fresh + header - dataPosition, 0, safPad::fresh};
     if (header + safPad::most < dataPosition) return {0, dataPosition - header - safPad::fresh, safPad::fresh};
@@ -70,7 +63,7 @@ Splice planSplice(int64_t header, int64_t dataPosition) {
 
 /// Makes room for the header and leaves the position at 0. Returns the pad to write.
 uint32_t spliceFront(IFile& file, int64_t header, int64_t dataPosition) {
-    const Splice splice = planSplice(header, dataPosition);
+    const SAF_SAVE_PLAN splice = planSplice(header, dataPosition);
     if (splice.insert > 0) {
         file.Insert(0, splice.insert);
     } else if (splice.remove > 0) {

@@ -26,6 +26,15 @@ struct SAF_TAG {
 
 extern template class QV_API TArray<SAF_TAG>;
 
+/// What saving a header in place does to the file.
+struct SAF_SAVE_PLAN {
+    int64_t insert = 0;  ///< Bytes opened at the front of the file; the data move up by as many.
+    int64_t remove = 0;  ///< Bytes closed there; the data move down.
+    uint32_t pad = 0;    ///< Bytes of padding afterwards.
+
+    bool movesData() const { return insert != 0 || remove != 0; }
+};
+
 /// The header of a measurement file.
 ///
 /// After New or Load, tag 0 is HdSize and the last tag is DATA with an empty value; the writer puts out every tag but
@@ -122,6 +131,9 @@ public:
     /// The object's own path and data position are not touched. Always true.
     bool SaveTo(TSharedPtr<IFile> file, uint32_t& dataPosition, bool addPad);
     bool Update(TSharedPtr<IFile> file, uint32_t& dataPosition, bool addPad);
+
+    /// What Save() would do to a file that has data behind its header. Nothing is moved while the pad absorbs the change.
+    SAF_SAVE_PLAN PlanSave() const;
 
     /// Bytes of the header without padding, from "HdSize" to the end of "DATA\r\n".
     uint32_t HeaderSize() const;
