@@ -50,7 +50,7 @@ std::u16string_view written(const CString& value) {
 void appendUtf8(std::string& out, const CString& value) {
     const size_t start = out.size();
     out.resize(start + text::convertedLength(written(value)));
-    text::convert(written(value), out.data() + start);
+    text::convert(written(value), out.data() + start, out.size() - start);
 }
 
 /// `header` is the header's size without a pad, `dataPosition` where the data begin now.
