@@ -8,6 +8,7 @@
 #include <mutex>
 #include <thread>
 
+#include "calibration_file.h"
 #include "calibrator.h"
 #include "command.h"
 #include "json.h"
@@ -214,15 +215,6 @@ void writeHeader(const Recording& source, const Calibrator& calibrator, const Op
     }
 }
 
-void loadCalibration(qv::CRCalFile& calibration, const std::string& path) {
-    qv::IFileSystem& disk = qv::fileSystem();
-    qv::ClearDiagnostic();
-    if (!disk.FileExists(wide(path).c_str())) throw Failure(Exit::io, path + ": no such file");
-    if (calibration.Load(&disk, wide(path).c_str(), 0)) return;
-    const bool known = qv::CRCalFile::IsRCalFile(&disk, wide(path));
-    throw diagnosed(known ? Exit::damaged : Exit::wrongKind, path, "is no calibration");
-}
-
 void readBetween(Options& options) {
     if (options.between.empty()) return;
     int first = 0;
@@ -286,6 +278,7 @@ Exit calibrate(Options& options) {
     }
     qv::CRCalFile calibration;
     loadCalibration(calibration, options.calibration);
+    remarkMissing(calibration, options.calibration);
     const Calibrator calibrator(calibration, options.calibrator, options.calibration);
     Target target(options.output, options.force);
     qv::CSAFFile header;
