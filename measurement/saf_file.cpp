@@ -292,6 +292,10 @@ uint32_t CSAFFile::HeaderSize() const {
     return static_cast<uint32_t>(bytes - 1);
 }
 
+SAF_SAVE_PLAN CSAFFile::PlanSave() const {
+    return planSplice(HeaderSize(), m_dataPosition);
+}
+
 bool CSAFFile::Save() {
     return Save(nullptr, nullptr, true);
 }
