@@ -424,7 +424,7 @@ private:
         } else {
             const auto whole = size == limit ? withoutCutCharacter(text) : text;
             std::basic_string<Ch> converted(convertedLength(whole), Ch());
-            convert(whole, converted.data());
+            convert(whole, converted.data(), converted.size());
             putText(converted, conversion);
         }
     }

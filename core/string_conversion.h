@@ -19,15 +19,14 @@ std::basic_string_view<Ch> conversionSource(const Ch* src, int length) {
     return {src, std::char_traits<Ch>::length(src) + 1};
 }
 
-/// Hands out a converted length by the rule of the static conversions: 0 unless it fits the result and `dst`, or `dst`
-/// is not there; `write` fills `dst`.
-template <class Ch, class Write>
-int deliver(size_t units, Ch* dst, int dstLen, Write write) {
+/// The result of a static conversion of `units` > 0, or of noRoom: 0 when it does not fit an int or `dst`. Terminates
+/// `dst` where there is room.
+template <class Ch>
+int conversionResult(size_t units, Ch* dst, int dstLen) {
     if (units > 0x7FFFFFFF) return 0;
     const auto result = static_cast<int>(units);
     if (dst == nullptr || dstLen == 0) return result;
     if (dstLen < result) return 0;
-    write();
     if (dstLen > result) dst[units] = Ch();
     return result;
 }
@@ -35,7 +34,19 @@ int deliver(size_t units, Ch* dst, int dstLen, Write write) {
 template <class From, class To>
 int convertArray(const From* src, int srcLen, To* dst, int dstLen) {
     const auto source = conversionSource(src, srcLen);
-    return deliver(text::convertedLength(source), dst, dstLen, [&] { text::convert(source, dst); });
+    if (source.empty() || dstLen < 0) return 0;
+    const bool measures = dst == nullptr || dstLen == 0;
+    const size_t units =
+        measures ? text::convertedLength(source) : text::convert(source, dst, static_cast<size_t>(dstLen));
+    return conversionResult(units, dst, dstLen);
+}
+
+/// Hands out a text that is converted already.
+template <class Ch>
+int deliver(const std::basic_string<Ch>& text, Ch* dst, int dstLen) {
+    if (text.empty() || dstLen < 0) return 0;
+    if (dst != nullptr) text.copy(dst, text.size() <= static_cast<size_t>(dstLen) ? text.size() : 0);
+    return conversionResult(text.size(), dst, dstLen);
 }
 
 }  // namespace
@@ -57,8 +68,9 @@ template <class Ch>
 const typename TString<Ch>::Other* TString<Ch>::converted() const {
     static constexpr Other none[1] = {};
     if (m_rep == nullptr) return none;
-    Other* buffer = conversionBuffer(text::convertedLength(view()) + 1);
-    buffer[text::convert(view(), buffer)] = Other();
+    const size_t units = text::convertedLength(view());
+    Other* buffer = conversionBuffer(units + 1);
+    buffer[text::convert(view(), buffer, units)] = Other();
     return buffer;
 }
 
@@ -125,14 +137,14 @@ template <class Ch>
 int TString<Ch>::ConvertToCodePage(unsigned codePage, const char16_t* src, int srcLen, char* dst, int dstLen) {
     std::string bytes;
     if (!text::encode(codePage, conversionSource(src, srcLen), bytes)) return 0;
-    return deliver(bytes.size(), dst, dstLen, [&] { std::copy_n(bytes.data(), bytes.size(), dst); });
+    return deliver(bytes, dst, dstLen);
 }
 
 template <class Ch>
 int TString<Ch>::ConvertFromCodePage(unsigned codePage, const char* src, int srcLen, char16_t* dst, int dstLen) {
     std::u16string utf16;
     if (!text::decode(codePage, conversionSource(src, srcLen), utf16)) return 0;
-    return deliver(utf16.size(), dst, dstLen, [&] { std::copy_n(utf16.data(), utf16.size(), dst); });
+    return deliver(utf16, dst, dstLen);
 }
 
 template <class Ch>

@@ -133,14 +133,14 @@ Ch* TString<Ch>::openGap(size_t pos, size_t n, size_t count) {
 /// handle, which also makes the change happen in a copy.
 template <class Ch>
 void TString<Ch>::splice(size_t pos, size_t n, View text) {
-    TString keep{nullHandle{}};
+    TString keep{NullHandle{}};
     if (holds(text.data())) keep = *this;
     std::copy_n(text.data(), text.size(), openGap(pos, n, text.size()));
 }
 
 template <class Ch>
 void TString<Ch>::assignView(View text) {
-    TString keep{nullHandle{}};
+    TString keep{NullHandle{}};
     if (holds(text.data())) keep = *this;
     makePrivate();
     ensureCapacity(text.size(), false);
@@ -150,12 +150,12 @@ void TString<Ch>::assignView(View text) {
 
 template <class Ch>
 void TString<Ch>::assignConverted(OtherView text) {
-    TString keep{nullHandle{}};
+    TString keep{NullHandle{}};
     if (holds(text.data())) keep = *this;
     const size_t units = text::convertedLength(text);
     makePrivate();
     ensureCapacity(units, false);
-    setLength(text::convert(text, m_rep->buffer));
+    setLength(text::convert(text, m_rep->buffer, units));
 }
 
 template <class Ch>

@@ -22,34 +22,36 @@ constexpr char32_t replacement = 0xFFFD;
 
 constexpr size_t blockUnits = 16;
 
-/// The next 16 units, copied to `dst` in its width when all of them are ASCII; `dst` may be null. False, and nothing
-/// written, when one is not.
+/// A bit for each of the next 16 units that is not ASCII, the lowest for the first. Where `dst` is given, 16 units are
+/// stored there; those in front of the first bit are the right ones.
 #if defined(__SSE2__)
-bool copyAsciiBlock(const char* src, char16_t* dst) {
+inline unsigned copyBlock(const char* src, char16_t* dst) {
     const __m128i bytes = _mm_loadu_si128(reinterpret_cast<const __m128i*>(src));
-    if (_mm_movemask_epi8(bytes) != 0) return false;
-    if (dst == nullptr) return true;
-    const __m128i zero = _mm_setzero_si128();
-    _mm_storeu_si128(reinterpret_cast<__m128i*>(dst), _mm_unpacklo_epi8(bytes, zero));
-    _mm_storeu_si128(reinterpret_cast<__m128i*>(dst + 8), _mm_unpackhi_epi8(bytes, zero));
-    return true;
+    if (dst != nullptr) {
+        const __m128i zero = _mm_setzero_si128();
+        _mm_storeu_si128(reinterpret_cast<__m128i*>(dst), _mm_unpacklo_epi8(bytes, zero));
+        _mm_storeu_si128(reinterpret_cast<__m128i*>(dst + 8), _mm_unpackhi_epi8(bytes, zero));
+    }
+    return static_cast<unsigned>(_mm_movemask_epi8(bytes));
 }
-bool copyAsciiBlock(const char16_t* src, char* dst) {
+inline unsigned copyBlock(const char16_t* src, char* dst) {
     const __m128i low = _mm_loadu_si128(reinterpret_cast<const __m128i*>(src));
     const __m128i high = _mm_loadu_si128(reinterpret_cast<const __m128i*>(src + 8));
-    const __m128i outside = _mm_and_si128(_mm_or_si128(low, high), _mm_set1_epi16(static_cast<short>(0xFF80)));
-    if (_mm_movemask_epi8(_mm_cmpeq_epi16(outside, _mm_setzero_si128())) != 0xFFFF) return false;
     if (dst != nullptr) _mm_storeu_si128(reinterpret_cast<__m128i*>(dst), _mm_packus_epi16(low, high));
-    return true;
+    const __m128i above = _mm_set1_epi16(static_cast<short>(0xFF80)), zero = _mm_setzero_si128();
+    const __m128i inside = _mm_packs_epi16(_mm_cmpeq_epi16(_mm_and_si128(low, above), zero),
+                                           _mm_cmpeq_epi16(_mm_and_si128(high, above), zero));
+    return static_cast<unsigned>(_mm_movemask_epi8(inside)) ^ 0xFFFF;
 }
 #else
 template <class From, class To>
-bool copyAsciiBlock(const From* src, To* dst) {
-    unsigned any = 0;
-    for (size_t i = 0; i < blockUnits; ++i) any |= static_cast<std::make_unsigned_t<From>>(src[i]);
-    if (any >= 0x80) return false;
-    for (size_t i = 0; dst != nullptr && i < blockUnits; ++i) dst[i] = static_cast<To>(src[i]);
-    return true;
+unsigned copyBlock(const From* src, To* dst) {
+    unsigned outside = 0;
+    for (unsigned i = 0; i < blockUnits; ++i) {
+        outside |= static_cast<unsigned>(static_cast<std::make_unsigned_t<From>>(src[i]) >= 0x80) << i;
+        if (dst != nullptr) dst[i] = static_cast<To>(src[i]);
+    }
+    return outside;
 }
 #endif
 
@@ -71,25 +73,41 @@ constexpr Lead leadOf(unsigned byte) {
     return {0, 0, 0};
 }
 
-/// Reads the character at `at`, which is not ASCII, and moves `at` behind it, or behind the maximal part of one.
-char32_t readCharacter(const char*& at, const char* end) {
-    const unsigned byte = static_cast<unsigned char>(*at++);
-    const Lead lead = leadOf(byte);
-    if (lead.follow == 0) return replacement;
-    char32_t character = byte & (0x3Fu >> lead.follow);
+/// Where no valid character stands at `at`: the place behind the maximal part of one.
+const char* behindMalformed(const char* at, const char* end) {
+    const Lead lead = leadOf(static_cast<unsigned char>(*at++));
     unsigned low = lead.low, high = lead.high;
-    for (unsigned i = 0; i < lead.follow; ++i) {
-        if (at == end) return replacement;
+    for (unsigned i = 0; i < lead.follow && at != end; ++i, ++at) {
         const unsigned next = static_cast<unsigned char>(*at);
-        if (next < low || next > high) return replacement;
-        character = character << 6 | (next & 0x3F);
+        if (next < low || next > high) break;
         low = 0x80, high = 0xBF;
-        ++at;
     }
-    return character;
+    return at;
 }
 
-char32_t readCharacter(const char16_t*& at, const char16_t* end) {
+/// Reads the character at `at`, which is not ASCII, and moves `at` behind it.
+inline char32_t readCharacter(const char*& at, const char* end) {
+    const auto byte = [at](int i) { return static_cast<char32_t>(static_cast<unsigned char>(at[i])); };
+    const auto follows = [byte](int i) { return (byte(i) & 0xC0) == 0x80; };
+    const ptrdiff_t left = end - at;
+    const char32_t lead = byte(0);
+    if (lead < 0xE0) {
+        if (lead >= 0xC2 && left >= 2 && follows(1)) return at += 2, (lead & 0x1F) << 6 | (byte(1) & 0x3F);
+    } else if (lead < 0xF0) {
+        if (left >= 3 && follows(1) && follows(2)) {
+            const char32_t character = (lead & 0x0F) << 12 | (byte(1) & 0x3F) << 6 | (byte(2) & 0x3F);
+            if (character >= 0x800 && character - 0xD800 >= 0x800) return at += 3, character;
+        }
+    } else if (lead < 0xF8 && left >= 4 && follows(1) && follows(2) && follows(3)) {
+        const char32_t character =
+            (lead & 0x07) << 18 | (byte(1) & 0x3F) << 12 | (byte(2) & 0x3F) << 6 | (byte(3) & 0x3F);
+        if (character - 0x10000 < 0x100000) return at += 4, character;
+    }
+    at = behindMalformed(at, end);
+    return replacement;
+}
+
+inline char32_t readCharacter(const char16_t*& at, const char16_t* end) {
     const char32_t unit = *at++;
     if (unit < 0xD800 || unit > 0xDFFF) return unit;
     if (unit > 0xDBFF || at == end || *at < 0xDC00 || *at > 0xDFFF) return replacement;
@@ -134,28 +152,55 @@ inline bool isAscii(From unit) {
     return static_cast<std::make_unsigned_t<From>>(unit) < 0x80;
 }
 
-/// Units of `text` in the width To; written to `dst` when Write.
+/// A text on its way from one width to the other: measured, or written to `dst` when Write.
 template <bool Write, class From, class To>
-size_t run(std::basic_string_view<From> text, To* dst) {
-    const From* at = text.data();
-    const From* end = at + text.size();
-    size_t units = 0;
-    while (at != end) {
-        if (isAscii(*at)) {
-            while (static_cast<size_t>(end - at) >= blockUnits && copyAsciiBlock(at, Write ? dst + units : nullptr)) {
-                at += blockUnits, units += blockUnits;
+class Conversion {
+public:
+    Conversion(std::basic_string_view<From> text, To* dst, size_t room)
+        : m_at(text.data()), m_end(text.data() + text.size()), m_dst(dst), m_room(room) {}
+
+    /// The units of the whole text, or noRoom.
+    size_t run() {
+        while (hasBlock()) {
+            const unsigned outside = copyBlock(m_at, Write ? m_dst + m_units : nullptr);
+            if (outside == 0) {
+                advanceAscii(blockUnits);
+                continue;
             }
-            for (; at != end && isAscii(*at); ++at, ++units) {
-                if constexpr (Write) dst[units] = static_cast<To>(*at);
-            }
-        } else {
-            const char32_t character = readCharacter(at, end);
-            if constexpr (Write) writeCharacter(character, dst + units);
-            units += unitsOf(character, dst);
+            advanceAscii(static_cast<size_t>(std::countr_zero(outside)));
+            do {
+                if (!putCharacter(readCharacter(m_at, m_end))) return noRoom;
+            } while (m_at != m_end && !isAscii(*m_at));
         }
+        while (m_at != m_end) {
+            const bool ascii = isAscii(*m_at);
+            if (!putCharacter(ascii ? static_cast<char32_t>(*m_at++) : readCharacter(m_at, m_end))) return noRoom;
+        }
+        return m_units;
     }
-    return units;
-}
+
+private:
+    bool hasBlock() const { return static_cast<size_t>(m_end - m_at) >= blockUnits && m_room - m_units >= blockUnits; }
+    void advanceAscii(size_t n) { m_at += n, m_units += n; }
+    bool putCharacter(char32_t character) {
+        constexpr size_t most = 4;
+        if (Write && m_room - m_units >= most) {
+            m_units = static_cast<size_t>(writeCharacter(character, m_dst + m_units) - m_dst);
+            return true;
+        }
+        const size_t count = unitsOf(character, m_dst);
+        if (count > m_room - m_units) return false;
+        if constexpr (Write) writeCharacter(character, m_dst + m_units);
+        m_units += count;
+        return true;
+    }
+
+    const From* m_at;
+    const From* m_end;
+    To* m_dst;
+    size_t m_room;
+    size_t m_units = 0;
+};
 
 template <class Ch>
 int compareUnits(std::basic_string_view<Ch> a, std::basic_string_view<Ch> b, bool fold) {
@@ -179,27 +224,27 @@ constexpr char32_t asCharacter(char32_t code) {
 }  // namespace
 
 size_t convertedLength(std::string_view utf8) {
-    return run<false>(utf8, static_cast<char16_t*>(nullptr));
+    return Conversion<false, char, char16_t>(utf8, nullptr, noRoom).run();
 }
 size_t convertedLength(std::u16string_view utf16) {
-    return run<false>(utf16, static_cast<char*>(nullptr));
+    return Conversion<false, char16_t, char>(utf16, nullptr, noRoom).run();
 }
-size_t convert(std::string_view utf8, char16_t* dst) {
-    return run<true>(utf8, dst);
+size_t convert(std::string_view utf8, char16_t* dst, size_t room) {
+    return Conversion<true, char, char16_t>(utf8, dst, room).run();
 }
-size_t convert(std::u16string_view utf16, char* dst) {
-    return run<true>(utf16, dst);
+size_t convert(std::u16string_view utf16, char* dst, size_t room) {
+    return Conversion<true, char16_t, char>(utf16, dst, room).run();
 }
 
 std::u16string toUtf16(std::string_view utf8) {
     std::u16string text(convertedLength(utf8), u'\0');
-    convert(utf8, text.data());
+    convert(utf8, text.data(), text.size());
     return text;
 }
 
 std::string toUtf8(std::u16string_view utf16) {
     std::string text(convertedLength(utf16), '\0');
-    convert(utf16, text.data());
+    convert(utf16, text.data(), text.size());
     return text;
 }
 

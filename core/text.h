@@ -14,12 +14,15 @@ namespace qv::text {
 // A malformed UTF-8 sequence becomes one U+FFFD for each maximal part that could have begun a character; a lone
 // surrogate becomes U+FFFD.
 
+/// More units than there is room for.
+inline constexpr size_t noRoom = ~size_t{0};
 /// Units that convert() writes.
 size_t convertedLength(std::string_view utf8);
 size_t convertedLength(std::u16string_view utf16);
-/// Converts to `dst`, which has room for convertedLength() units; returns that number. No terminator is written.
-size_t convert(std::string_view utf8, char16_t* dst);
-size_t convert(std::u16string_view utf16, char* dst);
+/// Converts to `dst`, which holds `room` units; returns the units written, or noRoom when they do not fit: then `dst`
+/// holds a part. No terminator is written.
+size_t convert(std::string_view utf8, char16_t* dst, size_t room);
+size_t convert(std::u16string_view utf16, char* dst, size_t room);
 
 std::u16string toUtf16(std::string_view utf8);
 std::string toUtf8(std::u16string_view utf16);

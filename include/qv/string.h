@@ -88,6 +88,11 @@ private:
     size_t m_size = 0;
 };
 
+template <class Ch>
+struct TextPair {
+    std::basic_string_view<Ch> first, second;
+};
+
 /// One argument of the formatter with its type.
 class FormatArg {
 public:
@@ -216,9 +221,9 @@ public:
     TString(const TString& other) noexcept : m_rep(other.m_rep) { addReference(m_rep); }
     /// Leaves the other string with a null handle.
     TString(TString&& other) noexcept : m_rep(other.m_rep) { other.m_rep = nullptr; }
-    TString(std::nullptr_t, ptrdiff_t = -1) { Copy(static_cast<const Ch*>(nullptr)); }
-    TString(const Ch* text, ptrdiff_t n = -1) { Copy(text, n); }
-    TString(const Other* text, ptrdiff_t n = -1) { Copy(text, n); }
+    TString(std::nullptr_t, ptrdiff_t = -1) : TString(NullHandle{}) { Copy(static_cast<const Ch*>(nullptr)); }
+    TString(const Ch* text, ptrdiff_t n = -1) : TString(NullHandle{}) { Copy(text, n); }
+    TString(const Other* text, ptrdiff_t n = -1) : TString(NullHandle{}) { Copy(text, n); }
     template <class S>
     requires(Private::TextRange<S, Ch> && !std::same_as<S, TString>) TString(const S& text) { assignView(text); }
     template <class S>
@@ -226,16 +231,22 @@ public:
         assignConverted(text);
     }
     template <std::same_as<TString> S>
-    TString(const S& other, size_t pos, size_t n = npos) {
+    TString(const S& other, size_t pos, size_t n = npos) : TString(NullHandle{}) {
         assign(other, pos, n);
     }
     template <std::integral N, std::integral C>
-    TString(N count, C ch) {
+    TString(N count, C ch) : TString(NullHandle{}) {
         assign(static_cast<size_t>(count), static_cast<Ch>(ch));
+    }
+    /// Two texts, one behind the other.
+    explicit TString(const Private::TextPair<Ch>& parts) : TString(NullHandle{}) {
+        reserve(parts.first.size() + parts.second.size());
+        append(parts.first).append(parts.second);
     }
     ~TString() { release(m_rep); }
 
     TString& operator=(const TString& other) noexcept {
+        if (m_rep == other.m_rep) return *this;
         addReference(other.m_rep);
         release(m_rep);
         m_rep = other.m_rep;
@@ -423,7 +434,7 @@ public:
     TString& FormatV(Text fmt, Private::FormatArgs args);
     template <class... Args>
     static TString FromFormat(Text fmt, const Args&... args) {
-        TString made(nullHandle{});
+        TString made(NullHandle{});
         made.FormatV(fmt, Private::packArgs(args...));
         return made;
     }
@@ -447,8 +458,8 @@ public:
 
     /// Conversions between arrays. `srcLen` of -1 means up to and with the terminator, which then counts in the result.
     /// With a null `dst` or a `dstLen` of 0 the result is the units needed; else the units written, and a terminator
-    /// behind them if there is room. 0, and nothing written, where `dst` is too small, the source is null or of length
-    /// 0, or the code page unknown. Code page 65001 is UTF-8, and so is 0; others are those that iconv knows.
+    /// behind them if there is room. 0 where `dst` is too small (it may then hold a part), the source is null or of
+    /// length 0, or the code page is unknown. Code page 65001 is UTF-8, and so is 0; others are those of iconv.
     static int ConvertToUTF8(const char16_t* src, int srcLen, char* dst, int dstLen);
     static int ConvertToCodePage(unsigned codePage, const char16_t* src, int srcLen, char* dst, int dstLen);
     static int ConvertToUTF16(const char* src, int srcLen, char16_t* dst, int dstLen);
@@ -623,10 +634,10 @@ private:
         Other* conversion = nullptr;  ///< The last converted form.
         int32_t conversionSize = 0;   ///< Units of `conversion`.
     };
-    struct nullHandle {};
+    struct NullHandle {};
     static constexpr Ch emptyText[1] = {};
 
-    explicit TString(nullHandle) noexcept : m_rep(nullptr) {}
+    explicit TString(NullHandle) noexcept : m_rep(nullptr) {}
 
     static void addReference(Rep* rep) noexcept {
         if (rep != nullptr) rep->references.fetch_add(1, std::memory_order_relaxed);
@@ -676,23 +687,20 @@ std::strong_ordering operator<=>(const TString<Ch>& a, const S& b) {
 }
 template <class Ch, Private::TextLike<Ch> S>
 TString<Ch> operator+(const TString<Ch>& a, const S& b) {
-    const std::basic_string_view<Ch> text = Private::TextArg<Ch>(b).all();
-    TString<Ch> sum;
-    sum.reserve(a.length() + text.size());
-    return sum.append(a.view()).append(text);
+    return TString<Ch>(Private::TextPair<Ch>{a.view(), Private::TextArg<Ch>(b).all()});
 }
 template <class Ch, Private::TextLike<Ch> S>
 requires(!std::same_as<S, TString<Ch>>) TString<Ch>
 operator+(const S& a, const TString<Ch>& b) {
-    return TString<Ch>(a) + b;
+    return TString<Ch>(Private::TextPair<Ch>{Private::TextArg<Ch>(a).all(), b.view()});
 }
-template <class Ch>
-TString<Ch> operator+(const TString<Ch>& a, std::type_identity_t<Ch> b) {
+template <class Ch, std::same_as<Ch> C>
+TString<Ch> operator+(const TString<Ch>& a, C b) {
     return a + std::basic_string_view<Ch>(&b, 1);
 }
-template <class Ch>
-TString<Ch> operator+(std::type_identity_t<Ch> a, const TString<Ch>& b) {
-    return TString<Ch>(1, a) + b;
+template <class Ch, std::same_as<Ch> C>
+TString<Ch> operator+(C a, const TString<Ch>& b) {
+    return std::basic_string_view<Ch>(&a, 1) + b;
 }
 
 extern template class QV_API TString<char>;
