@@ -9,3 +9,7 @@ if(QV_SANITIZE)
     target_compile_options(qv_build_flags INTERFACE -fno-sanitize-recover=undefined)
   endif()
 endif()
+if(QV_BUILD_FUZZERS)
+  # The fuzzer is led by what it covers, and that is the library, not the few lines of a target.
+  target_compile_options(qv_build_flags INTERFACE -fsanitize=fuzzer-no-link)
+endif()

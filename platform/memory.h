@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
 
 namespace qv::platform {
 
@@ -9,9 +10,18 @@ namespace qv::platform {
 size_t pageSize();
 
 /// `size` rounded to whole pages, always at least one page above it in count: (size / page + 1) * page.
-inline size_t wholePages(size_t size) { return (size / pageSize() + 1) * pageSize(); }
+inline size_t wholePages(size_t size) {
+    return (size / pageSize() + 1) * pageSize();
+}
 
-/// Moves the process's limit on locked memory by `bytes`, as far as the system lets it. Nothing is reported.
+/// The process's limit on locked memory in bytes; all bits set when there is none.
+uint64_t lockLimit();
+
+/// Raises the limit to `bytes` where it is lower, as far as the process may without privilege. Nothing is reported.
+void ensureLockLimit(uint64_t bytes);
+
+/// Moves the limit by `bytes`, as far as the system lets it. Lowering takes back at most what was raised before, so
+/// that a raise that was refused does not shrink the limit. Nothing is reported. May be called from any thread.
 void raiseLockLimit(size_t bytes);
 void lowerLockLimit(size_t bytes);
 

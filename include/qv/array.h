@@ -62,7 +62,7 @@ constexpr bool fitsHeapBlock(uint64_t capacity, uint64_t elementSize) {
 ///           as it was. The const accessors throw; the non-const ones extend the array instead.
 /// Threads:  none of it is thread-safe.
 template <class T>
-class TArray {
+class QV_API TArray {
 public:
     using value_type = T;
     using size_type = uint32_t;
@@ -288,9 +288,7 @@ public:
     }
 
     /// Sorts by a comparator of two element addresses.
-    void Sort(int (*compare)(const void*, const void*)) {
-        Private::sortRecords(m_data, m_size, sizeof(T), compare);
-    }
+    void Sort(int (*compare)(const void*, const void*)) { Private::sortRecords(m_data, m_size, sizeof(T), compare); }
     /// The same with `context` handed to the comparator as its first argument.
     void Sort(int (*compare)(void*, const void*, const void*), void* context) {
         Private::sortRecords(m_data, m_size, sizeof(T), compare, context);
@@ -342,9 +340,7 @@ public:
     void Destruct(T* p) { p->~T(); }
     /// Room for `n` elements on the process heap; null when there is none.
     T* Alloc(uint32_t n) { return static_cast<T*>(HeapAlloc(size_t{n} * sizeof(T))); }
-    T* ReAlloc(T* p, uint32_t n) {
-        return static_cast<T*>(HeapReAlloc(static_cast<void*>(p), size_t{n} * sizeof(T)));
-    }
+    T* ReAlloc(T* p, uint32_t n) { return static_cast<T*>(HeapReAlloc(static_cast<void*>(p), size_t{n} * sizeof(T))); }
     void Free(T* p) {
         if (p != nullptr) HeapFree(static_cast<void*>(p));
     }
@@ -403,13 +399,21 @@ private:
         const uint64_t newSize = uint64_t{m_size} + count;
         if (newSize > 0xFFFFFFFFu || !Dimension(static_cast<uint32_t>(newSize))) return false;
         moveBytes(m_data + index + count, m_data + index, m_size - index);
-        for (uint32_t i = 0; i < count; ++i) Construct(m_data + index + i);
+        uint32_t made = 0;
+        try {
+            for (; made < count; ++made) Construct(m_data + index + made);
+        } catch (...) {
+            destructRange(index, index + made);
+            moveBytes(m_data + index, m_data + index + count, m_size - index);
+            throw;
+        }
         m_size = static_cast<uint32_t>(newSize);
         return true;
     }
 
+    /// The size follows each element, so that a constructor that throws leaves whole elements behind.
     void constructUpTo(uint32_t n) {
-        for (uint32_t i = m_size; i < n; ++i) Construct(m_data + i);
+        for (; m_size < n; ++m_size) Construct(m_data + m_size);
     }
     void destructRange(uint32_t first, uint32_t last) {
         if constexpr (!std::is_trivially_destructible_v<T>) {
@@ -434,7 +438,7 @@ private:
 /// Growable array of plain bytes: nothing is constructed or destroyed and a copy is one memcpy. Grown elements are not
 /// cleared. Growth, failure and threads as TArray; a failed growth also says so on the debug output.
 template <class T>
-class TSimpleArray {
+class QV_API TSimpleArray {
     static_assert(std::is_trivially_copyable_v<T>);
 
 public:
@@ -535,7 +539,7 @@ private:
 
 /// TArray with push and pop at its end.
 template <class T>
-class TStack : public TArray<T> {
+class QV_API TStack : public TArray<T> {
 public:
     using TArray<T>::TArray;
     bool Push(const T& x) { return this->Add(x); }
@@ -553,7 +557,7 @@ public:
 
 /// TArray with entry at its end and removal at its front.
 template <class T>
-class TQueue : public TArray<T> {
+class QV_API TQueue : public TArray<T> {
 public:
     using TArray<T>::TArray;
     bool Enqueue(const T& x) { return this->Add(x); }

@@ -28,14 +28,14 @@ private:
     const CException* m_inner;
 };
 
-#define QV_DECLARE_EXCEPTION(Name, Base)                                        \
-    class QV_API Name : public Base {                                           \
-    public:                                                                     \
-        explicit Name(CString message, const CException* inner = nullptr);      \
-        Name(const Name& other);                                                \
-        Name(Name&& other) noexcept;                                            \
-        Name& operator=(const Name& other);                                     \
-        ~Name() override;                                                       \
+#define QV_DECLARE_EXCEPTION(Name, Base)                                   \
+    class QV_API Name : public Base {                                      \
+    public:                                                                \
+        explicit Name(CString message, const CException* inner = nullptr); \
+        Name(const Name& other);                                           \
+        Name(Name&& other) noexcept;                                       \
+        Name& operator=(const Name& other);                                \
+        ~Name() override;                                                  \
     }
 
 /// A fault in the calling program.

@@ -21,7 +21,9 @@ QV_API void HeapFree(void* address);
 
 /// Makes room in the process's limit on locked memory for a region of `size` bytes that the caller is about to pin,
 /// and takes the room back. Both count in whole pages, always at least one page more than `size`. They report nothing;
-/// where the limit cannot be moved (a soft limit at its hard limit, without privilege) nothing happens.
+/// where the limit cannot be moved (a soft limit at its hard limit, without privilege) nothing happens, and lockFree
+/// takes back no more than lockAlloc could add. When the library loads it raises the soft limit to 100 MiB, or to the
+/// hard limit where that is lower.
 QV_API void lockAlloc(size_t size);
 QV_API void lockFree(size_t size);
 

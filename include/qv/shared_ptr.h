@@ -35,7 +35,7 @@ public:
         if (object == nullptr) return;
         m_count = static_cast<Count*>(Alloc(sizeof(Count)));
         if (m_count == nullptr) {
-            destroyObject();
+            destroyObject(object, destroy);
             throw std::bad_alloc();
         }
         ::new (static_cast<void*>(m_count)) Count(1);
@@ -50,8 +50,8 @@ public:
     /// Shares what a pointer to a derived class holds. A custom destroy function takes the derived type and cannot go
     /// along: such a pointer converts to an empty one.
     template <class U>
-        requires(std::is_convertible_v<U*, T*> && !std::is_same_v<U, T>)
-    TSharedPtr(const TSharedPtr<U>& other) noexcept {
+    requires(std::is_convertible_v<U*, T*> && !std::is_same_v<U, T>) TSharedPtr(const TSharedPtr<U>& other)
+    noexcept {
         if (other.m_destroy != nullptr && other.m_destroy != TSharedPtr<U>::notOwned()) return;
         m_object = other.m_object;
         m_count = other.m_count;
@@ -74,13 +74,13 @@ public:
 
     /// Gives up this share; the last one frees the count and destroys the object.
     void Release() noexcept {
-        if (m_count != nullptr && m_count->fetch_sub(1, std::memory_order_acq_rel) <= 1) {
-            qv::Free(m_count);
-            destroyObject();
-        }
-        m_object = nullptr;
-        m_count = nullptr;
-        m_destroy = nullptr;
+        // Empty before the object goes: its destructor may reach this pointer again.
+        T* const object = std::exchange(m_object, nullptr);
+        Count* const count = std::exchange(m_count, nullptr);
+        const Destroyer destroy = std::exchange(m_destroy, nullptr);
+        if (count == nullptr || count->fetch_sub(1, std::memory_order_acq_rel) > 1) return;
+        qv::Free(count);
+        destroyObject(object, destroy);
     }
     void reset() noexcept { Release(); }
 
@@ -109,12 +109,12 @@ private:
     using Count = std::atomic<int32_t>;
     static_assert(sizeof(Count) == 4);
 
-    void destroyObject() noexcept {
-        if (m_destroy == notOwned()) return;
-        if (m_destroy != nullptr) {
-            m_destroy(m_object);
+    static void destroyObject(T* object, Destroyer destroy) noexcept {
+        if (destroy == notOwned()) return;
+        if (destroy != nullptr) {
+            destroy(object);
         } else {
-            delete m_object;
+            delete object;
         }
     }
 

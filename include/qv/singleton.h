@@ -20,7 +20,7 @@ QV_API void switchToThread();
 }  // namespace Private
 
 /// The policy that adds nothing after an instance is made.
-struct TSingletonPtrPostCreateDoNothing {
+struct QV_API TSingletonPtrPostCreateDoNothing {
     template <class T>
     static void postCreate(T*) {}
 };
@@ -32,8 +32,9 @@ struct TSingletonPtrPostCreateDoNothing {
 /// Making it: the first thread in constructs; the others spin until it is done. A constructor may reach other
 /// singletons, but not in a cycle. After the exit pass deleted an instance it is not made again.
 /// Cost of reaching an instance that exists: one load and one test.
+/// Exported as a template, so that a program and the library share one instance.
 template <class T, int Order, int EagerInit, class PostCreate = TSingletonPtrPostCreateDoNothing>
-class TSingletonPtr {
+class QV_API TSingletonPtr {
 public:
     TSingletonPtr() {
         if constexpr (EagerInit != 0) GetInstance();

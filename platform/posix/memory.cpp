@@ -5,27 +5,35 @@
 #include <sys/resource.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <limits>
+#include <mutex>
 
 namespace qv::platform {
 
 namespace {
 
-/// Adds a signed number of bytes to the soft limit, raising the hard one too where the process may.
-void moveLockLimit(bool up, size_t bytes) {
-    rlimit limit{};
-    if (getrlimit(RLIMIT_MEMLOCK, &limit) != 0 || limit.rlim_cur == RLIM_INFINITY) return;
-    if (!up) {
-        limit.rlim_cur = limit.rlim_cur > bytes ? limit.rlim_cur - bytes : 0;
-    } else if (limit.rlim_cur > std::numeric_limits<rlim_t>::max() - 1 - bytes) {
-        return;
-    } else {
-        limit.rlim_cur += bytes;
-    }
-    if (limit.rlim_max != RLIM_INFINITY && limit.rlim_max < limit.rlim_cur) limit.rlim_max = limit.rlim_cur;
-    (void)setrlimit(RLIMIT_MEMLOCK, &limit);
+/// What raiseLockLimit has added so far, and the lock of the limit itself.
+std::mutex limitMutex;
+rlim_t raisedBytes = 0;
+
+bool readLimit(rlimit& limit) {
+    return getrlimit(RLIMIT_MEMLOCK, &limit) == 0 && limit.rlim_cur != RLIM_INFINITY;
+}
+
+/// Sets the soft limit, and the hard one with it where it stands lower and the process may move it.
+/// @return the soft limit that is in force afterwards.
+rlim_t setSoftLimit(rlimit limit, rlim_t wanted) {
+    const rlim_t before = limit.rlim_cur;
+    const rlim_t hard = limit.rlim_max;
+    limit.rlim_cur = wanted;
+    limit.rlim_max = std::max(hard, wanted);
+    if (setrlimit(RLIMIT_MEMLOCK, &limit) == 0) return wanted;
+    limit.rlim_cur = std::min(hard, wanted);
+    limit.rlim_max = hard;
+    return setrlimit(RLIMIT_MEMLOCK, &limit) == 0 ? limit.rlim_cur : before;
 }
 
 struct ContextComparator {
@@ -45,8 +53,33 @@ size_t pageSize() {
     return size;
 }
 
-void raiseLockLimit(size_t bytes) { moveLockLimit(true, bytes); }
-void lowerLockLimit(size_t bytes) { moveLockLimit(false, bytes); }
+uint64_t lockLimit() {
+    rlimit limit{};
+    return readLimit(limit) ? limit.rlim_cur : ~uint64_t{0};
+}
+
+void ensureLockLimit(uint64_t bytes) {
+    const std::lock_guard lock(limitMutex);
+    rlimit limit{};
+    if (!readLimit(limit) || limit.rlim_cur >= bytes) return;
+    limit.rlim_cur = std::min<rlim_t>(bytes, limit.rlim_max);
+    (void)setrlimit(RLIMIT_MEMLOCK, &limit);
+}
+
+void raiseLockLimit(size_t bytes) {
+    const std::lock_guard lock(limitMutex);
+    rlimit limit{};
+    if (!readLimit(limit) || bytes >= std::numeric_limits<rlim_t>::max() - limit.rlim_cur) return;
+    raisedBytes += setSoftLimit(limit, limit.rlim_cur + bytes) - limit.rlim_cur;
+}
+
+void lowerLockLimit(size_t bytes) {
+    const std::lock_guard lock(limitMutex);
+    rlimit limit{};
+    if (!readLimit(limit)) return;
+    const rlim_t down = std::min({rlim_t{bytes}, raisedBytes, limit.rlim_cur});
+    raisedBytes -= limit.rlim_cur - setSoftLimit(limit, limit.rlim_cur - down);
+}
 
 void* allocPinned(size_t size) {
     if (size == 0) return nullptr;
@@ -68,8 +101,12 @@ void sortWithContext(void* base, size_t count, size_t size, int (*compare)(void*
     qsort_r(base, count, size, compareWithContext, &comparator);
 }
 
-void debugOutput(const char* text) { (void)std::fputs(text, stderr); }
+void debugOutput(const char* text) {
+    (void)std::fputs(text, stderr);
+}
 
-void yieldThread() { (void)sched_yield(); }
+void yieldThread() {
+    (void)sched_yield();
+}
 
 }  // namespace qv::platform

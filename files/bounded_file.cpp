@@ -1,0 +1,91 @@
+#include <algorithm>
+#include <limits>
+#include <utility>
+
+#include "qv/file.h"
+
+namespace qv {
+
+namespace {
+/// The sum, held to the range of the type.
+int64_t addHeld(int64_t a, int64_t b) {
+    int64_t sum = 0;
+    if (!__builtin_add_overflow(a, b, &sum)) return sum;
+    return b < 0 ? std::numeric_limits<int64_t>::min() : std::numeric_limits<int64_t>::max();
+}
+}  // namespace
+
+CBoundedFile::CBoundedFile() = default;
+CBoundedFile::CBoundedFile(TSharedPtr<IFile> file, int64_t start, int64_t size)
+    : m_file(std::move(file)), m_start(start), m_size(size) {}
+CBoundedFile::CBoundedFile(const CBoundedFile&) = default;
+CBoundedFile& CBoundedFile::operator=(const CBoundedFile&) = default;
+CBoundedFile::~CBoundedFile() = default;
+
+TSharedPtr<IFile> CBoundedFile::Create(TSharedPtr<IFile> file, int64_t start, int64_t size) {
+    return TSharedPtr<IFile>(new CBoundedFile(std::move(file), start, size));
+}
+
+/// What of `count` bytes from the position lies in the window.
+uint32_t CBoundedFile::clip(uint32_t count) const {
+    return static_cast<uint32_t>(std::clamp<int64_t>(m_size - m_position, 0, count));
+}
+
+uint32_t CBoundedFile::Read(void* data, uint32_t count) {
+    if (!m_file) return 0;
+    m_file->Seek(addHeld(m_start, m_position), fromBegin);
+    const uint32_t done = m_file->Read(data, clip(count));
+    m_position += done;
+    return done;
+}
+
+uint32_t CBoundedFile::Write(const void* data, uint32_t count) {
+    if (!m_file) return 0;
+    m_file->Seek(addHeld(m_start, m_position), fromBegin);
+    const uint32_t done = m_file->Write(data, clip(count));
+    m_position += done;
+    return done;
+}
+
+int64_t CBoundedFile::Seek(int64_t offset, uint32_t origin) {
+    int64_t base = 0;
+    switch (origin) {
+        case fromBegin:
+            break;
+        case fromCurrent:
+            base = m_position;
+            break;
+        case fromEnd:
+            base = m_size;
+            break;
+        default:
+            return m_position;
+    }
+    m_position = std::clamp<int64_t>(addHeld(base, offset), 0, std::max<int64_t>(m_size, 0));
+    return m_position;
+}
+
+int64_t CBoundedFile::GetSize() {
+    return m_size;
+}
+int64_t CBoundedFile::GetPosition() {
+    return m_position;
+}
+bool CBoundedFile::SetSize(int64_t) {
+    return false;
+}
+IFileSystem& CBoundedFile::GetFileSystem() {
+    return fileSystem();
+}
+void CBoundedFile::Close() {}
+
+void CBoundedFile::Flush() {
+    if (m_file) m_file->Flush();
+}
+
+char16_t* CBoundedFile::GetFilename(char16_t* buffer, int bufferChars) {
+    if (bufferChars > 0) buffer[0] = 0;
+    return buffer;
+}
+
+}  // namespace qv

@@ -1,0 +1,263 @@
+// CFileSystem: the disk.
+#include <algorithm>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "core/text.h"
+#include "files/native_path.h"
+#include "platform/directory.h"
+#include "qv/file.h"
+#include "qv/file_system.h"
+
+namespace qv {
+
+template class TSingletonPtr<CFileSystem, 1, 0>;
+TSingletonPtr<CFileSystem, 1, 0> FileSystem;
+
+CFileSystem& fileSystem() {
+    return *TSingletonPtr<CFileSystem, 1, 0>::GetInstance();
+}
+
+namespace {
+
+using Private::isSeparator;
+using Private::nativePath;
+using Private::succeeded;
+
+/// Native attribute words, and the library's own bits for the same.
+constexpr uint32_t nativeReadOnly = 1, nativeDirectory = 0x10, nativeNormal = 0x80;
+constexpr uint32_t attributeReadOnly = 4;
+
+uint32_t nativeAttributes(const platform::FileStatus& status) {
+    const uint32_t bits = (status.readOnly ? nativeReadOnly : 0) | (status.directory ? nativeDirectory : 0);
+    return bits != 0 ? bits : nativeNormal;
+}
+
+void fillEntry(IFileSystem::CDirectoryEntry& entry, const platform::FileStatus& status) {
+    entry.type = status.directory ? IFileSystem::typeDirectory : IFileSystem::typeFile;
+    entry.size = status.size;
+    entry.modified = CDateTime::FromFileTime(status.modifiedTicks);
+}
+
+/// Adds the entries of the listing's directory whose names pass the pattern; all of them when it is null.
+void addEntries(IFileSystem::CDirectoryListing& listing, const char16_t* openAs, const char16_t* pattern) {
+    platform::DirectoryReader reader(nativePath(openAs).c_str());
+    if (!succeeded(reader.error(), openAs, u"a directory to list")) return;
+    std::u16string path(listing.directory);
+    if (!path.empty() && !isSeparator(path.back())) path += u'/';
+    const size_t prefix = path.size();
+    const char* name = nullptr;
+    platform::FileStatus status;
+    IFileSystem::CDirectoryEntry entry;
+    while (reader.next(name, status)) {
+        Private::copyNativeName(name, entry.name, IFileSystem::pathChars);
+        if (pattern != nullptr && !IFileSystem::WildcardMatch(pattern, entry.name)) continue;
+        path.resize(prefix);
+        path += entry.name;
+        StrCpy(entry.path, path.c_str(), IFileSystem::pathChars);
+        fillEntry(entry, status);
+        if (!listing.entries.Add(entry)) return;
+    }
+}
+
+/// The absolute path without `.`, `..` and doubled separators; empty when there is none.
+std::u16string absolutePath(const char16_t* path) {
+    const std::u16string_view given(path == nullptr ? u"" : path);
+    if (given.empty()) return {};
+    std::u16string whole;
+    if (!isSeparator(given[0])) {
+        std::string current;
+        if (platform::currentDirectory(current) != 0) return {};
+        whole = text::toUtf16(current) + u'/';
+    }
+    whole += given;
+    TArray<CString> pieces;
+    IFileSystem::SplitPath(pieces, whole.c_str());
+    std::vector<std::u16string_view> kept;
+    for (const CString& piece : pieces) {
+        if (piece.view() == u"..") {
+            if (!kept.empty()) kept.pop_back();
+        } else if (piece.view() != u".") {
+            kept.push_back(piece.view());
+        }
+    }
+    std::u16string absolute;
+    for (const std::u16string_view piece : kept) (absolute += u'/') += piece;
+    if (absolute.empty() || isSeparator(given.back())) absolute += u'/';
+    return absolute;
+}
+
+bool fitBuffer(std::u16string_view text, char16_t* buffer, int bufferChars) {
+    if (text.empty() || bufferChars <= 0 || text.size() >= static_cast<size_t>(bufferChars)) return false;
+    std::copy_n(text.data(), text.size(), buffer);
+    buffer[text.size()] = 0;
+    return true;
+}
+
+/// The path without one trailing separator; that of the root stays.
+std::u16string withoutTrailingSlash(const char16_t* path) {
+    std::u16string text(path == nullptr ? u"" : path);
+    if (text.size() > 1 && isSeparator(text.back())) text.pop_back();
+    return text;
+}
+
+bool createOne(const char16_t* path) {
+    const std::string native = nativePath(path);
+    const int error = platform::createDirectory(native.c_str());
+    return succeeded(error, path, u"a directory to create");
+}
+
+bool createWithParents(const char16_t* path) {
+    std::u16string prefix(path);
+    if (prefix.size() >= static_cast<size_t>(IFileSystem::pathChars)) return false;
+    for (char16_t& c : prefix) c = isSeparator(c) ? u'/' : c;
+    const std::u16string whole = prefix;
+    bool created = true;
+    for (size_t end = whole.find(u'/', 1);; end = whole.find(u'/', end + 1)) {
+        prefix = whole.substr(0, end);
+        platform::FileStatus status;
+        const bool missing = !prefix.empty() && platform::fileStatus(nativePath(prefix.c_str()).c_str(), status) != 0;
+        if (missing && !createOne(prefix.c_str())) created = false;
+        if (end == std::u16string::npos) return created;
+    }
+}
+
+}  // namespace
+
+CFileSystem::CFileSystem() = default;
+CFileSystem::~CFileSystem() = default;
+
+TSharedPtr<IFileSystem::IDirectoryMonitor> CFileSystem::MonitorDirectory(const char16_t*, uint32_t) {
+    return nullptr;
+}
+
+TSharedPtr<IFile> CFileSystem::CreateFileW(const char16_t* path, uint32_t flags) {
+    return CFile::Create(path, flags);
+}
+
+IFileSystem::CDirectoryListing CFileSystem::GetDirectoryListing(const char16_t* directory, const char16_t* pattern) {
+    char16_t current[pathChars] = u".";
+    if (directory == nullptr) {
+        (void)GetCurrentWorkingDirectory(current, pathChars);
+        directory = current;
+    }
+    CDirectoryListing listing(this, directory);
+    if (*directory == 0) directory = u"/";
+    addEntries(listing, directory, pattern);
+    return listing;
+}
+
+IFileSystem::CDirectoryListing CFileSystem::Find(const char16_t* pattern) {
+    if (pattern == nullptr) return CDirectoryListing(this, u"");
+    std::u16string directory(pattern);
+    GetDirectory(directory.data());
+    CDirectoryListing listing(this, directory.c_str());
+    const char16_t* names = GetFilename(pattern);
+    if (std::u16string_view(names) == u"*.*") names = u"*";
+    addEntries(listing, directory[0] == 0 ? u"." : directory.c_str(), names);
+    for (CDirectoryEntry& entry : listing.entries) {
+        const uint64_t ticks = entry.modified.ToFileTime();
+        const uint64_t milliseconds = ticks / 10 % 1000;
+        entry.modified = CDateTime::FromFileTime(ticks - ticks % 10'000'000 + milliseconds * 10'000);
+    }
+    return listing;
+}
+
+IFileSystem::CDirectoryEntry CFileSystem::GetFileInfo(const char16_t* path) {
+    CDirectoryEntry entry;
+    const std::u16string wanted = withoutTrailingSlash(path);
+    platform::FileStatus status;
+    if (wanted.empty() || platform::fileStatus(nativePath(wanted.c_str()).c_str(), status) != 0) return entry;
+    fillEntry(entry, status);
+    const std::u16string full = absolutePath(wanted.c_str());
+    StrCpy(entry.path, full.c_str(), pathChars);
+    StrCpy(entry.name, GetFilename(full.c_str()), pathChars);
+    return entry;
+}
+
+bool CFileSystem::SetFileAttributesW(const char16_t* path, uint32_t attributes) {
+    const bool readOnly = (attributes & attributeReadOnly) != 0;
+    return succeeded(platform::setReadOnly(nativePath(path).c_str(), readOnly), path, u"a file to set attributes of");
+}
+
+bool CFileSystem::SetFileModifiedTime(const char16_t* path, CDateTime time) {
+    const int error = platform::setModifiedTime(nativePath(path).c_str(), time.ToFileTime());
+    return succeeded(error, path, u"a file to set the time of");
+}
+
+bool CFileSystem::GetFullPath(char16_t* buffer, const char16_t* path, int bufferChars) {
+    return fitBuffer(absolutePath(path), buffer, bufferChars);
+}
+
+bool CFileSystem::DeleteFileW(const char16_t* path) {
+    const std::string native = nativePath(path);
+    platform::FileStatus status;
+    if (!succeeded(platform::linkStatus(native.c_str(), status), path, u"a file to delete")) return false;
+    // The native word read by the rule for the library's own bits: what is left of it means a normal file.
+    if (!status.directory) (void)SetFileAttributesW(path, nativeAttributes(status) & ~nativeReadOnly);
+    return succeeded(platform::removeFile(native.c_str()), path, u"a file to delete");
+}
+
+bool CFileSystem::CreateDirectoryW(const char16_t* path, bool recursive) {
+    if (path == nullptr || *path == 0) return false;
+    return recursive ? createWithParents(path) : createOne(path);
+}
+
+bool CFileSystem::RemoveDirectoryW(const char16_t* path, bool recursive) {
+    const std::u16string wanted = withoutTrailingSlash(path);
+    if (wanted.empty()) return false;
+    const std::string native = nativePath(wanted.c_str());
+    const int error = recursive ? platform::removeTree(native.c_str()) : platform::removeDirectory(native.c_str());
+    return succeeded(error, path, u"a directory to remove");
+}
+
+bool CFileSystem::SetCurrentWorkingDirectory(const char16_t* path) {
+    return succeeded(platform::setCurrentDirectory(nativePath(path).c_str()), path, u"a directory to change to");
+}
+
+bool CFileSystem::GetCurrentWorkingDirectory(char16_t* buffer, int bufferChars) {
+    std::string current;
+    if (!succeeded(platform::currentDirectory(current), u"", u"a current directory")) return false;
+    return fitBuffer(text::toUtf16(current), buffer, bufferChars);
+}
+
+bool CFileSystem::GetTempFilename(char16_t* buffer, int size) {
+    std::string path;
+    if (!succeeded(platform::createTempFile(path), u"", u"a place for temporary files")) return false;
+    if (fitBuffer(text::toUtf16(path), buffer, size)) return true;
+    (void)platform::removeFile(path.c_str());
+    return false;
+}
+
+CString CFileSystem::GetTempFilename() {
+    constexpr int longPathChars = 2048;
+    char16_t buffer[longPathChars];
+    return GetTempFilename(buffer, longPathChars) ? CString(buffer) : CString();
+}
+
+TSharedPtr<IFile> CFileSystem::CreateTempFile() {
+    const CString name = GetTempFilename();
+    if (name.IsEmpty()) return nullptr;
+    constexpr uint32_t flags = CFile::accessRead | CFile::accessWrite | CFile::createTruncate | CFile::deleteOnClose;
+    return CreateFileW(name.c_str(), flags);
+}
+
+CString CFileSystem::CreateTempDirectory() {
+    std::string path;
+    if (!succeeded(platform::createTempDirectory(path), u"", u"a place for temporary directories")) return CString();
+    return CString(std::string_view(path));
+}
+
+bool CFileSystem::MoveFileW(const char16_t* from, const char16_t* to) {
+    if (from == nullptr || to == nullptr) return false;
+    const std::string native = nativePath(from);
+    const int error = platform::moveFile(native.c_str(), nativePath(to).c_str());
+    if (!platform::isOtherVolume(error)) return succeeded(error, from, u"a file to move");
+    const CDirectoryEntry entry = GetFileInfo(from);
+    if (entry.type != typeFile || !CopyFileW(this, from, this, to, false)) return false;
+    (void)SetFileModifiedTime(to, entry.modified);
+    return DeleteFileW(from);
+}
+
+}  // namespace qv

@@ -1,0 +1,586 @@
+// CRCalFile: the radiometric calibration of one camera setup. It turns camera counts into radiance and temperature.
+//
+// A calibration holds a spectral response (from a file, or a computed top-hat), additional responses (lens, filter),
+// optional atmospheric curves, and pages. A page holds measured points and the polynomials fitted to them: counts to
+// radiance from the points, radiance to temperature from a table of the calibration's own Planck integral.
+// Start with Load, or with spectralResponse(), calPages().Add() and page.points().Add(); then CalcRadiance and
+// GetCoefficients.
+//
+// Units: wavelengths in microns, temperatures in degrees Celsius, radiance in W/(sr cm^2).
+#pragma once
+
+#include <cstdint>
+#include <memory>
+
+#include "qv/api.h"
+#include "qv/array.h"
+#include "qv/file.h"
+#include "qv/file_system.h"
+#include "qv/shared_ptr.h"
+#include "qv/string.h"
+#include "qv/tag_file.h"
+#include "qv/typed_data.h"
+
+namespace qv {
+
+enum class RCalChange : int32_t;
+
+/// What became of loading a response or curve file.
+enum class EResponseStatus : int32_t {
+    loaded = 0,
+    notSet = 1,
+    fileMissing = 2,
+    unreadable = 3,
+    tooFewPoints = 7,  ///< fewer than two
+};
+
+/// Which response is in force, as callers see it: 1 is the file, any other value the top-hat.
+enum class ESpectralResponseType : int32_t { tophat = 0, file = 1 };
+
+/// How light that a source reflects enters a point's radiance.
+enum class EReflectedRadianceType : int32_t { none = 0, constant = 1, calculate = 2 };
+
+/// Where a page's background comes from.
+enum class BACKGROUND_TYPE : int32_t { notSet = 0, none = 1, value = 2, file = 3 };
+
+/// One measured point of a page.
+struct QV_API CAL_POINT {
+    double temperature = 0.0;  ///< Of the source.
+    double emissivity = 1.0;   ///< Of the source.
+    double area = 0.0;         ///< Of the source, in the page's area units.
+    double distance = 0.0;     ///< To the source, in the page's distance units.
+    double measurement = 0.0;  ///< Camera counts.
+    EReflectedRadianceType reflectedRadianceType = EReflectedRadianceType::none;
+    double reflectedEmissivity = 1.0;   ///< Of what the source reflects.
+    double reflectedTemperature = 0.0;  ///< Of what the source reflects.
+    double reflectedRadiance = 0.0;     ///< Used when the type is `constant`.
+    bool enabled = true;                ///< Only enabled points enter fits and ranges.
+    double radiance = 0.0;              ///< Calculated; a caller's value does not last.
+};
+
+/// A background picture of a page; offsets and sizes in pixels.
+struct QV_API BACKGROUND_FILE {
+    uint32_t xOffset = 0;
+    uint32_t yOffset = 0;
+    uint32_t width = 0;
+    uint32_t height = 0;
+    EDataType type = EDataType::none;
+    TSharedPtr<ITypedBuffer> pixels;
+};
+
+/// A polynomial of the user's that takes the place of the calculated one while `valid`.
+struct QV_API POLY_OVERRIDE {
+    bool valid = false;
+    int32_t order = 0;
+    TArray<double> values;
+};
+
+/// One page: points, polynomials, range, background.
+struct QV_API CAL_PAGE {
+    bool radiance = true;
+    int32_t areaUnits = 0;      ///< 0 to 2: cm squared, diameter, side; 3 to 5: the same in inches.
+    int32_t distanceUnits = 0;  ///< 0 cm, 1 in, 2 ft.
+    TArray<CAL_POINT> points;   ///< Ascending by temperature.
+    double checkCounts = 0.0;
+    double checkRadiance = 0.0;
+    int32_t polyOrder = 1;  ///< Counts to radiance.
+    double lookupStart = 0.0;
+    double lookupEnd = 100.0;
+    double lookupDelta = 1.0;
+    double lookupEmissivity = 1.0;
+    double checkTemperature = 0.0;
+    double checkLookup = 0.0;
+    int32_t tempPolyOrder = 6;  ///< Radiance to temperature.
+    TArray<double> lookupRadiance;
+    TArray<double> lookupTemperature;
+    TArray<double> coeffs;
+    TArray<double> tempCoeffs;
+    double r2 = 0.0;
+    double tempR2 = 0.0;
+    POLY_OVERRIDE coeffsOverride;
+    POLY_OVERRIDE tempCoeffsOverride;
+    double tpfact = 1.0;
+    bool tpfactValid = false;
+    BACKGROUND_TYPE backgroundType = BACKGROUND_TYPE::notSet;
+    double backgroundValue = 0.0;
+    TArray<BACKGROUND_FILE> backgroundFiles;
+    CTagArray tags;
+    bool autoRange = true;  ///< The six values below follow the points.
+    double minTemperature = 0.0;
+    double maxTemperature = 0.0;
+    double minRadiance = 0.0;
+    double maxRadiance = 0.0;
+    double minCounts = 0.0;
+    double maxCounts = 0.0;
+};
+
+/// A response curve: as it was read, and on the calibration's working axis.
+struct QV_API RCAL_CURVE {
+    TArray<double> rawX;
+    TArray<double> rawY;
+    TArray<double> x;
+    TArray<double> y;
+};
+
+/// An additional response, such as a lens or a filter. The spelling is the format's.
+struct QV_API RESPONCE {
+    CString file;
+    bool enabled = true;
+    EResponseStatus status = EResponseStatus::notSet;
+    RCAL_CURVE curve;
+};
+
+/// A radiometric calibration.
+///
+/// Its parts are reached through small proxies (CCalPage, CCalPoint, ...) that hold a pointer to the calibration and
+/// indexes, and own nothing. A setter writes into the calibration and then re-runs exactly what depends on the change.
+/// A proxy whose index is out of range reads 0 or false, and its setters do nothing.
+/// Failure: false, with a diagnostic. A response or curve file that cannot be read does not fail Load; it leaves a
+/// status, and the calibration goes on without it.
+/// Threads: the calibration and its proxies stay on one thread at a time. Constant calculations on one calibration
+/// (CalcRadiance and its kin) keep a cache and are not for two threads either; copy the calibration instead.
+class QV_API CRCalFile {
+public:
+    /// A curve on the working axis, or as it was read.
+    class QV_API CCurve {
+    public:
+        CCurve(const TArray<double>* xValues, const TArray<double>* yValues) : m_x(xValues), m_y(yValues) {}
+        /// The smaller of the two arrays' counts.
+        uint32_t getCount() const;
+        double getX(uint32_t index) const;
+        double getY(uint32_t index) const;
+
+    private:
+        const TArray<double>* m_x;
+        const TArray<double>* m_y;
+    };
+
+    /// The working axis, in microns ascending: every integral of the calibration is over it.
+    class QV_API CAxis {
+    public:
+        explicit CAxis(const CRCalFile* file) : m_file(file) {}
+        uint32_t getCount() const;
+        double operator[](uint32_t index) const;
+
+    private:
+        const CRCalFile* m_file;
+    };
+
+    /// The coefficients that a page uses, lowest power first: the override where it is valid.
+    class QV_API CCoefficients {
+    public:
+        CCoefficients(const CRCalFile* file, int32_t page, bool reverse)
+            : m_file(file), m_page(page), m_reverse(reverse) {}
+        uint32_t getCount() const;
+        double operator[](uint32_t index) const;
+        /// Quality of the calculated fit; 0 where it failed.
+        double getR2() const;
+
+    private:
+        const CRCalFile* m_file;
+        int32_t m_page;
+        bool m_reverse;
+    };
+
+    /// The table from which a page's radiance-to-temperature polynomial is fitted.
+    class QV_API CLookup {
+    public:
+        CLookup(CRCalFile* file, int32_t page) : m_file(file), m_page(page) {}
+        double getStart() const;
+        void setStart(double celsius);
+        double getEnd() const;
+        void setEnd(double celsius);
+        double getDelta() const;
+        void setDelta(double kelvin);
+        double getEmissivity() const;
+        void setEmissivity(double emissivity);
+        /// X is radiance, Y temperature.
+        CCurve getCurve() const;
+
+    private:
+        CRCalFile* m_file;
+        int32_t m_page;
+    };
+
+    /// The calibrated range of a page.
+    class QV_API CRange {
+    public:
+        CRange(CRCalFile* file, int32_t page) : m_file(file), m_page(page) {}
+        /// Automatic: the range spans the enabled points.
+        bool getAuto() const;
+        void setAuto(bool automatic);
+        double getMinCounts() const;
+        void setMinCounts(double counts);
+        double getMaxCounts() const;
+        void setMaxCounts(double counts);
+        double getMinRadiance() const;
+        void setMinRadiance(double radiance);
+        double getMaxRadiance() const;
+        void setMaxRadiance(double radiance);
+        double getMinTemperature() const;
+        void setMinTemperature(double celsius);
+        double getMaxTemperature() const;
+        void setMaxTemperature(double celsius);
+
+    private:
+        CRCalFile* m_file;
+        int32_t m_page;
+    };
+
+    /// One point of a page. setTemperature sorts the page: the proxy then stands for whichever point has its index.
+    class QV_API CCalPoint {
+    public:
+        CCalPoint(CRCalFile* file, int32_t page, int32_t point) : m_file(file), m_page(page), m_point(point) {}
+        bool getExists() const;
+        double getTemperature() const;
+        void setTemperature(double celsius);
+        double getEmissivity() const;
+        void setEmissivity(double emissivity);
+        double getMeasurement() const;
+        void setMeasurement(double counts);
+        double getRadiance() const;
+        bool getEnabled() const;
+        void setEnabled(bool enabled);
+        double getReflectedRadiance() const;
+        void setReflectedRadiance(double radiance);
+        double getReflectedTemperature() const;
+        void setReflectedTemperature(double celsius);
+        double getReflectedEmissivity() const;
+        void setReflectedEmissivity(double emissivity);
+        EReflectedRadianceType getReflectedRadianceType() const;
+        void setReflectedRadianceType(EReflectedRadianceType type);
+
+    private:
+        template <class Value>
+        Value get(Value CAL_POINT::*member) const;
+        template <class Value>
+        void set(Value CAL_POINT::*member, Value value);
+
+        CRCalFile* m_file;
+        int32_t m_page;
+        int32_t m_point;
+    };
+
+    class QV_API CCalPoints {
+    public:
+        CCalPoints(CRCalFile* file, int32_t page) : m_file(file), m_page(page) {}
+        /// Adds a point, sorts and refits. The result is the point's index after sorting, -1 for no such page.
+        int32_t Add(const CAL_POINT& point);
+        bool Remove(int32_t index);
+        int32_t getCount() const;
+        int32_t getNumEnabled() const;
+        CCalPoint operator[](int32_t index) const { return CCalPoint(m_file, m_page, index); }
+
+    private:
+        CRCalFile* m_file;
+        int32_t m_page;
+    };
+
+    class QV_API CCalPage {
+    public:
+        CCalPage(CRCalFile* file, int32_t page) : m_file(file), m_page(page) {}
+        bool getExists() const;
+        /// The order in use: the override's where it is valid.
+        int32_t getPolyOrder() const;
+        /// Clamped to the number of points less one, then to at least 1.
+        void setPolyOrder(int32_t order);
+        int32_t getTempPolyOrder() const;
+        void setTempPolyOrder(int32_t order);
+        /// Radiance of a measurement by the coefficients in use; 0 without any.
+        double getRadiance(double counts) const;
+        /// Temperature of a radiance by the reverse coefficients in use; 0 without any.
+        double getTemperature(double radiance) const;
+        /// The measurement that gives a radiance, by the fit with the roles of the two exchanged; 0 where that fails.
+        double getMeasurement(double radiance) const;
+        /// Lowest and highest temperature of the page's range; false for no such page.
+        bool GetTemperatureRange(double& low, double& high) const;
+
+        CCalPoints points() const { return CCalPoints(m_file, m_page); }
+        CRange range() const { return CRange(m_file, m_page); }
+        CLookup lookup() const { return CLookup(m_file, m_page); }
+        CCoefficients coefficients() const { return CCoefficients(m_file, m_page, false); }
+        CCoefficients tempCoefficients() const { return CCoefficients(m_file, m_page, true); }
+
+    private:
+        CRCalFile* m_file;
+        int32_t m_page;
+    };
+
+    class QV_API CCalPages {
+    public:
+        explicit CCalPages(CRCalFile* file) : m_file(file) {}
+        /// Adds a page and calculates it; the result is its index.
+        int32_t Add(const CAL_PAGE& page = CAL_PAGE());
+        bool Remove(int32_t index);
+        int32_t getCount() const;
+        CCalPage operator[](int32_t index) const { return CCalPage(m_file, index); }
+
+    private:
+        CRCalFile* m_file;
+    };
+
+    /// The computed response: 1 from start to end.
+    class QV_API CTophat {
+    public:
+        explicit CTophat(CRCalFile* file) : m_file(file) {}
+        double getStart() const;
+        void setStart(double microns);
+        double getEnd() const;
+        void setEnd(double microns);
+        double getDelta() const;
+        void setDelta(double microns);
+
+    private:
+        CRCalFile* m_file;
+    };
+
+    class QV_API CSpectralResponse {
+    public:
+        explicit CSpectralResponse(CRCalFile* file) : m_file(file) {}
+        /// `file` only when the response file is enabled and loaded.
+        ESpectralResponseType getType() const;
+        /// `file` loads the file and falls back to the top-hat when that fails.
+        void setType(ESpectralResponseType type);
+        const CString& getFile() const;
+        void setFile(const CString& path);
+        EResponseStatus getStatus() const;
+        /// The band in use: the override where it is valid.
+        double getBandpassLow() const;
+        double getBandpassHigh() const;
+        CCurve getCurve() const;
+        CCurve getRawCurve() const;
+
+    private:
+        CRCalFile* m_file;
+    };
+
+    class QV_API CAdditionalResponse {
+    public:
+        CAdditionalResponse(CRCalFile* file, int32_t index) : m_file(file), m_index(index) {}
+        bool getEnabled() const;
+        void setEnabled(bool enabled);
+        CString getFile() const;
+        void setFile(const CString& path);
+        EResponseStatus getStatus() const;
+        CCurve getCurve() const;
+
+    private:
+        CRCalFile* m_file;
+        int32_t m_index;
+    };
+
+    class QV_API CAdditionalResponses {
+    public:
+        explicit CAdditionalResponses(CRCalFile* file) : m_file(file) {}
+        /// Adds an enabled response and loads it; the result is its index.
+        int32_t Add(const CString& path);
+        bool Remove(int32_t index);
+        int32_t getCount() const;
+        CAdditionalResponse operator[](int32_t index) const { return CAdditionalResponse(m_file, index); }
+
+    private:
+        CRCalFile* m_file;
+    };
+
+    /// Curve 0 is the total transmission, curve 1 the path's thermal radiance, W/(sr cm^2) per micron.
+    class QV_API CModtranCurve {
+    public:
+        CModtranCurve(CRCalFile* file, int32_t index) : m_file(file), m_index(index) {}
+        bool getEnabled() const;
+        void setEnabled(bool enabled);
+        CCurve getCurve() const;
+        CCurve getRawCurve() const;
+
+    private:
+        CRCalFile* m_file;
+        int32_t m_index;
+    };
+
+    /// The atmosphere between source and camera, from an output file of the atmosphere program.
+    class QV_API CModtran {
+    public:
+        explicit CModtran(CRCalFile* file) : m_file(file) {}
+        const CString& getFile() const;
+        void setFile(const CString& path);
+        EResponseStatus getStatus() const;
+        CModtranCurve operator[](int32_t index) const { return CModtranCurve(m_file, index); }
+
+    private:
+        CRCalFile* m_file;
+    };
+
+    CRCalFile();
+    CRCalFile(const CRCalFile& other);
+    CRCalFile& operator=(const CRCalFile& other);
+    ~CRCalFile();
+
+    CCalPages calPages() { return CCalPages(this); }
+    CCalPage calPage(int32_t page) { return CCalPage(this, page); }
+    CTophat tophat() { return CTophat(this); }
+    CSpectralResponse spectralResponse() { return CSpectralResponse(this); }
+    CAdditionalResponses additionalResponses() { return CAdditionalResponses(this); }
+    CModtran modtran() { return CModtran(this); }
+    CAxis axis() const { return CAxis(this); }
+
+    // The document -------------------------------------------------------------------------------------------------
+
+    /// Flag of Save: the XML form, instead of the binary one.
+    static constexpr uint32_t saveXml = 2;
+
+    /// Empties the object. DefaultCal also gives every member its default.
+    void Destroy();
+    void DefaultCal();
+
+    /// Reads a calibration, then its response files, and brings what an older revision stored up to date. A file of
+    /// revision 7 or above keeps its stored radiances, fits and ranges exactly. `flags` is not used.
+    bool Load(TSharedPtr<IFile> file, uint32_t flags);
+    bool Load(IFileSystem* fs, const char16_t* path, uint32_t flags);
+    /// Writes the calibration, always as revision 8.
+    /// @param flags  saveXml, or 0 for the binary form, which this version does not write: false.
+    bool Save(TSharedPtr<IFile> file, uint32_t flags);
+    bool Save(IFileSystem* fs, const char16_t* path, uint32_t flags);
+    /// The file begins as a calibration of either form. The position is left behind what was read.
+    static bool IsRCalFile(TSharedPtr<IFile> file);
+    static bool IsRCalFile(IFileSystem* fs, const CString& path);
+    /// The revision of the file that was read; 7 for a new calibration.
+    int32_t getRevision() const;
+
+    // Tags: page -1 is the calibration's own list. A page that does not exist has no tags.
+    const CTagArray& GetTags(int32_t page = -1) const;
+    const char16_t* GetTag(const char16_t* name, int32_t page = -1) const;
+    bool SetTag(const char16_t* name, const char16_t* value, int32_t page = -1);
+    bool RemoveTag(const char16_t* name, int32_t page = -1);
+    bool ClearTags(int32_t page = -1);
+
+    // Radiance -----------------------------------------------------------------------------------------------------
+
+    /// In-band radiance of a source through the responses and the enabled atmospheric curves: the integral, by
+    /// right-hand rectangles over the working axis, of Planck's law times every response. 0.0 without an axis.
+    double CalcRadiance(double temperature, double emissivity) const;
+    /// The same without the atmosphere.
+    double CalcRadianceNoModtran(double temperature, double emissivity) const;
+    double CalcSourceRadiance(double temperature, double emissivity) const;
+    /// With what the source reflects: a radiance, or a surrounding of that temperature and emissivity, which the source
+    /// reflects by 1 - e. (With a path radiance enabled, the second form counts it twice.)
+    double CalcRadianceEx(double t, double e, double reflectedRadiance) const;
+    double CalcRadianceEx(double t, double e, double reflectedTemperature, double reflectedEmissivity) const;
+    double CalcRadianceEx(double t, double e, EReflectedRadianceType type, double reflectedRadiance,
+                          double reflectedTemperature, double reflectedEmissivity) const;
+    /// The product of all responses in force, on the working axis.
+    void GetFinalSpectralResponse(TArray<double>& x, TArray<double>& y) const;
+    /// That response times Planck's law. An enabled path radiance enters twice: inside the response, multiplied by
+    /// Planck's law, and once more unmultiplied.
+    void GetFinalPlanck(TArray<double>& x, TArray<double>& y, double t, double e) const;
+
+    // Polynomials: `Get` gives the override where it is valid and the calculated one otherwise, `GetCalc` the
+    // calculated one, `GetUsed` the override, `SetUsed` writes the override. False for a page that does not exist. The
+    // forms with a double* write GetNumCoeffsForOrder(order) values, or as many as there are.
+    bool GetPolyOrder(int32_t page, int32_t& order) const;
+    bool GetCoefficients(int32_t page, double* values) const;
+    bool GetCoefficients(int32_t page, TArray<double>& values) const;
+    bool GetTempPolyOrder(int32_t page, int32_t& order) const;
+    bool GetTempCoefficients(int32_t page, double* values) const;
+    bool GetTempCoefficients(int32_t page, TArray<double>& values) const;
+
+    bool GetCalcPolyOrder(int32_t page, int32_t& order) const;
+    bool GetCalcCoefficients(int32_t page, double* values) const;
+    bool GetCalcCoefficients(int32_t page, TArray<double>& values) const;
+    bool GetCalcTempPolyOrder(int32_t page, int32_t& order) const;
+    bool GetCalcTempCoefficients(int32_t page, double* values) const;
+    bool GetCalcTempCoefficients(int32_t page, TArray<double>& values) const;
+
+    bool GetUsedPolyOrder(int32_t page, int32_t& order) const;
+    bool GetUsedCoefficients(int32_t page, double* values, bool* valid = nullptr) const;
+    bool GetUsedCoefficients(int32_t page, int32_t& order, double* values, bool* valid = nullptr) const;
+    bool GetUsedCoefficients(int32_t page, TArray<double>& values, bool* valid = nullptr) const;
+    bool GetUsedCoefficients(int32_t page, int32_t& order, TArray<double>& values, bool* valid = nullptr) const;
+    bool GetUsedTempPolyOrder(int32_t page, int32_t& order) const;
+    bool GetUsedTempCoefficients(int32_t page, double* values, bool* valid = nullptr) const;
+    bool GetUsedTempCoefficients(int32_t page, int32_t& order, double* values, bool* valid = nullptr) const;
+    bool GetUsedTempCoefficients(int32_t page, TArray<double>& values, bool* valid = nullptr) const;
+    bool GetUsedTempCoefficients(int32_t page, int32_t& order, TArray<double>& values, bool* valid = nullptr) const;
+
+    /// Takes GetNumCoeffsForOrder(order) values.
+    bool SetUsedCoefficients(int32_t page, int32_t order, const double* values, bool valid);
+    bool SetUsedTempCoefficients(int32_t page, int32_t order, const double* values, bool valid);
+    bool GetCoeffsOverridden(int32_t page) const;
+    bool GetTempCoeffsOverridden(int32_t page) const;
+    /// The calculated polynomial has this order, and no coefficient differs by more than 1e-8.
+    bool EqualCoefficients(int32_t page, int32_t order, const double* values) const;
+    bool EqualTempCoefficients(int32_t page, int32_t order, const double* values) const;
+    /// The fit from radiance to counts, at the page's order or the one given.
+    bool GetReverseCoefficients(int32_t page, TArray<double>& out) const;
+    bool GetReverseCoefficients(int32_t page, int32_t order, TArray<double>& out) const;
+    /// 0 gives 0, -1 and -2 (two special forms) 2, a positive order one more than itself, anything lower 0.
+    static int GetNumCoeffsForOrder(int order);
+
+    // The band, in microns -----------------------------------------------------------------------------------------
+    void GetBandpass(double& low, double& high) const;
+    void GetCalcBandpass(double& low, double& high) const;
+    void GetUsedBandpass(double& low, double& high, bool* valid = nullptr) const;
+    void SetUsedBandpass(double low, double high, bool valid);
+    bool GetBandpassOverridden() const;
+    /// Both ends within 1e-8 of the calculated band.
+    bool EqualBandpass(double low, double high) const;
+
+    // Values that are stored only ----------------------------------------------------------------------------------
+    void GetRange(double& value, bool& valid) const;
+    void SetRange(double value, bool valid);
+    void GetFOV(double& horz, double& vert, bool& valid) const;
+    void SetFOV(double horz, double vert, bool valid);
+    bool GetTPFact(int32_t page, double& value, bool& valid) const;
+    bool SetTPFact(int32_t page, double value, bool valid);
+    BACKGROUND_TYPE GetBackgroundType(int32_t page) const;
+    bool SetBackgroundType(int32_t page, BACKGROUND_TYPE type);
+    double GetBackgroundValue(int32_t page) const;
+    bool SetBackgroundValue(int32_t page, double value);
+    /// The background value, 0.0 unless the page's background is of type `value`; false for no such page.
+    bool GetBackgroundValueEx(int32_t page, double& value) const;
+    /// While off, a change leaves the lookup tables and the radiance-to-temperature fits as they are.
+    bool getAutoLookupUpdate() const;
+    void setAutoLookupUpdate(bool automatic);
+
+    /// Rebuilds a page's lookup table and its radiance-to-temperature polynomial; page -1 means all.
+    void UpdateCalPageLookup(int32_t page);
+
+    /// The page's record, for reading; null out of range.
+    const CAL_PAGE* GetPage(int32_t page) const;
+
+    /// What a calibration holds; known to the library alone.
+    struct Document;
+
+private:
+    friend class RCalXml;
+
+    CAL_PAGE* page(int32_t index) const;
+    CAL_POINT* point(int32_t pageIndex, int32_t index) const;
+    RESPONCE* response(int32_t index) const;
+    CTagArray* tags(int32_t page) const;
+
+    /// Re-runs what depends on a change. `page` and `index` (of a point or response) say where it was.
+    void propagate(RCalChange change, int32_t page = -1, int32_t index = -1);
+    void rebuildAfterLoad();
+
+    template <class Step>
+    void onPages(int32_t page, Step step);
+
+    // The steps of propagation; -1 stands for all pages, or all points of a page.
+    void UpdateCalPoint(int32_t page, int32_t point, bool refit);
+    void UpdateCalPage(int32_t page);
+    void UpdateCalPageCoeffs(int32_t page);
+    void UpdateCalPageTempCoeffs(int32_t page);
+    void UpdateCalPageRange(int32_t page);
+    int32_t SortCalPoints(int32_t page, int32_t point);
+    void SetupTophat(bool update);
+    void AdjustSpectralResponse(bool update);
+    void AdjustModtran(bool update);
+    void AdjustAdditionalSpectralResponse(int32_t index, bool update);
+    void AdjustAllResponses(bool update);
+    void LoadSpectralResponse(bool update);
+    void LoadModtran(bool update);
+    void LoadAdditionalSpectralResponse(int32_t index, bool update);
+
+    std::unique_ptr<Document> m_document;
+};
+
+}  // namespace qv

@@ -1,0 +1,57 @@
+// The contents of a calibration, in the order in which its members are declared and saved.
+#pragma once
+
+#include "numerics/planck.h"
+#include "qv/rcal_file.h"
+
+namespace qv {
+
+/// The spectral response type as it is stored: other numbers than callers see.
+enum class StoredResponseType : int32_t { file = 0, tophat = 1 };
+
+struct CRCalFile::Document {
+    CString spectralFile;
+    bool spectralEnabled = false;
+    RCAL_CURVE response;  ///< Raw: as loaded, or the top-hat. x, y: on the working axis.
+    EResponseStatus spectralStatus = EResponseStatus::notSet;
+    CString modtranFile;
+    bool totTransEnabled = false;
+    bool pathThrmlEnabled = false;
+    RCAL_CURVE totalTransmission;
+    RCAL_CURVE pathThermal;
+    EResponseStatus modtranStatus = EResponseStatus::notSet;
+    StoredResponseType spectralType = StoredResponseType::file;
+    double tophatStart = 3.0;
+    double tophatEnd = 5.0;
+    double tophatDelta = 0.001;
+    double bandpassLow = 3.0;
+    double bandpassHigh = 5.0;
+    bool bandpassOverrideValid = false;
+    double bandpassOverrideLow = 3.0;
+    double bandpassOverrideHigh = 5.0;
+    double range = 1.0;
+    bool rangeValid = false;
+    double fovVert = 0.0;
+    double fovHorz = 0.0;
+    bool fovValid = false;
+    TArray<RESPONCE> additionalResponses;
+    TArray<CAL_PAGE> pages;
+    CTagArray tags;
+    bool autoLookupUpdate = true;
+    int32_t revision = 7;
+
+    /// What of Planck's law depends on response.x alone. Kept in step with it by whoever changes that axis.
+    PlanckAxis planck;
+
+    void sourceCurve(TArray<double>& curve, double temperature, double emissivity) const;
+    void addPathThermal(TArray<double>& curve) const;
+
+    /// The file's response is the one in force; otherwise the top-hat is.
+    bool fileInForce() const { return spectralEnabled && spectralStatus == EResponseStatus::loaded; }
+    /// The atmosphere takes part in the calculations.
+    bool modtranInForce() const {
+        return (totTransEnabled || pathThrmlEnabled) && modtranStatus == EResponseStatus::loaded;
+    }
+};
+
+}  // namespace qv

@@ -1,0 +1,119 @@
+// Recognising, loading and saving a calibration, whichever form it has.
+#include <cstring>
+
+#include "measurement/rcal/document.h"
+#include "measurement/rcal/xml_form.h"
+#include "qv/diagnostic.h"
+#include "qv/spectral.h"
+
+namespace qv {
+
+namespace {
+
+constexpr uint32_t openForReading = 0x212;  // existing, read, share reading
+constexpr uint32_t openForWriting = 0x28;   // create truncating, write
+constexpr char xmlBeginning[] = "<rcal re";
+constexpr char binaryMark[] = "RCAL";
+constexpr int16_t newestBinaryVersion = 0;
+
+bool isBinary(const char (&first)[8]) {
+    return std::memcmp(first + 4, binaryMark, 4) == 0;
+}
+
+/// The first element of the top level.
+CXMLFile::CNode* rootElement(const CXMLFile& xml) {
+    CXMLFile::CNode* node = xml.GetRoot();
+    while (node != nullptr && node->type != CXMLFile::NODETYPE_ELEMENT) node = node->Next();
+    return node;
+}
+
+bool refuseBinary() {
+    SetDiagnostic(CString(), u"a calibration in XML form", u"the binary form, which this version does not know", 0);
+    return false;
+}
+
+}  // namespace
+
+bool CRCalFile::IsRCalFile(TSharedPtr<IFile> file) {
+    char first[8] = {};
+    if (!file || !file->ReadBytes(first, sizeof first)) return false;
+    if (std::memcmp(first, xmlBeginning, sizeof first) == 0) return true;
+    int16_t version = 0;
+    return isBinary(first) && file->GetInt16(version) && version <= newestBinaryVersion;
+}
+
+bool CRCalFile::IsRCalFile(IFileSystem* fs, const CString& path) {
+    return fs != nullptr && IsRCalFile(fs->CreateFileW(path.c_str(), openForReading));
+}
+
+bool CRCalFile::Load(IFileSystem* fs, const char16_t* path, uint32_t flags) {
+    const CString kept(path);
+    TSharedPtr<IFile> file;
+    if (fs != nullptr && path != nullptr) file = fs->CreateFileW(path, openForReading);
+    if (file && Load(file, flags)) return true;
+    if (!file) {
+        Destroy();
+        return false;
+    }
+    SetDiagnosticFile(kept);
+    return false;
+}
+
+bool CRCalFile::Load(TSharedPtr<IFile> file, uint32_t) {
+    Destroy();
+    DefaultCal();
+    m_document->revision = 0;
+    if (!file) return false;
+    char first[8] = {};
+    file->ReadBytes(first, sizeof first);
+    if (isBinary(first)) return refuseBinary();
+    file->SeekToBegin();
+    CXMLFile xml;
+    if (!xml.Load(file)) return false;
+    const CXMLFile::CNode* root = rootElement(xml);
+    if (root == nullptr || !root->name.EqualsNoCase(u"rcal")) {
+        SetDiagnostic(CString(), u"the element rcal", root == nullptr ? CString(u"no element") : root->name);
+        return false;
+    }
+    RCalXml(*this).load(*root);
+    rebuildAfterLoad();
+    return true;
+}
+
+/// The response curves, then what files of older revisions did not store or stored by older rules.
+void CRCalFile::rebuildAfterLoad() {
+    Document& d = *m_document;
+    XAxis(d.response.rawX, d.tophatStart, d.tophatEnd, d.tophatDelta);
+    Tophat(d.response.rawX, d.response.rawY);
+    LoadSpectralResponse(false);
+    LoadModtran(false);
+    for (uint32_t i = 0; i < d.additionalResponses.size(); ++i) {
+        LoadAdditionalSpectralResponse(static_cast<int32_t>(i), false);
+    }
+    AdjustAllResponses(false);
+    if (d.revision < 3) {
+        UpdateCalPoint(-1, -1, false);
+        UpdateCalPageCoeffs(-1);
+        UpdateCalPageTempCoeffs(-1);
+    } else if (d.revision <= 5) {
+        UpdateCalPoint(-1, -1, false);
+    }
+    if (d.revision < 7) UpdateCalPageRange(-1);
+    SortCalPoints(-1, -1);
+}
+
+bool CRCalFile::Save(IFileSystem* fs, const char16_t* path, uint32_t flags) {
+    if ((flags & saveXml) == 0) return refuseBinary();
+    if (fs == nullptr || path == nullptr) return false;
+    TSharedPtr<IFile> file = fs->CreateFileW(path, openForWriting);
+    return file && Save(file, flags);
+}
+
+bool CRCalFile::Save(TSharedPtr<IFile> file, uint32_t flags) {
+    if ((flags & saveXml) == 0) return refuseBinary();
+    CXMLFile xml;
+    xml.Insert(RCalXml(*this).save(), true);
+    return xml.Save(file);
+}
+
+}  // namespace qv

@@ -1,0 +1,337 @@
+#include "measurement/rcal/xml_form.h"
+
+#include <algorithm>
+
+#include "measurement/rcal/xml_fields.h"
+#include "qv/base64.h"
+
+namespace qv {
+
+namespace {
+
+using namespace rcalXml;
+using CNode = CXMLFile::CNode;
+using Document = CRCalFile::Document;
+
+constexpr int32_t writtenRevision = 8;
+
+constexpr const char16_t* areaUnitWords[] = {u"cm(squared)", u"cm(diameter)", u"cm(side)",
+                                             u"in(squared)", u"in(diameter)", u"in(side)"};
+constexpr const char16_t* distanceUnitWords[] = {u"cm", u"in", u"ft"};
+constexpr const char16_t* backgroundWords[] = {u"notSet", u"none", u"value", u"file"};
+constexpr const char16_t* reflectedWords[] = {u"none", u"constant", u"calculate"};
+
+CNode* addChild(CNode& parent, const char16_t* name) {
+    auto* child = new CNode(CXMLFile::NODETYPE_ELEMENT, CString(name));
+    parent.InsertChild(child, true);
+    return child;
+}
+
+// One description of each element's attributes, run by a Reader or a Writer. ------------------------------------------
+
+template <class Fields>
+void bandpass(Fields&& f, Document& d) {
+    f(u"low", d.bandpassLow)(u"high", d.bandpassHigh);
+}
+template <class Fields>
+void bandpassOverride(Fields&& f, Document& d) {
+    f(u"low", d.bandpassOverrideLow)(u"high", d.bandpassOverrideHigh)(u"valid", d.bandpassOverrideValid);
+}
+template <class Fields>
+void range(Fields&& f, Document& d) {
+    f(u"value", d.range)(u"valid", d.rangeValid);
+}
+template <class Fields>
+void fov(Fields&& f, Document& d) {
+    f(u"horz", d.fovHorz)(u"vert", d.fovVert)(u"valid", d.fovValid);
+}
+template <class Fields>
+void spectralResponse(Fields&& f, Document& d, int32_t& type) {
+    f(u"file", d.spectralFile)(u"start", d.tophatStart)(u"end", d.tophatEnd)(u"delta", d.tophatDelta)(u"type", type);
+}
+template <class Fields>
+void modtran(Fields&& f, Document& d) {
+    f(u"file", d.modtranFile)(u"totTransEnabled", d.totTransEnabled)(u"pathThrmlEnabled", d.pathThrmlEnabled);
+}
+template <class Fields>
+void additionalResponse(Fields&& f, RESPONCE& r) {
+    f(u"file", r.file)(u"enabled", r.enabled);
+}
+template <class Fields>
+void pageAttributes(Fields&& f, CAL_PAGE& p) {
+    f(u"radiance", p.radiance)(u"areaUnits", worded(p.areaUnits, areaUnitWords))(
+        u"distanceUnits", worded(p.distanceUnits, distanceUnitWords));
+}
+template <class Fields>
+void pageRange(Fields&& f, CAL_PAGE& p) {
+    f(u"auto", p.autoRange)(u"minCounts", p.minCounts)(u"maxCounts", p.maxCounts)(u"minRadiance", p.minRadiance)(
+        u"maxRadiance", p.maxRadiance)(u"minTemperature", p.minTemperature)(u"maxTemperature", p.maxTemperature);
+}
+template <class Fields>
+void calculatedFit(Fields&& f, int32_t& order, double& r2) {
+    f(u"order", order)(u"r2", r2);
+}
+template <class Fields>
+void overriddenFit(Fields&& f, POLY_OVERRIDE& o) {
+    f(u"order", o.order)(u"valid", o.valid);
+}
+template <class Fields>
+void tpfact(Fields&& f, CAL_PAGE& p) {
+    f(u"value", p.tpfact)(u"valid", p.tpfactValid);
+}
+template <class Fields>
+void background(Fields&& f, CAL_PAGE& p) {
+    f(u"type", worded(p.backgroundType, backgroundWords))(u"value", p.backgroundValue);
+}
+template <class Fields>
+void backgroundFile(Fields&& f, BACKGROUND_FILE& b, int32_t& type) {
+    f(u"xOffset", b.xOffset)(u"yOffset", b.yOffset)(u"width", b.width)(u"height", b.height)(u"type", type);
+}
+template <class Fields>
+void check(Fields&& f, CAL_PAGE& p) {
+    f(u"counts", p.checkCounts)(u"radiance", p.checkRadiance)(u"temperature", p.checkTemperature)(u"lookup",
+                                                                                                  p.checkLookup);
+}
+template <class Fields>
+void calPoint(Fields&& f, CAL_POINT& p) {
+    f(u"enabled", p.enabled)(u"temperature", p.temperature)(u"emissivity", p.emissivity)(u"area", p.area)(
+        u"distance", p.distance)(u"radiance", p.radiance)(u"measurement", p.measurement)(
+        u"reflectedRadianceType", worded(p.reflectedRadianceType, reflectedWords))(
+        u"reflectedEmissivity", p.reflectedEmissivity)(u"reflectedTemperature", p.reflectedTemperature)(
+        u"reflectedRadiance", p.reflectedRadiance);
+}
+template <class Fields>
+void lookup(Fields&& f, CAL_PAGE& p) {
+    f(u"start", p.lookupStart)(u"end", p.lookupEnd)(u"delta", p.lookupDelta)(u"emissivity", p.lookupEmissivity);
+}
+template <class Fields>
+void tag(Fields&& f, CString& name, CString& value) {
+    f(u"name", name)(u"value", value);
+}
+
+// Bodies -------------------------------------------------------------------------------------------------------------
+
+void setPairs(CNode& node, const TArray<double>& x, const TArray<double>& y) {
+    node.value = CString(std::u16string_view(formatPairs(x, y)));
+}
+
+/// The pixels as Base64. A body that does not hold exactly the stated picture leaves it without pixels.
+void loadPixels(const CNode& node, BACKGROUND_FILE& picture) {
+    const uint64_t bytes = uint64_t{picture.width} * picture.height * DataTypeSize(picture.type);
+    if (bytes == 0 || bytes != Base64DecodedSize(node.value)) return;
+    TSharedPtr<ITypedBuffer> pixels = AllocTypedBuffer(picture.type, picture.width * picture.height);
+    size_t written = 0;
+    if (pixels && Base64Decode(node.value, pixels->data(), static_cast<size_t>(bytes), written)) {
+        picture.pixels = pixels;
+    }
+}
+
+void savePixels(CNode& node, const BACKGROUND_FILE& picture) {
+    if (picture.pixels) node.value = Base64Encode(picture.pixels->data(), picture.pixels->sizeInBytes());
+}
+
+void loadTags(const CNode& parent, CTagArray& tags) {
+    const CNode* list = parent.FindChild(u"tags");
+    if (list == nullptr) return;
+    for (const CNode* node = list->FindChild(u"tag"); node != nullptr; node = node->FindNext(u"tag")) {
+        CTagArray::TAG& added = tags[static_cast<int32_t>(tags.nItems())];
+        tag(Reader(*node), added.name, added.value);
+    }
+}
+
+void saveTags(CNode& parent, CTagArray& tags) {
+    CNode* list = addChild(parent, u"tags");
+    for (uint32_t i = 0; i < tags.nItems(); ++i) {
+        CTagArray::TAG& saved = tags[static_cast<int32_t>(i)];
+        tag(Writer(*addChild(*list, u"tag")), saved.name, saved.value);
+    }
+}
+
+// Pages --------------------------------------------------------------------------------------------------------------
+
+/// Runs `read` on the child of that name, when there is one.
+template <class Read>
+void onChild(const CNode& parent, const char16_t* name, Read read) {
+    if (const CNode* child = parent.FindChild(name)) read(*child);
+}
+
+/// Runs `read` on each child `name` of the child `list`.
+template <class Read>
+void onEach(const CNode& parent, const char16_t* list, const char16_t* name, Read read) {
+    const CNode* container = parent.FindChild(list);
+    if (container == nullptr) return;
+    for (const CNode* child = container->FindChild(name); child != nullptr; child = child->FindNext(name)) read(*child);
+}
+
+void loadOverride(const CNode& page, const char16_t* name, POLY_OVERRIDE& polynomial) {
+    onChild(page, name, [&](const CNode& node) {
+        overriddenFit(Reader(node), polynomial);
+        parseList(node.value, polynomial.values);
+    });
+}
+
+void loadFit(const CNode& page, const char16_t* name, int32_t& order, double& r2, TArray<double>& coefficients) {
+    onChild(page, name, [&](const CNode& node) {
+        calculatedFit(Reader(node), order, r2);
+        parseList(node.value, coefficients);
+    });
+}
+
+void loadPage(const CNode& node, CAL_PAGE& p) {
+    pageAttributes(Reader(node), p);
+    onChild(node, u"range", [&](const CNode& child) { pageRange(Reader(child), p); });
+    loadFit(node, u"coeffs", p.polyOrder, p.r2, p.coeffs);
+    loadOverride(node, u"coeffsOverride", p.coeffsOverride);
+    loadFit(node, u"tempCoeffs", p.tempPolyOrder, p.tempR2, p.tempCoeffs);
+    loadOverride(node, u"tempCoeffsOverride", p.tempCoeffsOverride);
+    onChild(node, u"tpfact", [&](const CNode& child) { tpfact(Reader(child), p); });
+    onChild(node, u"background", [&](const CNode& child) { background(Reader(child), p); });
+    onEach(node, u"backgroundFiles", u"backgroundFile", [&](const CNode& child) {
+        BACKGROUND_FILE picture;
+        int32_t type = static_cast<int32_t>(picture.type);
+        backgroundFile(Reader(child), picture, type);
+        picture.type = static_cast<EDataType>(type);
+        loadPixels(child, picture);
+        p.backgroundFiles.Add(picture);
+    });
+    onChild(node, u"check", [&](const CNode& child) { check(Reader(child), p); });
+    onEach(node, u"calPoints", u"calPoint", [&](const CNode& child) {
+        CAL_POINT read;
+        calPoint(Reader(child), read);
+        p.points.Add(read);
+    });
+    onChild(node, u"lookup", [&](const CNode& child) {
+        lookup(Reader(child), p);
+        parsePairs(child.value, p.lookupRadiance, p.lookupTemperature);
+    });
+    loadTags(node, p.tags);
+}
+
+void saveOverride(CNode& page, const char16_t* name, POLY_OVERRIDE& polynomial) {
+    CNode* node = addChild(page, name);
+    overriddenFit(Writer(*node), polynomial);
+    node->value = formatList(polynomial.values);
+}
+
+void saveFit(CNode& page, const char16_t* name, int32_t& order, double& r2, const TArray<double>& coefficients) {
+    CNode* node = addChild(page, name);
+    calculatedFit(Writer(*node), order, r2);
+    node->value = formatList(coefficients);
+}
+
+void savePage(CNode& node, CAL_PAGE& p) {
+    pageAttributes(Writer(node), p);
+    pageRange(Writer(*addChild(node, u"range")), p);
+    saveFit(node, u"coeffs", p.polyOrder, p.r2, p.coeffs);
+    saveOverride(node, u"coeffsOverride", p.coeffsOverride);
+    saveFit(node, u"tempCoeffs", p.tempPolyOrder, p.tempR2, p.tempCoeffs);
+    saveOverride(node, u"tempCoeffsOverride", p.tempCoeffsOverride);
+    tpfact(Writer(*addChild(node, u"tpfact")), p);
+    background(Writer(*addChild(node, u"background")), p);
+    CNode* pictures = addChild(node, u"backgroundFiles");
+    for (BACKGROUND_FILE& picture : p.backgroundFiles) {
+        CNode* child = addChild(*pictures, u"backgroundFile");
+        int32_t type = static_cast<int32_t>(picture.type);
+        backgroundFile(Writer(*child), picture, type);
+        savePixels(*child, picture);
+    }
+    check(Writer(*addChild(node, u"check")), p);
+    CNode* points = addChild(node, u"calPoints");
+    for (CAL_POINT& saved : p.points) calPoint(Writer(*addChild(*points, u"calPoint")), saved);
+    CNode* table = addChild(node, u"lookup");
+    lookup(Writer(*table), p);
+    setPairs(*table, p.lookupRadiance, p.lookupTemperature);
+    saveTags(node, p.tags);
+}
+
+// The atmosphere's two curves share their axis: the body holds the pairs of the total transmission and, behind them, as
+// many of the path's thermal radiance.
+
+void joinCurves(const RCAL_CURVE& first, const RCAL_CURVE& second, TArray<double>& x, TArray<double>& y) {
+    for (const RCAL_CURVE* curve : {&first, &second}) {
+        for (const double value : curve->rawX) x.Add(value);
+        for (const double value : curve->rawY) y.Add(value);
+    }
+}
+
+void splitCurves(const TArray<double>& x, const TArray<double>& y, RCAL_CURVE& first, RCAL_CURVE& second) {
+    const uint32_t half = x.size() / 2;
+    for (uint32_t i = 0; i < 2 * half; ++i) {
+        RCAL_CURVE& curve = i < half ? first : second;
+        curve.rawX.Add(x[i]);
+        curve.rawY.Add(y[i]);
+    }
+}
+
+}  // namespace
+
+void RCalXml::load(const CNode& root) {
+    Document& d = m_document;
+    Reader{root}(u"revision", d.revision);
+    onChild(root, u"bandpass", [&](const CNode& node) { bandpass(Reader(node), d); });
+    onChild(root, u"bandpassOverride", [&](const CNode& node) { bandpassOverride(Reader(node), d); });
+    onChild(root, u"range", [&](const CNode& node) { range(Reader(node), d); });
+    onChild(root, u"fov", [&](const CNode& node) { fov(Reader(node), d); });
+    onChild(root, u"spectralResponse", [&](const CNode& node) {
+        auto type = static_cast<int32_t>(d.spectralType);
+        spectralResponse(Reader(node), d, type);
+        d.spectralType = static_cast<StoredResponseType>(type);
+        d.spectralEnabled = d.spectralType == StoredResponseType::file && !d.spectralFile.IsEmpty();
+        parsePairs(node.value, d.response.rawX, d.response.rawY);
+    });
+    onChild(root, u"modtran", [&](const CNode& node) {
+        modtran(Reader(node), d);
+        TArray<double> x;
+        TArray<double> y;
+        parsePairs(node.value, x, y);
+        splitCurves(x, y, d.totalTransmission, d.pathThermal);
+    });
+    onEach(root, u"additonalResponses", u"additionalResponse", [&](const CNode& node) {
+        RESPONCE added;
+        additionalResponse(Reader(node), added);
+        parsePairs(node.value, added.curve.rawX, added.curve.rawY);
+        d.additionalResponses.Add(added);
+    });
+    onEach(root, u"calPages", u"calPage", [&](const CNode& node) {
+        CAL_PAGE page;
+        loadPage(node, page);
+        d.pages.Add(page);
+    });
+    loadTags(root, d.tags);
+}
+
+CNode* RCalXml::save() const {
+    Document& d = m_document;
+    auto* root = new CNode(CXMLFile::NODETYPE_ELEMENT, CString(u"rcal"));
+    int32_t revision = writtenRevision;
+    Writer{*root}(u"revision", revision);
+    bandpass(Writer(*addChild(*root, u"bandpass")), d);
+    bandpassOverride(Writer(*addChild(*root, u"bandpassOverride")), d);
+    range(Writer(*addChild(*root, u"range")), d);
+    fov(Writer(*addChild(*root, u"fov")), d);
+
+    CNode* response = addChild(*root, u"spectralResponse");
+    auto type = static_cast<int32_t>(d.spectralType);
+    spectralResponse(Writer(*response), d, type);
+    setPairs(*response, d.response.rawX, d.response.rawY);
+
+    CNode* atmosphere = addChild(*root, u"modtran");
+    modtran(Writer(*atmosphere), d);
+    TArray<double> x;
+    TArray<double> y;
+    joinCurves(d.totalTransmission, d.pathThermal, x, y);
+    setPairs(*atmosphere, x, y);
+
+    CNode* responses = addChild(*root, u"additonalResponses");  // spelled as the form spells it
+    for (RESPONCE& saved : d.additionalResponses) {
+        CNode* node = addChild(*responses, u"additionalResponse");
+        additionalResponse(Writer(*node), saved);
+        setPairs(*node, saved.curve.rawX, saved.curve.rawY);
+    }
+    CNode* pages = addChild(*root, u"calPages");
+    for (CAL_PAGE& saved : d.pages) savePage(*addChild(*pages, u"calPage"), saved);
+    saveTags(*root, d.tags);
+    return root;
+}
+
+}  // namespace qv

@@ -1,0 +1,123 @@
+// The element rule: how one element becomes one of another type. These templates are what every kernel, scalar or wide,
+// must agree with to the bit.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <cstring>
+#include <limits>
+#include <tuple>
+#include <type_traits>
+
+namespace qv::kernels {
+
+/// The element types by their tags 0 to 9. Tag 7 (uint64) is stored and read but takes part in no array operation.
+using ElementTypes =
+    std::tuple<int8_t, uint8_t, int16_t, uint16_t, int32_t, uint32_t, int64_t, uint64_t, float, double>;
+inline constexpr size_t typeCount = std::tuple_size_v<ElementTypes>;
+inline constexpr size_t tagUInt32 = 5;
+inline constexpr size_t tagUInt64 = 7;
+inline constexpr size_t tagFlt64 = 9;
+
+template <size_t tag>
+using Element = std::tuple_element_t<tag, ElementTypes>;
+
+/// Element `i` of an array that may have any alignment and may overlap an array of another type.
+template <class T>
+inline T load(const void* elements, size_t i) {
+    T value;
+    std::memcpy(&value, static_cast<const unsigned char*>(elements) + i * sizeof(T), sizeof(T));
+    return value;
+}
+
+template <class T>
+inline void store(void* elements, size_t i, T value) {
+    std::memcpy(static_cast<unsigned char*>(elements) + i * sizeof(T), &value, sizeof(T));
+}
+
+/// What the processor's truncating conversion gives: NaN and whatever does not fit become the lowest value.
+/// The value is made fit before it is converted, which leaves no branch and nothing undefined.
+template <class Int, class Float>
+constexpr Int hardwareTruncate(Float x) {
+    constexpr Float lowest = static_cast<Float>(std::numeric_limits<Int>::min());
+    // One below the lowest, where Float can tell them apart: -2147483648.9 still truncates to the lowest int32.
+    const bool fits = x > lowest - Float(1) && x < -lowest;
+    return static_cast<Int>(fits ? x : lowest);
+}
+
+/// The language's plain conversion, with float to integer as stated in qv/typed_data.h.
+template <class To, class From>
+constexpr To convert(From x) {
+    if constexpr (std::is_floating_point_v<From> && std::is_integral_v<To>) {
+        constexpr bool narrow = sizeof(To) < 4 || std::is_same_v<To, int32_t>;
+        return static_cast<To>(hardwareTruncate<std::conditional_t<narrow, int32_t, int64_t>>(x));
+    } else {
+        return static_cast<To>(x);
+    }
+}
+
+/// a + b in the type of both; integers wrap.
+template <class T>
+constexpr T add(T a, T b) {
+    if constexpr (std::is_integral_v<T>) {
+        using U = std::make_unsigned_t<T>;
+        return static_cast<T>(static_cast<U>(static_cast<U>(a) + static_cast<U>(b)));
+    } else {
+        return a + b;
+    }
+}
+
+/// The arithmetic type of a pair, in which the language would subtract the two.
+template <class A, class B>
+using PairType = decltype(A() + B());
+
+/// What |b - a| is held in until it becomes an element: a 32-bit difference has a 32-bit magnitude, any other a double.
+template <class A, class B>
+using SpanType =
+    std::conditional_t<std::is_integral_v<PairType<A, B>> && sizeof(PairType<A, B>) == 4, uint32_t, double>;
+
+/// |b - a|, the difference taken in the arithmetic type of the pair, wrapping where that is an integer.
+template <class A, class B>
+constexpr SpanType<A, B> span(A a, B b) {
+    using Pair = PairType<A, B>;
+    if constexpr (std::is_floating_point_v<Pair>) {
+        return __builtin_fabs(static_cast<double>(static_cast<Pair>(b) - static_cast<Pair>(a)));
+    } else {
+        using U = std::make_unsigned_t<Pair>;
+        const U bits = static_cast<U>(b) - static_cast<U>(a);
+        if constexpr (sizeof(Pair) == 8) {
+            return __builtin_fabs(static_cast<double>(static_cast<Pair>(bits)));
+        } else {
+            return std::is_signed_v<Pair> && static_cast<int32_t>(bits) < 0 ? U(0) - bits : bits;
+        }
+    }
+}
+
+/// A 32-bit magnitude as an element. It stands for a double, which from 2^31 on does not fit a 32-bit conversion.
+template <class To>
+constexpr To convertSpan(uint32_t magnitude) {
+    constexpr bool narrow = std::is_integral_v<To> && (sizeof(To) < 4 || std::is_same_v<To, int32_t>);
+    return static_cast<To>(narrow && static_cast<int32_t>(magnitude) < 0 ? 0x80000000u : magnitude);
+}
+
+/// Whether converting keeps the order of any two values, and equal only what compares equal: the smallest element may
+/// then be looked for before it is converted.
+template <class To, class From>
+inline constexpr bool keepsOrder = std::is_integral_v<From>
+                                       ? std::is_floating_point_v<To> ||
+                                             (sizeof(To) > sizeof(From) &&
+                                              (std::is_signed_v<To> || std::is_unsigned_v<From>))
+                                       : sizeof(To) >= sizeof(From) && std::is_floating_point_v<To>;
+
+/// The unsigned type of the same width where the sign cannot change a converted element, so that a loop which would be
+/// the same for both is compiled once.
+template <class To, class From>
+using CanonicalSource =
+    typename std::conditional_t<std::is_integral_v<To> && std::is_integral_v<From> && sizeof(To) <= sizeof(From),
+                                std::make_unsigned<From>, std::type_identity<From>>::type;
+template <class To, class From>
+using CanonicalTarget =
+    typename std::conditional_t<std::is_integral_v<To> && (std::is_integral_v<From> || sizeof(To) < 4),
+                                std::make_unsigned<To>, std::type_identity<To>>::type;
+
+}  // namespace qv::kernels

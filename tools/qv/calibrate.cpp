@@ -1,0 +1,338 @@
+// qv calibrate: a recording of counts and a calibration become a recording of temperatures.
+#include <algorithm>
+#include <atomic>
+#include <cmath>
+#include <exception>
+#include <iostream>
+#include <memory>
+#include <mutex>
+#include <thread>
+
+#include "calibrator.h"
+#include "command.h"
+#include "json.h"
+#include "progress.h"
+#include "qv/diagnostic.h"
+#include "qv/file_system.h"
+#include "recording.h"
+#include "table.h"
+#include "target.h"
+#include "text.h"
+
+namespace tool {
+
+namespace {
+
+struct Options {
+    std::string recording;
+    std::string calibration;
+    std::string output;
+    std::string between;
+    std::optional<double> at;
+    CalibratorOptions calibrator;
+    std::optional<double> reflected;
+    bool force = false;
+    bool json = false;
+};
+
+/// What became of the pixels.
+struct Tally {
+    uint64_t pixels = 0;
+    uint64_t below = 0;
+    uint64_t above = 0;
+    uint64_t undefined = 0;  ///< Without a temperature.
+    double sum = 0.0;
+    float low = std::numeric_limits<float>::infinity();
+    float high = -std::numeric_limits<float>::infinity();
+
+    void add(const Tally& other) {
+        pixels += other.pixels;
+        below += other.below;
+        above += other.above;
+        undefined += other.undefined;
+        sum += other.sum;
+        low = std::min(low, other.low);
+        high = std::max(high, other.high);
+    }
+    uint64_t defined() const { return pixels - undefined; }
+};
+
+/// Converts the frames of one recording. One for each thread; the calibrator is shared.
+class FrameConverter {
+public:
+    FrameConverter(const Calibrator& calibrator, const std::vector<float>& table, const Layout& layout)
+        : m_calibrator(calibrator), m_table(table), m_layout(layout) {}
+
+    void convert(const void* counts, float* out, Tally& tally) const {
+        switch (m_layout.type) {
+            case qv::EDataType::uint8: byTable(static_cast<const uint8_t*>(counts), out, tally); break;
+            case qv::EDataType::uint16: byTable(static_cast<const uint16_t*>(counts), out, tally); break;
+            case qv::EDataType::int8: directly(static_cast<const int8_t*>(counts), out, tally); break;
+            case qv::EDataType::int16: directly(static_cast<const int16_t*>(counts), out, tally); break;
+            case qv::EDataType::int32: directly(static_cast<const int32_t*>(counts), out, tally); break;
+            case qv::EDataType::uint32: directly(static_cast<const uint32_t*>(counts), out, tally); break;
+            case qv::EDataType::int64: directly(static_cast<const int64_t*>(counts), out, tally); break;
+            case qv::EDataType::uint64: directly(static_cast<const uint64_t*>(counts), out, tally); break;
+            case qv::EDataType::flt32: directly(static_cast<const float*>(counts), out, tally); break;
+            case qv::EDataType::flt64: directly(static_cast<const double*>(counts), out, tally); break;
+            default: break;
+        }
+    }
+
+private:
+    /// Counts of 8 and 16 bits: one look-up each.
+    template <class T>
+    void byTable(const T* counts, float* out, Tally& tally) const {
+        const float* table = m_table.data();
+        const uint32_t n = m_layout.pixels();
+        for (uint32_t i = 0; i < n; ++i) out[i] = table[counts[i]];
+        // Counts are whole, so the bounds may be rounded inwards and compared as integers.
+        const auto low = static_cast<int32_t>(std::clamp(std::ceil(m_calibrator.minCounts()), 0.0, 65536.0));
+        const auto high = static_cast<int32_t>(std::clamp(std::floor(m_calibrator.maxCounts()), -1.0, 65535.0));
+        uint32_t below = 0;
+        uint32_t above = 0;
+        for (uint32_t i = 0; i < n; ++i) {
+            below += counts[i] < low ? 1u : 0u;
+            above += counts[i] > high ? 1u : 0u;
+        }
+        tally.below += below;
+        tally.above += above;
+        summarise(out, tally);
+    }
+
+    template <class T>
+    void directly(const T* counts, float* out, Tally& tally) const {
+        const uint32_t n = m_layout.pixels();
+        for (uint32_t i = 0; i < n; ++i) {
+            const auto value = static_cast<double>(counts[i]);
+            out[i] = static_cast<float>(m_calibrator.convert(value));
+            tally.below += value < m_calibrator.minCounts() ? 1u : 0u;
+            tally.above += value > m_calibrator.maxCounts() ? 1u : 0u;
+        }
+        summarise(out, tally);
+    }
+
+    /// Eight running sums, minima and maxima, so that the loop is as wide as the machine.
+    void summarise(const float* values, Tally& tally) const {
+        constexpr uint32_t lanes = 8;
+        const uint32_t n = m_layout.pixels();
+        double sums[lanes] = {};
+        float lows[lanes];
+        float highs[lanes];
+        uint32_t undefined[lanes] = {};
+        std::fill_n(lows, lanes, tally.low);
+        std::fill_n(highs, lanes, tally.high);
+        const auto take = [&](uint32_t lane, float value) {
+            const bool known = value == value;
+            undefined[lane] += known ? 0u : 1u;
+            sums[lane] += known ? static_cast<double>(value) : 0.0;
+            lows[lane] = value < lows[lane] ? value : lows[lane];
+            highs[lane] = value > highs[lane] ? value : highs[lane];
+        };
+        uint32_t i = 0;
+        for (; i + lanes <= n; i += lanes) {
+            for (uint32_t lane = 0; lane < lanes; ++lane) take(lane, values[i + lane]);
+        }
+        for (; i < n; ++i) take(0, values[i]);
+        for (uint32_t lane = 0; lane < lanes; ++lane) {
+            tally.sum += sums[lane];
+            tally.undefined += undefined[lane];
+            tally.low = std::min(tally.low, lows[lane]);
+            tally.high = std::max(tally.high, highs[lane]);
+        }
+        tally.pixels += n;
+    }
+
+    const Calibrator& m_calibrator;
+    const std::vector<float>& m_table;
+    const Layout m_layout;
+};
+
+/// Runs the frames of `source` through a pool of threads into `target`, whose frames begin at `position`.
+Tally convertFrames(const Recording& source, const Calibrator& calibrator, const Target& target, int64_t position) {
+    const Layout& layout = source.layout();
+    const bool small = layout.type == qv::EDataType::uint8 || layout.type == qv::EDataType::uint16;
+    const std::vector<float> table = small ? calibrator.tableOfCounts() : std::vector<float>();
+    Progress progress("calibrate", layout.frames, layout.frameBytes());
+    std::atomic<uint32_t> next{0};
+    std::mutex mutex;
+    std::exception_ptr failure;
+    Tally total;
+
+    const auto work = [&] {
+        Tally own;
+        try {
+            FrameReader reader(source);
+            const qv::TSharedPtr<qv::IFile> out = target.open();
+            const FrameConverter converter(calibrator, table, layout);
+            std::vector<std::byte> counts(layout.frameBytes());
+            std::vector<float> values(layout.pixels());
+            const auto outBytes = static_cast<uint32_t>(values.size() * sizeof(float));
+            for (uint32_t frame = next++; frame < layout.frames; frame = next++) {
+                reader.read(frame, counts.data());
+                converter.convert(counts.data(), values.data(), own);
+                out->SetPosition(position + int64_t{frame} * outBytes);
+                if (!out->WriteBytes(values.data(), outBytes)) {
+                    throw Failure(Exit::io, target.temporary() + ": cannot be written (is the disk full?)");
+                }
+                progress.advance();
+            }
+        } catch (...) {
+            const std::lock_guard lock(mutex);
+            if (!failure) failure = std::current_exception();
+            next = layout.frames;
+        }
+        const std::lock_guard lock(mutex);
+        total.add(own);
+    };
+    std::vector<std::thread> pool;
+    const uint32_t threads = std::clamp(std::thread::hardware_concurrency(), 1u, layout.frames);
+    for (uint32_t i = 1; i < threads; ++i) pool.emplace_back(work);
+    work();
+    for (std::thread& thread : pool) thread.join();
+    if (failure) std::rethrow_exception(failure);
+    return total;
+}
+
+/// The source's header with the result's description.
+void writeHeader(const Recording& source, const Calibrator& calibrator, const Options& options, qv::CSAFFile& header) {
+    source.header().MakeDuplicate(header);
+    Layout layout = source.layout();
+    layout.type = qv::EDataType::flt32;
+    const std::string keyword = source.tag(u"KeyWrd");
+    setLayoutTags(header, layout);
+    if (!keyword.empty()) header[u"KeyWrd"] = wide(keyword).c_str();
+    header[u"DaUnit"] = wide(calibrator.unit()).c_str();
+    header[u"CAFile"] = wide(options.calibration).c_str();
+    header[u"CaPage"] = wide(options.calibrator.secondPage ? options.between : std::to_string(options.calibrator.page)).c_str();
+    if (options.calibrator.secondPage) header[u"CaInst"] = wide(exact(options.calibrator.instrument)).c_str();
+    header[u"CaEmis"] = wide(exact(options.calibrator.emissivity)).c_str();
+    header[u"CaRefl"] = wide(options.reflected ? exact(*options.reflected) + " C" : "none").c_str();
+    header[u"CaRnge"] = wide(exact(calibrator.minCelsius()) + ":" + exact(calibrator.maxCelsius()) + " C").c_str();
+    if (options.calibrator.to == Quantity::temperature) {
+        header[u"CaInvr"] = calibrator.usesPolynomial() ? u"polynomial" : u"table";
+    }
+}
+
+void loadCalibration(qv::CRCalFile& calibration, const std::string& path) {
+    qv::IFileSystem& disk = qv::fileSystem();
+    qv::ClearDiagnostic();
+    if (!disk.FileExists(wide(path).c_str())) throw Failure(Exit::io, path + ": no such file");
+    if (calibration.Load(&disk, wide(path).c_str(), 0)) return;
+    const bool known = qv::CRCalFile::IsRCalFile(&disk, wide(path));
+    throw diagnosed(known ? Exit::damaged : Exit::wrongKind, path, "is no calibration");
+}
+
+void readBetween(Options& options) {
+    if (options.between.empty()) return;
+    int first = 0;
+    int second = 0;
+    char rest = 0;
+    if (std::sscanf(options.between.c_str(), "%d:%d%c", &first, &second, &rest) != 2) {
+        throw Failure(Exit::usage, "--between: \"" + options.between + "\" is not of the form N:M");
+    }
+    if (!options.at) throw Failure(Exit::usage, "--between needs --at, the instrument temperature");
+    options.calibrator.page = first;
+    options.calibrator.secondPage = second;
+    options.calibrator.instrument = *options.at;
+}
+
+std::string percent(uint64_t part, uint64_t whole) {
+    return fixed(whole == 0 ? 0.0 : 100.0 * static_cast<double>(part) / static_cast<double>(whole), 2) + " %";
+}
+
+void report(const Options& options, const Recording& source, const Calibrator& calibrator, const Tally& tally) {
+    const double mean = tally.defined() == 0 ? std::nan("") : tally.sum / static_cast<double>(tally.defined());
+    const bool any = tally.defined() != 0;
+    if (options.json) {
+        Json facts = Json::document("qv.calibrate.1");
+        facts.set("recording", source.path()).set("calibration", options.calibration).set("output", options.output);
+        facts.set("frames", source.layout().frames).set("unit", calibrator.unit());
+        facts.set("emissivity", options.calibrator.emissivity);
+        facts.set("reflectedCelsius", options.reflected ? Json(*options.reflected) : Json());
+        facts.set("calibratedLowCelsius", calibrator.minCelsius()).set("calibratedHighCelsius", calibrator.maxCelsius());
+        facts.set("inverse", calibrator.usesPolynomial() ? "polynomial" : "table");
+        facts.set("pixels", tally.pixels).set("belowRange", tally.below).set("aboveRange", tally.above);
+        facts.set("withoutValue", tally.undefined);
+        facts.set("min", any ? Json(double{tally.low}) : Json()).set("max", any ? Json(double{tally.high}) : Json());
+        facts.set("mean", any ? Json(mean) : Json());
+        facts.print(std::cout);
+        return;
+    }
+    std::cout << options.output << ": " << source.layout().frames << " frames of " << source.layout().width << " x "
+              << source.layout().height << " in " << calibrator.unit() << '\n'
+              << "  assumed:  " << calibrator.assumptions() << '\n';
+    if (any) {
+        std::cout << "  values:   " << fixed(tally.low, 2) << " to " << fixed(tally.high, 2) << ", mean " << fixed(mean, 2)
+                  << ' ' << calibrator.unit() << '\n';
+    }
+    std::cout << "  outside the calibrated range: " << tally.below << " pixels below (" << percent(tally.below, tally.pixels)
+              << "), " << tally.above << " above (" << percent(tally.above, tally.pixels) << ")\n";
+    if (tally.undefined != 0) {
+        std::cout << "  without a value: " << tally.undefined << " pixels (" << percent(tally.undefined, tally.pixels)
+                  << ")\n";
+    }
+}
+
+Exit calibrate(Options& options) {
+    readBetween(options);
+    options.calibrator.reflectedCelsius = options.reflected;
+    if (!(options.calibrator.emissivity > 0.0 && options.calibrator.emissivity <= 1.0)) {
+        throw Failure(Exit::usage, "--emissivity must be above 0 and at most 1");
+    }
+    const Recording source(options.recording);
+    if (source.layout().type == qv::EDataType::rgb24) {
+        throw Failure(Exit::damaged, options.recording + ": its frames are pictures in colour, not counts");
+    }
+    qv::CRCalFile calibration;
+    loadCalibration(calibration, options.calibration);
+    const Calibrator calibrator(calibration, options.calibrator, options.calibration);
+    Target target(options.output, options.force);
+    qv::CSAFFile header;
+    writeHeader(source, calibrator, options, header);
+    uint32_t position = 0;
+    header.SaveTo(target.open(), position, true);
+    const Tally tally = convertFrames(source, calibrator, target, position);
+    target.commit();
+    report(options, source, calibrator, tally);
+    return Exit::done;
+}
+
+}  // namespace
+
+void addCalibrate(CLI::App& root) {
+    auto options = std::make_shared<Options>();
+    CLI::App* command = addCommand(
+        root, "calibrate", "Turn the counts of a recording into temperatures or radiance.",
+        "  qv calibrate run7.saf --rcal camera.rcal -o run7-celsius.saf\n"
+        "  qv calibrate run7.saf --rcal camera.rcal --between 0:1 --at 31.2 --emissivity 0.95 --reflected 22 -o hot.saf",
+        [options] { return calibrate(*options); });
+    command->add_option("recording", options->recording, "Recording of counts")->required();
+    command->add_option("--rcal", options->calibration, "Calibration")->required();
+    command->add_option("-o,--output", options->output, "Recording to write (Flt32)")->required();
+    auto* page = command->add_option("--page", options->calibrator.page, "Page of the calibration, from 0");
+    command->add_option("--between", options->between, "Interpolate between two pages, as N:M")->excludes(page);
+    command->add_option("--at", options->at, "Instrument temperature to interpolate at");
+    command->add_option("--to", options->calibrator.to, "temperature (default) or radiance")
+        ->transform(CLI::CheckedTransformer(std::map<std::string, Quantity>{{"radiance", Quantity::radiance},
+                                                                            {"temperature", Quantity::temperature}}));
+    command->add_option("--unit", options->calibrator.unit, "C (default), F, K or R")
+        ->transform(CLI::CheckedTransformer(
+            std::map<std::string, TemperatureUnit>{{"C", TemperatureUnit::celsius},
+                                                   {"F", TemperatureUnit::fahrenheit},
+                                                   {"K", TemperatureUnit::kelvin},
+                                                   {"R", TemperatureUnit::rankine}},
+            CLI::ignore_case));
+    command->add_option("--emissivity", options->calibrator.emissivity, "Emissivity of the source (1)");
+    command->add_option("--reflected", options->reflected, "Temperature [C] of what the source reflects (nothing)");
+    command->add_option("--inverse", options->calibrator.inverse,
+                        "table: the calibration's own integral; polynomial: the page's fit; auto (default): the polynomial "
+                        "when the user has overridden it")
+        ->transform(CLI::CheckedTransformer(std::map<std::string, Inverse>{{"auto", Inverse::automatic},
+                                                                           {"polynomial", Inverse::polynomial},
+                                                                           {"table", Inverse::table}}));
+    command->add_flag("--force", options->force, "Replace the output when it exists");
+    command->add_flag("--json", options->json, "Facts as JSON");
+}
+
+}  // namespace tool

@@ -1,0 +1,61 @@
+// What a subcommand is made of, and how it ends.
+#pragma once
+
+#include <CLI/CLI.hpp>
+#include <functional>
+#include <stdexcept>
+#include <string>
+
+namespace tool {
+
+/// What the program tells the caller's script.
+enum class Exit {
+    done = 0,
+    negative = 1,   ///< a check, comparison or look-up came out negative; the output exists
+    usage = 2,      ///< the command line is wrong
+    wrongKind = 3,  ///< not the expected kind of file
+    damaged = 4,    ///< the right kind, but broken
+    io = 5,         ///< input or output error
+    outside = 6,    ///< an outside program failed or ran out of time
+};
+
+/// Ends a subcommand: one sentence for standard error, and the exit code.
+class Failure : public std::runtime_error {
+public:
+    Failure(Exit exitCode, const std::string& message) : std::runtime_error(message), m_exit(exitCode) {}
+    Exit exitCode() const { return m_exit; }
+
+private:
+    Exit m_exit;
+};
+
+/// A failure whose reason is the library's last diagnostic on this thread; `otherwise` where it left none.
+Failure diagnosed(Exit exitCode, const std::string& file, const std::string& otherwise);
+
+/// Options that every subcommand has.
+struct Common {
+    bool quiet = false;  ///< No progress and no remarks.
+};
+Common& common();
+
+/// A remark on standard error, unless --quiet.
+void remark(const std::string& sentence);
+
+/// Adds a subcommand whose help opens with `examples` (lines of shell), and which runs `body` when it is chosen.
+/// Options are added to the result by the caller and live in what `body` captures.
+CLI::App* addCommand(CLI::App& parent, const std::string& name, const std::string& summary, const std::string& examples,
+                     std::function<Exit()> body);
+
+/// The outcome of the chosen subcommand.
+Exit& outcome();
+
+// One for each source file.
+void addInfo(CLI::App& root);
+void addTags(CLI::App& root);
+void addRcal(CLI::App& root);
+void addImport(CLI::App& root);
+void addCalibrate(CLI::App& root);
+void addRender(CLI::App& root);
+void addDemo(CLI::App& root);
+
+}  // namespace tool

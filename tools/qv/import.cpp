@@ -1,0 +1,150 @@
+// qv import: plain raw frames become a recording.
+#include <iostream>
+#include <memory>
+
+#include "command.h"
+#include "json.h"
+#include "progress.h"
+#include "qv/diagnostic.h"
+#include "qv/file_system.h"
+#include "recording.h"
+#include "target.h"
+#include "text.h"
+
+namespace tool {
+
+namespace {
+
+struct Options {
+    std::string raw;
+    std::string type = "uint16";
+    bool bigEndian = false;
+    std::vector<std::string> inputs;
+    std::string output;
+    std::vector<std::string> tags;
+    bool force = false;
+    bool json = false;
+};
+
+Layout layoutOf(const Options& options) {
+    unsigned width = 0;
+    unsigned height = 0;
+    char rest = 0;
+    if (std::sscanf(options.raw.c_str(), "%ux%u%c", &width, &height, &rest) != 2 || width == 0 || height == 0 ||
+        uint64_t{width} * height > 0x8000000) {
+        throw Failure(Exit::usage, "--raw: \"" + options.raw + "\" is not a frame size such as 640x512");
+    }
+    Layout layout;
+    layout.width = width;
+    layout.height = height;
+    layout.type = elementType(options.type == "int8" ? "SInt8" : options.type);
+    layout.bigEndian = options.bigEndian;
+    if (layout.type == qv::EDataType::none || layout.type == qv::EDataType::rgb24) {
+        throw Failure(Exit::usage, "--type: \"" + options.type + "\" is no element type");
+    }
+    return layout;
+}
+
+struct Source {
+    std::string path;
+    uint32_t frames;
+};
+
+/// The inputs with their frame counts; each must hold whole frames.
+std::vector<Source> checkInputs(const Options& options, Layout& layout) {
+    std::vector<Source> sources;
+    uint64_t frames = 0;
+    for (const std::string& path : options.inputs) {
+        const auto info = qv::fileSystem().GetFileInfo(wide(path).c_str());
+        if (info.type != qv::IFileSystem::typeFile) throw Failure(Exit::io, path + ": no such file");
+        const int64_t count = info.size / layout.frameBytes();
+        if (count == 0 || info.size % layout.frameBytes() != 0) {
+            throw Failure(Exit::damaged, path + ": " + std::to_string(info.size) + " bytes are not whole frames of " +
+                                             std::to_string(layout.frameBytes()) + " bytes");
+        }
+        frames += static_cast<uint64_t>(count);
+        if (frames > 0x7FFFFFFF) throw Failure(Exit::damaged, path + ": too many frames");
+        sources.push_back({path, static_cast<uint32_t>(count)});
+    }
+    layout.frames = static_cast<uint32_t>(frames);
+    return sources;
+}
+
+void addUserTags(const Options& options, qv::CSAFFile& header) {
+    for (const std::string& tag : options.tags) {
+        const size_t equals = tag.find('=');
+        if (equals == 0 || equals == std::string::npos || tag.find_first_of(" \r\n") < equals ||
+            tag.find_first_of("\r\n") != std::string::npos) {
+            throw Failure(Exit::usage, "--tag: \"" + tag + "\" is not of the form NAME=VALUE");
+        }
+        header[wide(tag.substr(0, equals)).c_str()] = wide(tag.substr(equals + 1)).c_str();
+    }
+}
+
+void copyFrames(const Source& source, const Layout& layout, qv::IFile& out, Progress& progress) {
+    const qv::TSharedPtr<qv::IFile> in = qv::fileSystem().CreateFileW(wide(source.path).c_str(), 0x212);
+    if (!in) throw diagnosed(Exit::io, source.path, "cannot be opened");
+    std::vector<std::byte> frame(layout.frameBytes());
+    for (uint32_t i = 0; i < source.frames; ++i) {
+        if (!in->ReadBytes(frame.data(), layout.frameBytes())) {
+            throw Failure(Exit::io, source.path + ": frame " + std::to_string(i) + " cannot be read");
+        }
+        if (layout.bigEndian) reverseElements(frame.data(), layout.pixels(), qv::DataTypeSize(layout.type));
+        if (!out.WriteBytes(frame.data(), layout.frameBytes())) {
+            throw Failure(Exit::io, "the recording cannot be written (is the disk full?)");
+        }
+        progress.advance();
+    }
+}
+
+Exit import(const Options& options) {
+    Layout layout = layoutOf(options);
+    const std::vector<Source> sources = checkInputs(options, layout);
+    qv::CSAFFile header;
+    header.New(false);
+    setLayoutTags(header, layout);
+    header[u"DaUnit"] = u"counts";
+    addUserTags(options, header);
+    Target target(options.output, options.force);
+    {
+        const qv::TSharedPtr<qv::IFile> out = target.open();
+        uint32_t position = 0;
+        header.SaveTo(out, position, true);
+        out->SetPosition(position);
+        Progress progress("import", layout.frames, layout.frameBytes());
+        for (const Source& source : sources) copyFrames(source, layout, *out, progress);
+    }
+    target.commit();
+    if (options.json) {
+        Json facts = Json::document("qv.import.1");
+        facts.set("output", options.output).set("frames", layout.frames).set("width", layout.width);
+        facts.set("height", layout.height).set("type", elementWord(layout.type));
+        facts.print(std::cout);
+    } else {
+        std::cout << options.output << ": " << layout.frames << " frames of " << layout.width << " x " << layout.height
+                  << ", " << elementWord(layout.type) << '\n';
+    }
+    return Exit::done;
+}
+
+}  // namespace
+
+void addImport(CLI::App& root) {
+    auto options = std::make_shared<Options>();
+    CLI::App* command =
+        addCommand(root, "import", "Turn plain raw frames into a recording.",
+                   "  qv import --raw 640x512 --type uint16 frames.raw -o run7.saf\n"
+                   "  qv import --raw 320x256 --type uint16 --big-endian a.raw b.raw --tag Camera=MW1 -o run8.saf",
+                   [options] { return import(*options); });
+    command->add_option("frames", options->inputs, "Files of frames, one frame behind the other")->required();
+    command->add_option("--raw", options->raw, "Width and height of a frame, as WxH")->required();
+    command->add_option("--type", options->type,
+                        "Element type: int8, uint8, int16, uint16 (default), int32, uint32, int64, uint64, flt32, flt64");
+    command->add_flag("--big-endian", options->bigEndian, "The most significant byte comes first in the input");
+    command->add_option("--tag", options->tags, "A further tag of the header, as NAME=VALUE; may be repeated");
+    command->add_option("-o,--output", options->output, "Recording to write")->required();
+    command->add_flag("--force", options->force, "Replace the output when it exists");
+    command->add_flag("--json", options->json, "Facts as JSON");
+}
+
+}  // namespace tool

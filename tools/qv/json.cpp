@@ -1,0 +1,47 @@
+#include "json.h"
+
+#include <cmath>
+#include <cstdio>
+
+#include "text.h"
+
+namespace tool {
+
+Json::Json(double value) : m_text(std::isfinite(value) ? exact(value) : "null") {}
+
+std::string Json::quoted(const std::string& text) {
+    std::string out = "\"";
+    for (const char c : text) {
+        if (c == '"' || c == '\\') {
+            out += '\\';
+            out += c;
+        } else if (static_cast<unsigned char>(c) < 0x20) {
+            char escape[8];
+            std::snprintf(escape, sizeof escape, "\\u%04x", static_cast<unsigned>(c));
+            out += escape;
+        } else {
+            out += c;
+        }
+    }
+    return out + "\"";
+}
+
+void Json::print(std::ostream& out, int indent) const {
+    if (m_kind == Kind::scalar) {
+        out << m_text;
+    } else if (m_members.empty()) {
+        out << (m_kind == Kind::object ? "{}" : "[]");
+    } else {
+        const std::string pad(static_cast<size_t>(indent) + 2, ' ');
+        out << (m_kind == Kind::object ? "{" : "[");
+        for (size_t i = 0; i < m_members.size(); ++i) {
+            out << (i == 0 ? "\n" : ",\n") << pad;
+            if (m_kind == Kind::object) out << quoted(m_members[i].first) << ": ";
+            m_members[i].second.print(out, indent + 2);
+        }
+        out << '\n' << std::string(static_cast<size_t>(indent), ' ') << (m_kind == Kind::object ? '}' : ']');
+    }
+    if (indent == 0) out << '\n';
+}
+
+}  // namespace tool

@@ -1,0 +1,102 @@
+// The qv program: one subcommand for each job. Results go to standard output, everything else to standard error.
+#include <png.h>
+#include <zlib.h>
+
+#include <iostream>
+
+#include "command.h"
+#include "qv/api.h"
+#include "qv/diagnostic.h"
+#include "text.h"
+
+namespace tool {
+
+Failure diagnosed(Exit exitCode, const std::string& file, const std::string& otherwise) {
+    qv::CDiagnostic diagnostic = qv::LastDiagnostic();
+    qv::ClearDiagnostic();
+    if (!diagnostic.IsSet()) return Failure(exitCode, file + ": " + otherwise);
+    diagnostic.file = wide(file);
+    return Failure(exitCode, narrow(diagnostic.ToString()));
+}
+
+Common& common() {
+    static Common options;
+    return options;
+}
+
+Exit& outcome() {
+    static Exit code = Exit::done;
+    return code;
+}
+
+void remark(const std::string& sentence) {
+    if (!common().quiet) std::cerr << sentence << '\n';
+}
+
+namespace {
+
+/// Puts a subcommand's examples in front of its help.
+class ExamplesFirst : public CLI::Formatter {
+public:
+    explicit ExamplesFirst(std::string examples) : m_examples(std::move(examples)) {}
+    std::string make_description(const CLI::App* app) const override {
+        return "Examples:\n" + m_examples + "\n\n" + CLI::Formatter::make_description(app);
+    }
+
+private:
+    std::string m_examples;
+};
+
+}  // namespace
+
+CLI::App* addCommand(CLI::App& parent, const std::string& name, const std::string& summary,
+                     const std::string& examples, std::function<Exit()> body) {
+    CLI::App* command = parent.add_subcommand(name, summary);
+    command->formatter(std::make_shared<ExamplesFirst>(examples));
+    command->add_flag("-q,--quiet", common().quiet, "No progress and no remarks");
+    if (body) command->callback([body = std::move(body)] { outcome() = body(); });
+    return command;
+}
+
+namespace {
+
+std::string versions() {
+    return "qv " QV_VERSION_STRING " (zlib " + std::string(zlibVersion()) + ", libpng " PNG_LIBPNG_VER_STRING
+           ", CLI11 " CLI11_VERSION ")";
+}
+
+int run(int argc, char** argv) {
+    CLI::App root("Thermal-infrared recordings and calibrations");
+    root.name("qv");
+    root.set_version_flag("--version", versions());
+    root.require_subcommand(1);
+    addInfo(root);
+    addTags(root);
+    addRcal(root);
+    addImport(root);
+    addCalibrate(root);
+    addRender(root);
+    addDemo(root);
+    try {
+        root.parse(argc, argv);
+    } catch (const CLI::ParseError& error) {
+        return root.exit(error) == 0 ? 0 : static_cast<int>(Exit::usage);
+    } catch (const Failure& failure) {
+        std::cerr << "qv: " << failure.what() << '\n';
+        return static_cast<int>(failure.exitCode());
+    } catch (const std::bad_alloc&) {
+        std::cerr << "qv: out of memory\n";
+        return static_cast<int>(Exit::io);
+    }
+    std::cout.flush();
+    if (!std::cout) {
+        std::cerr << "qv: standard output cannot be written\n";
+        return static_cast<int>(Exit::io);
+    }
+    return static_cast<int>(outcome());
+}
+
+}  // namespace
+}  // namespace tool
+
+int main(int argc, char** argv) { return tool::run(argc, argv); }

@@ -1,0 +1,119 @@
+// qv render: one frame of a recording as a picture with a scale bar.
+#include <algorithm>
+#include <cmath>
+#include <iostream>
+#include <memory>
+#include <optional>
+
+#include "command.h"
+#include "json.h"
+#include "picture.h"
+#include "recording.h"
+#include "target.h"
+#include "text.h"
+
+namespace tool {
+
+namespace {
+
+struct Options {
+    std::string recording;
+    uint32_t frame = 0;
+    Palette palette = Palette::iron;
+    std::string range;
+    std::string output;
+    bool force = false;
+    bool json = false;
+};
+
+/// The frame's values as floats, whatever they are stored as.
+std::vector<float> readFrame(const Recording& recording, uint32_t frame) {
+    const Layout& layout = recording.layout();
+    if (frame >= layout.frames) {
+        throw Failure(Exit::negative, recording.path() + ": there is no frame " + std::to_string(frame) + " (it has " +
+                                          std::to_string(layout.frames) + ", counted from 0)");
+    }
+    std::vector<std::byte> bytes(layout.frameBytes());
+    FrameReader(recording).read(frame, bytes.data());
+    std::vector<float> values(layout.pixels());
+    if (layout.type == qv::EDataType::uint64 || layout.type == qv::EDataType::rgb24) {
+        throw Failure(Exit::damaged, recording.path() + ": frames of " + elementWord(layout.type) + " cannot be rendered");
+    }
+    qv::ConvertArray({values.data(), qv::EDataType::flt32}, {bytes.data(), layout.type}, layout.pixels());
+    return values;
+}
+
+/// The range that the palette spans: as given, else all but the outermost thousandth at each end.
+std::pair<double, double> spanOf(const Options& options, std::vector<float> values) {
+    if (!options.range.empty()) {
+        double low = 0.0;
+        double high = 0.0;
+        char rest = 0;
+        if (std::sscanf(options.range.c_str(), "%lf:%lf%c", &low, &high, &rest) != 2 || !(low < high)) {
+            throw Failure(Exit::usage, "--range: \"" + options.range + "\" is not of the form LOW:HIGH");
+        }
+        return {low, high};
+    }
+    values.erase(std::remove_if(values.begin(), values.end(), [](float v) { return !std::isfinite(v); }), values.end());
+    if (values.empty()) return {0.0, 1.0};
+    const size_t cut = values.size() / 1000;
+    const auto lowAt = values.begin() + static_cast<ptrdiff_t>(cut);
+    const auto highAt = values.end() - 1 - static_cast<ptrdiff_t>(cut);
+    std::nth_element(values.begin(), lowAt, values.end());
+    const double low = *lowAt;
+    std::nth_element(values.begin(), highAt, values.end());
+    const double high = *highAt;
+    return high > low ? std::pair{low, high} : std::pair{low - 0.5, low + 0.5};
+}
+
+Exit render(const Options& options) {
+    const Recording recording(options.recording);
+    const std::vector<float> values = readFrame(recording, options.frame);
+    const auto [low, high] = spanOf(options, values);
+    FramePicture picture;
+    picture.values = values.data();
+    picture.width = recording.layout().width;
+    picture.height = recording.layout().height;
+    picture.low = low;
+    picture.high = high;
+    picture.palette = options.palette;
+    const std::string unit = recording.tag(u"DaUnit");
+    picture.unit = unit.empty() ? "counts" : unit;
+    const std::vector<uint8_t> png = picture.draw().png();
+    Target target(options.output, options.force);
+    if (!target.open()->WriteBytes(png.data(), static_cast<uint32_t>(png.size()))) {
+        throw Failure(Exit::io, options.output + ": cannot be written (is the disk full?)");
+    }
+    target.commit();
+    if (options.json) {
+        Json facts = Json::document("qv.render.1");
+        facts.set("output", options.output).set("frame", options.frame).set("low", low).set("high", high);
+        facts.set("unit", picture.unit);
+        facts.print(std::cout);
+    } else {
+        std::cout << options.output << ": frame " << options.frame << ", " << number(low) << " to " << number(high) << ' '
+                  << picture.unit << '\n';
+    }
+    return Exit::done;
+}
+
+}  // namespace
+
+void addRender(CLI::App& root) {
+    auto options = std::make_shared<Options>();
+    CLI::App* command = addCommand(root, "render", "Draw one frame of a recording as a PNG picture with a scale bar.",
+                                   "  qv render run7-celsius.saf -o frame0.png\n"
+                                   "  qv render run7-celsius.saf --frame 12 --palette gray --range 20:60 -o frame12.png",
+                                   [options] { return render(*options); });
+    command->add_option("recording", options->recording, "Recording")->required();
+    command->add_option("--frame", options->frame, "Frame, from 0");
+    command->add_option("--palette", options->palette, "iron (default), gray or rainbow")
+        ->transform(CLI::CheckedTransformer(std::map<std::string, Palette>{
+            {"iron", Palette::iron}, {"gray", Palette::gray}, {"rainbow", Palette::rainbow}}));
+    command->add_option("--range", options->range, "Values at the ends of the palette, as LOW:HIGH");
+    command->add_option("-o,--output", options->output, "Picture to write")->required();
+    command->add_flag("--force", options->force, "Replace the output when it exists");
+    command->add_flag("--json", options->json, "Facts as JSON");
+}
+
+}  // namespace tool

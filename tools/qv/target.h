@@ -1,0 +1,33 @@
+// Output files that are whole or not there at all.
+#pragma once
+
+#include <string>
+
+#include "qv/file.h"
+
+namespace tool {
+
+/// A file that is written under a temporary name beside its place and takes the place when it is committed. Without a
+/// commit nothing is left behind.
+class Target {
+public:
+    /// Fails when the place is taken, unless `force`. A folder in the place, or one that cannot be written, fails too.
+    Target(const std::string& path, bool force);
+    ~Target();
+    Target(const Target&) = delete;
+    Target& operator=(const Target&) = delete;
+
+    /// The temporary file's name.
+    const std::string& temporary() const { return m_temporary; }
+    /// The temporary file, opened for reading and writing and shared with everybody. Each call opens it anew.
+    qv::TSharedPtr<qv::IFile> open() const;
+    /// Puts the file into its place. Files that open() gave must be closed before.
+    void commit();
+
+private:
+    std::string m_path;
+    std::string m_temporary;
+    bool m_committed = false;
+};
+
+}  // namespace tool
