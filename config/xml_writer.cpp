@@ -150,7 +150,7 @@ void XmlWriter::putRaw(const CString& text) {
     while (!left.empty()) {
         size_t n = std::min(left.size(), chunkUnits);
         if (n < left.size() && isHighSurrogate(left[n - 1])) --n;  // Its other half opens the next chunk.
-        m_used += text::convert(left.substr(0, n), room(n * 3));
+        m_used += text::convert(left.substr(0, n), room(n * 3), n * 3);
         left.remove_prefix(n);
     }
 }
@@ -172,7 +172,7 @@ void XmlWriter::putEncoded(const CString& text, bool attribute) {
         }
         const bool pair = at + 1 < whole.size() && isHighSurrogate(whole[at]) && isLowSurrogate(whole[at + 1]);
         const size_t n = pair ? 2 : 1;
-        m_used += text::convert(whole.substr(at, n), room(6));
+        m_used += text::convert(whole.substr(at, n), room(6), 6);
         at += n;
     }
 }

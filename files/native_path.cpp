@@ -18,7 +18,7 @@ std::string nativePath(const char16_t* path) {
 void copyNativeName(std::string_view name, char16_t* dst, size_t chars) {
     if (chars == 0) return;
     if (name.size() < chars) {  // A unit of UTF-8 gives at most one of UTF-16.
-        dst[text::convert(name, dst)] = 0;
+        dst[text::convert(name, dst, chars)] = 0;
         return;
     }
     const std::u16string text = text::toUtf16(name);

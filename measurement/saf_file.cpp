@@ -50,7 +50,7 @@ std::u16string_view written(const CString& value) {
 void appendUtf8(std::string& out, const CString& value) {
     const size_t start = out.size();
     out.resize(start + text::convertedLength(written(value)));
-    text::convert(written(value), out.data() + start);
+    text::convert(written(value), out.data() + start, out.size() - start);
 }
 
 /// `header` is the header's size without a pad, `dataPosition` where the data begin now.
@@ -290,6 +290,10 @@ uint32_t CSAFFile::HeaderSize() const {
     for (const SAF_TAG& tag : m_tags)
         bytes += text::convertedLength(written(tag.name)) + text::convertedLength(written(tag.value)) + 3;
     return static_cast<uint32_t>(bytes - 1);
+}
+
+SAF_SAVE_PLAN CSAFFile::PlanSave() const {
+    return planSplice(HeaderSize(), m_dataPosition);
 }
 
 bool CSAFFile::Save() {

@@ -70,13 +70,13 @@ int run(int argc, char** argv) {
     root.name("qv");
     root.set_version_flag("--version", versions());
     root.require_subcommand(1);
-    addInfo(root);
+
     addTags(root);
-    addRcal(root);
+
     addImport(root);
     addCalibrate(root);
     addRender(root);
-    addDemo(root);
+
     try {
         root.parse(argc, argv);
     } catch (const CLI::ParseError& error) {
