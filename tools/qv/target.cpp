@@ -1,5 +1,7 @@
 #include "target.h"
 
+#include <filesystem>
+
 #include "command.h"
 #include "qv/diagnostic.h"
 #include "qv/file_system.h"
@@ -39,9 +41,10 @@ qv::TSharedPtr<qv::IFile> Target::open() const {
 }
 
 void Target::commit() {
-    if (!qv::fileSystem().MoveFileW(wide(m_temporary).c_str(), wide(m_path).c_str())) {
-        throw diagnosed(Exit::io, m_path, "cannot be put into its place");
-    }
+    // The library's move refuses a place that is taken; this one replaces what is there in one step.
+    std::error_code error;
+    std::filesystem::rename(m_temporary, m_path, error);
+    if (error) throw Failure(Exit::io, m_path + ": cannot be put into its place: " + error.message());
     m_committed = true;
 }
 
