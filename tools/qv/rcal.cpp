@@ -5,7 +5,7 @@
 #include <iostream>
 #include <memory>
 
-#include "calibration_file.h"
+#include "calibration.h"
 #include "calibrator.h"
 #include "command.h"
 #include "json.h"
@@ -71,10 +71,11 @@ qv::CString absolutePath(const std::string& path) {
     return wide(std::filesystem::absolute(path).lexically_normal().string());
 }
 
-void requireLoaded(const ResponseFile& file) {
-    if (!file.failed()) return;
-    if (file.status == qv::EResponseStatus::fileMissing) throw Failure(Exit::io, file.path + ": no such file");
-    throw diagnosed(Exit::damaged, file.path, "the " + file.role + " " + file.statusText());
+/// Refuses responses that are missing: `why` says what would come of it.
+void requireResponses(qv::CRCalFile& calibration, const std::string& why) {
+    for (const ResponseState& state : responses(calibration)) {
+        if (state.missing) throw Failure(Exit::io, state.file + ": " + state.name + ": " + state.what + why);
+    }
 }
 
 void setBand(qv::CRCalFile& calibration, const Options& options) {
@@ -109,7 +110,7 @@ void setResponses(qv::CRCalFile& calibration, const Options& options) {
     } else if (options.transmission || options.path) {
         throw Failure(Exit::usage, "--transmission and --path need --modtran");
     }
-    for (const ResponseFile& file : responseFiles(calibration)) requireLoaded(file);
+    requireResponses(calibration, "");
     if (!(calibration.CalcRadiance(1000.0, 1.0) > 0.0)) {
         throw Failure(Exit::negative,
                       options.file + ": the responses have no wavelength in common, every radiance would be 0");
@@ -177,9 +178,9 @@ void printResponses(qv::CRCalFile& calibration, const Options& options) {
               << " (" << (fromFile ? "response file" : "top-hat")
               << (calibration.GetBandpassOverridden() ? ", overridden" : "") << "), " << calibration.axis().getCount()
               << " points on the axis\n";
-    for (const ResponseFile& file : responseFiles(calibration)) {
-        std::cout << "  " << file.role << ": " << (file.failed() ? "MISSING: " : "") << file.path
-                  << (file.path.empty() ? "" : ", ") << (file.enabled ? file.statusText() : "switched off") << '\n';
+    for (const ResponseState& state : responses(calibration)) {
+        std::cout << "  " << state.name << ": " << (state.missing ? "MISSING: " : "") << state.file
+                  << (state.file.empty() ? "" : ", ") << state.what << '\n';
     }
     for (const auto& tag : calibration.GetTags())
         std::cout << "  tag " << narrow(tag.name) << ": " << narrow(tag.value) << '\n';
@@ -187,12 +188,13 @@ void printResponses(qv::CRCalFile& calibration, const Options& options) {
 
 Json jsonResponses(qv::CRCalFile& calibration, const Options& options, const std::string& schema) {
     Json files = Json::array();
-    for (const ResponseFile& file : responseFiles(calibration)) {
+    for (const ResponseState& state : responses(calibration)) {
         files.push(Json::object()
-                       .set("role", file.role)
-                       .set("path", file.path)
-                       .set("enabled", file.enabled)
-                       .set("status", static_cast<int>(file.status)));
+                       .set("name", state.name)
+                       .set("file", state.file)
+                       .set("state", state.what)
+                       .set("inForce", state.inForce)
+                       .set("missing", state.missing));
     }
     Json tags = Json::object();
     for (const auto& tag : calibration.GetTags()) tags.set(narrow(tag.name), narrow(tag.value));
@@ -208,10 +210,8 @@ Json jsonResponses(qv::CRCalFile& calibration, const Options& options, const std
 
 std::vector<std::string> findingsOf(qv::CRCalFile& calibration, const std::vector<PageReport>& reports) {
     std::vector<std::string> findings;
-    for (const ResponseFile& file : responseFiles(calibration)) {
-        if (file.failed())
-            findings.push_back("the " + file.role + " " + file.path + (file.path.empty() ? "" : " ") +
-                               file.statusText());
+    for (const ResponseState& state : responses(calibration)) {
+        if (state.missing) findings.push_back("the " + state.name + " " + state.file + ": " + state.what);
     }
     if (calibration.calPages().getCount() == 0) findings.push_back("there are no pages");
     for (const PageReport& report : reports)
@@ -253,7 +253,7 @@ Exit show(const Options& options) {
     qv::CRCalFile calibration;
     loadCalibration(calibration, options.file);
     requirePage(calibration, options);
-    remarkMissing(calibration, options.file);
+    warnOfMissingResponses(calibration, options.file);
     printReport(calibration, options, "qv.rcal.show.1", false);
     return Exit::done;
 }
@@ -262,7 +262,7 @@ Exit check(const Options& options) {
     qv::CRCalFile calibration;
     loadCalibration(calibration, options.file);
     requirePage(calibration, options);
-    remarkMissing(calibration, options.file);
+    warnOfMissingResponses(calibration, options.file);
     return printReport(calibration, options, "qv.rcal.check.1", true) ? Exit::done : Exit::negative;
 }
 
@@ -317,7 +317,7 @@ Exit addPointsTo(const Options& options) {
     qv::CRCalFile calibration;
     loadCalibration(calibration, options.file);
     requirePage(calibration, options);
-    remarkMissing(calibration, options.file);
+    warnOfMissingResponses(calibration, options.file);
     const PointTable table = readPoints(options.points, options.columns);
     for (const std::string& name : table.ignored)
         remark("qv: " + options.points + ": the column \"" + name + "\" is not used");
@@ -351,12 +351,7 @@ Exit addPointsTo(const Options& options) {
 
 /// Calculates radiances, fits, ranges and tables of all pages anew: what a change of the response in force does.
 void calculateAnew(qv::CRCalFile& calibration, const Options& options) {
-    for (const ResponseFile& file : responseFiles(calibration)) {
-        if (file.failed()) {
-            throw Failure(Exit::io, options.file + ": the " + file.role + " " + file.path + " " + file.statusText() +
-                                        ", and a fit without it would be wrong");
-        }
-    }
+    requireResponses(calibration, ", and a fit without it would be wrong");
     calibration.spectralResponse().setType(calibration.spectralResponse().getType());
 }
 
