@@ -382,7 +382,7 @@ public:
     /// The empty string.
     char16_t* GetFilename(char16_t* buffer, int bufferChars) override;
     IFileSystem& GetFileSystem() override;
-    /// All or nothing. 0 when memory ran out or the end would not fit 32 bits.
+    /// All or nothing. 0 when memory ran out or the end would not fit 32 bits. `data` may lie in the file's own block.
     uint32_t Write(const void* data, uint32_t count) override;
     uint32_t Read(void* data, uint32_t count) override;
     int64_t GetSize() override;

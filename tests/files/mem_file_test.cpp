@@ -78,6 +78,22 @@ TEST(MemFile, AGapKeepsTheBlocksOldBytes) {
     EXPECT_EQ(textOf(file), std::string("abcdef\0\0!", 9));
 }
 
+TEST(MemFile, ItsOwnBytesMayBeWritten) {
+    std::string model = "abcdefg";
+    CMemFile file;
+    fill(file, model);
+    for (int i = 0; i < 8; ++i) {  // Through several growths of the block.
+        const auto half = static_cast<uint32_t>(model.size() / 2);
+        file.SeekToEnd();
+        ASSERT_EQ(file.Write(file.data() + 1, half), half);
+        model += model.substr(1, half);
+        ASSERT_EQ(textOf(file), model);
+    }
+    file.SetPosition(2);
+    file.Write(file.data(), 6);
+    EXPECT_EQ(textOf(file).substr(0, 9), "ababcdef" + model.substr(8, 1));
+}
+
 TEST(MemFile, AFixedSizeTakesNoPartialWrite) {
     CMemFile file;
     file.SetSize(4);
