@@ -204,6 +204,10 @@ TEST(BoundedFile, IsAWindow) {
     EXPECT_EQ(textOf(*memory), "0123456789AxyDEF");
     EXPECT_EQ(memory->GetPosition(), 13);
     EXPECT_FALSE(window.SetSize(5));
+    CBoundedFile before(memory, -5, 10);
+    EXPECT_EQ(before.Write("xyz", 3), 0u);
+    EXPECT_EQ(before.Read(buffer, 3), 0u);
+    EXPECT_EQ(textOf(*memory), "0123456789AxyDEF");
 }
 
 TEST(BoundedFile, SeekClamps) {
