@@ -8,12 +8,11 @@
 #include <mutex>
 #include <thread>
 
+#include "calibration.h"
 #include "calibrator.h"
 #include "command.h"
 #include "json.h"
 #include "progress.h"
-#include "qv/diagnostic.h"
-#include "qv/file_system.h"
 #include "recording.h"
 #include "table.h"
 #include "target.h"
@@ -204,7 +203,8 @@ void writeHeader(const Recording& source, const Calibrator& calibrator, const Op
     if (!keyword.empty()) header[u"KeyWrd"] = wide(keyword).c_str();
     header[u"DaUnit"] = wide(calibrator.unit()).c_str();
     header[u"CAFile"] = wide(options.calibration).c_str();
-    header[u"CaPage"] = wide(options.calibrator.secondPage ? options.between : std::to_string(options.calibrator.page)).c_str();
+    header[u"CaPage"] =
+        wide(options.calibrator.secondPage ? options.between : std::to_string(options.calibrator.page)).c_str();
     if (options.calibrator.secondPage) header[u"CaInst"] = wide(exact(options.calibrator.instrument)).c_str();
     header[u"CaEmis"] = wide(exact(options.calibrator.emissivity)).c_str();
     header[u"CaRefl"] = wide(options.reflected ? exact(*options.reflected) + " C" : "none").c_str();
@@ -212,15 +212,6 @@ void writeHeader(const Recording& source, const Calibrator& calibrator, const Op
     if (options.calibrator.to == Quantity::temperature) {
         header[u"CaInvr"] = calibrator.usesPolynomial() ? u"polynomial" : u"table";
     }
-}
-
-void loadCalibration(qv::CRCalFile& calibration, const std::string& path) {
-    qv::IFileSystem& disk = qv::fileSystem();
-    qv::ClearDiagnostic();
-    if (!disk.FileExists(wide(path).c_str())) throw Failure(Exit::io, path + ": no such file");
-    if (calibration.Load(&disk, wide(path).c_str(), 0)) return;
-    const bool known = qv::CRCalFile::IsRCalFile(&disk, wide(path));
-    throw diagnosed(known ? Exit::damaged : Exit::wrongKind, path, "is no calibration");
 }
 
 void readBetween(Options& options) {
@@ -250,7 +241,8 @@ void report(const Options& options, const Recording& source, const Calibrator& c
         facts.set("frames", source.layout().frames).set("unit", calibrator.unit());
         facts.set("emissivity", options.calibrator.emissivity);
         facts.set("reflectedCelsius", options.reflected ? Json(*options.reflected) : Json());
-        facts.set("calibratedLowCelsius", calibrator.minCelsius()).set("calibratedHighCelsius", calibrator.maxCelsius());
+        facts.set("calibratedLowCelsius", calibrator.minCelsius())
+            .set("calibratedHighCelsius", calibrator.maxCelsius());
         facts.set("inverse", calibrator.usesPolynomial() ? "polynomial" : "table");
         facts.set("pixels", tally.pixels).set("belowRange", tally.below).set("aboveRange", tally.above);
         facts.set("withoutValue", tally.undefined);
@@ -263,11 +255,12 @@ void report(const Options& options, const Recording& source, const Calibrator& c
               << source.layout().height << " in " << calibrator.unit() << '\n'
               << "  assumed:  " << calibrator.assumptions() << '\n';
     if (any) {
-        std::cout << "  values:   " << fixed(tally.low, 2) << " to " << fixed(tally.high, 2) << ", mean " << fixed(mean, 2)
-                  << ' ' << calibrator.unit() << '\n';
+        std::cout << "  values:   " << fixed(tally.low, 2) << " to " << fixed(tally.high, 2) << ", mean "
+                  << fixed(mean, 2) << ' ' << calibrator.unit() << '\n';
     }
-    std::cout << "  outside the calibrated range: " << tally.below << " pixels below (" << percent(tally.below, tally.pixels)
-              << "), " << tally.above << " above (" << percent(tally.above, tally.pixels) << ")\n";
+    std::cout << "  outside the calibrated range: " << tally.below << " pixels below ("
+              << percent(tally.below, tally.pixels) << "), " << tally.above << " above ("
+              << percent(tally.above, tally.pixels) << ")\n";
     if (tally.undefined != 0) {
         std::cout << "  without a value: " << tally.undefined << " pixels (" << percent(tally.undefined, tally.pixels)
                   << ")\n";
@@ -286,6 +279,7 @@ Exit calibrate(Options& options) {
     }
     qv::CRCalFile calibration;
     loadCalibration(calibration, options.calibration);
+    warnOfMissingResponses(calibration, options.calibration);
     const Calibrator calibrator(calibration, options.calibrator, options.calibration);
     Target target(options.output, options.force);
     qv::CSAFFile header;
@@ -302,11 +296,11 @@ Exit calibrate(Options& options) {
 
 void addCalibrate(CLI::App& root) {
     auto options = std::make_shared<Options>();
-    CLI::App* command = addCommand(
-        root, "calibrate", "Turn the counts of a recording into temperatures or radiance.",
-        "  qv calibrate run7.saf --rcal camera.rcal -o run7-celsius.saf\n"
-        "  qv calibrate run7.saf --rcal camera.rcal --between 0:1 --at 31.2 --emissivity 0.95 --reflected 22 -o hot.saf",
-        [options] { return calibrate(*options); });
+    CLI::App* command = addCommand(root, "calibrate", "Turn the counts of a recording into temperatures or radiance.",
+                                   "  qv calibrate run7.saf --rcal camera.rcal -o run7-celsius.saf\n"
+                                   "  qv calibrate run7.saf --rcal camera.rcal --between 0:1 --at 31.2 --emissivity "
+                                   "0.95 --reflected 22 -o hot.saf",
+                                   [options] { return calibrate(*options); });
     command->add_option("recording", options->recording, "Recording of counts")->required();
     command->add_option("--rcal", options->calibration, "Calibration")->required();
     command->add_option("-o,--output", options->output, "Recording to write (Flt32)")->required();
@@ -314,23 +308,23 @@ void addCalibrate(CLI::App& root) {
     command->add_option("--between", options->between, "Interpolate between two pages, as N:M")->excludes(page);
     command->add_option("--at", options->at, "Instrument temperature to interpolate at");
     command->add_option("--to", options->calibrator.to, "temperature (default) or radiance")
-        ->transform(CLI::CheckedTransformer(std::map<std::string, Quantity>{{"radiance", Quantity::radiance},
-                                                                            {"temperature", Quantity::temperature}}));
-    command->add_option("--unit", options->calibrator.unit, "C (default), F, K or R")
         ->transform(CLI::CheckedTransformer(
-            std::map<std::string, TemperatureUnit>{{"C", TemperatureUnit::celsius},
-                                                   {"F", TemperatureUnit::fahrenheit},
-                                                   {"K", TemperatureUnit::kelvin},
-                                                   {"R", TemperatureUnit::rankine}},
-            CLI::ignore_case));
+            std::map<std::string, Quantity>{{"radiance", Quantity::radiance}, {"temperature", Quantity::temperature}}));
+    command->add_option("--unit", options->calibrator.unit, "C (default), F, K or R")
+        ->transform(CLI::CheckedTransformer(std::map<std::string, TemperatureUnit>{{"C", TemperatureUnit::celsius},
+                                                                                   {"F", TemperatureUnit::fahrenheit},
+                                                                                   {"K", TemperatureUnit::kelvin},
+                                                                                   {"R", TemperatureUnit::rankine}},
+                                            CLI::ignore_case));
     command->add_option("--emissivity", options->calibrator.emissivity, "Emissivity of the source (1)");
     command->add_option("--reflected", options->reflected, "Temperature [C] of what the source reflects (nothing)");
-    command->add_option("--inverse", options->calibrator.inverse,
-                        "table: the calibration's own integral; polynomial: the page's fit; auto (default): the polynomial "
-                        "when the user has overridden it")
-        ->transform(CLI::CheckedTransformer(std::map<std::string, Inverse>{{"auto", Inverse::automatic},
-                                                                           {"polynomial", Inverse::polynomial},
-                                                                           {"table", Inverse::table}}));
+    command
+        ->add_option(
+            "--inverse", options->calibrator.inverse,
+            "table: the calibration's own integral; polynomial: the page's fit; auto (default): the polynomial "
+            "when the user has overridden it")
+        ->transform(CLI::CheckedTransformer(std::map<std::string, Inverse>{
+            {"auto", Inverse::automatic}, {"polynomial", Inverse::polynomial}, {"table", Inverse::table}}));
     command->add_flag("--force", options->force, "Replace the output when it exists");
     command->add_flag("--json", options->json, "Facts as JSON");
 }

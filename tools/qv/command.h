@@ -5,6 +5,7 @@
 #include <functional>
 #include <stdexcept>
 #include <string>
+#include <vector>
 
 namespace tool {
 
@@ -48,6 +49,9 @@ CLI::App* addCommand(CLI::App& parent, const std::string& name, const std::strin
 
 /// The outcome of the chosen subcommand.
 Exit& outcome();
+
+/// Runs another subcommand inside this one, as a command line without the program's name would. Throws as that does.
+Exit runCommand(std::vector<std::string> arguments);
 
 // One for each source file.
 void addInfo(CLI::App& root);

@@ -2,7 +2,9 @@
 #include <png.h>
 #include <zlib.h>
 
+#include <algorithm>
 #include <iostream>
+#include <utility>
 
 #include "command.h"
 #include "qv/api.h"
@@ -49,8 +51,8 @@ private:
 
 }  // namespace
 
-CLI::App* addCommand(CLI::App& parent, const std::string& name, const std::string& summary,
-                     const std::string& examples, std::function<Exit()> body) {
+CLI::App* addCommand(CLI::App& parent, const std::string& name, const std::string& summary, const std::string& examples,
+                     std::function<Exit()> body) {
     CLI::App* command = parent.add_subcommand(name, summary);
     command->formatter(std::make_shared<ExamplesFirst>(examples));
     command->add_flag("-q,--quiet", common().quiet, "No progress and no remarks");
@@ -60,23 +62,29 @@ CLI::App* addCommand(CLI::App& parent, const std::string& name, const std::strin
 
 namespace {
 
+constexpr char summary[] = "Thermal-infrared recordings and calibrations";
+
 std::string versions() {
-    return "qv " QV_VERSION_STRING " (zlib " + std::string(zlibVersion()) + ", libpng " PNG_LIBPNG_VER_STRING
-           ", CLI11 " CLI11_VERSION ")";
+    return "qv " QV_VERSION_STRING " (zlib " + std::string(zlibVersion()) +
+           ", libpng " PNG_LIBPNG_VER_STRING ", CLI11 " CLI11_VERSION ")";
 }
 
-int run(int argc, char** argv) {
-    CLI::App root("Thermal-infrared recordings and calibrations");
+void describe(CLI::App& root) {
     root.name("qv");
     root.set_version_flag("--version", versions());
     root.require_subcommand(1);
-
+    addInfo(root);
     addTags(root);
-
+    // addRcal(root);
     addImport(root);
     addCalibrate(root);
     addRender(root);
+    addDemo(root);
+}
 
+int run(int argc, char** argv) {
+    CLI::App root(summary);
+    describe(root);
     try {
         root.parse(argc, argv);
     } catch (const CLI::ParseError& error) {
@@ -97,6 +105,16 @@ int run(int argc, char** argv) {
 }
 
 }  // namespace
+
+Exit runCommand(std::vector<std::string> arguments) {
+    CLI::App root(summary);
+    describe(root);
+    const Exit before = outcome();
+    std::reverse(arguments.begin(), arguments.end());  // the parser takes them from the back
+    root.parse(arguments);
+    return std::exchange(outcome(), before);
+}
+
 }  // namespace tool
 
 int main(int argc, char** argv) { return tool::run(argc, argv); }

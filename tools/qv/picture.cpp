@@ -16,6 +16,7 @@ namespace {
 
 constexpr Colour background = {24, 24, 28};
 constexpr Colour ink = {235, 235, 235};
+constexpr Colour outline = {110, 110, 118};
 constexpr Colour noValue = {70, 90, 120};
 
 struct Stop {
@@ -43,35 +44,107 @@ Colour between(const std::array<Stop, N>& stops, double position) {
     return {mix(a.colour.r, b.colour.r), mix(a.colour.g, b.colour.g), mix(a.colour.b, b.colour.b)};
 }
 
+/// What stands for the degree sign once a text is one byte for each character.
+constexpr char degreeSign = '\x01';
+
 /// Five columns by seven rows, a bit for a pixel, the leftmost highest.
 struct Glyph {
     char character;
     std::array<uint8_t, 7> rows;
 };
 constexpr Glyph glyphs[] = {
-    {'0', {14, 17, 19, 21, 25, 17, 14}}, {'1', {4, 12, 4, 4, 4, 4, 14}},      {'2', {14, 17, 1, 2, 4, 8, 31}},
-    {'3', {31, 2, 4, 2, 1, 17, 14}},     {'4', {2, 6, 10, 18, 31, 2, 2}},     {'5', {31, 16, 30, 1, 1, 17, 14}},
-    {'6', {6, 8, 16, 30, 17, 17, 14}},   {'7', {31, 1, 2, 4, 8, 8, 8}},       {'8', {14, 17, 17, 14, 17, 17, 14}},
-    {'9', {14, 17, 17, 15, 1, 2, 12}},   {'.', {0, 0, 0, 0, 0, 12, 12}},      {'-', {0, 0, 0, 31, 0, 0, 0}},
-    {'+', {0, 4, 4, 31, 4, 4, 0}},       {'/', {1, 1, 2, 4, 8, 16, 16}},      {'(', {2, 4, 8, 8, 8, 4, 2}},
-    {')', {8, 4, 2, 2, 2, 4, 8}},        {'^', {4, 10, 17, 0, 0, 0, 0}},      {':', {0, 12, 12, 0, 12, 12, 0}},
-    {'%', {24, 25, 2, 4, 8, 19, 3}},     {'_', {0, 0, 0, 0, 0, 0, 31}},       {',', {0, 0, 0, 0, 12, 4, 8}},
-    {'A', {14, 17, 17, 31, 17, 17, 17}}, {'B', {30, 17, 17, 30, 17, 17, 30}}, {'C', {14, 17, 16, 16, 16, 17, 14}},
-    {'D', {28, 18, 17, 17, 17, 18, 28}}, {'E', {31, 16, 16, 30, 16, 16, 31}}, {'F', {31, 16, 16, 30, 16, 16, 16}},
-    {'G', {14, 17, 16, 23, 17, 17, 15}}, {'H', {17, 17, 17, 31, 17, 17, 17}}, {'I', {14, 4, 4, 4, 4, 4, 14}},
-    {'J', {7, 2, 2, 2, 2, 18, 12}},      {'K', {17, 18, 20, 24, 20, 18, 17}}, {'L', {16, 16, 16, 16, 16, 16, 31}},
-    {'M', {17, 27, 21, 21, 17, 17, 17}}, {'N', {17, 17, 25, 21, 19, 17, 17}}, {'O', {14, 17, 17, 17, 17, 17, 14}},
-    {'P', {30, 17, 17, 30, 16, 16, 16}}, {'Q', {14, 17, 17, 17, 21, 18, 13}}, {'R', {30, 17, 17, 30, 20, 18, 17}},
-    {'S', {15, 16, 16, 14, 1, 1, 30}},   {'T', {31, 4, 4, 4, 4, 4, 4}},       {'U', {17, 17, 17, 17, 17, 17, 14}},
-    {'V', {17, 17, 17, 17, 17, 10, 4}},  {'W', {17, 17, 17, 21, 21, 21, 10}}, {'X', {17, 17, 10, 4, 10, 17, 17}},
-    {'Y', {17, 17, 17, 10, 4, 4, 4}},    {'Z', {31, 1, 2, 4, 8, 16, 31}},
+    {'0', {14, 17, 19, 21, 25, 17, 14}},
+    {'1', {4, 12, 4, 4, 4, 4, 14}},
+    {'2', {14, 17, 1, 2, 4, 8, 31}},
+    {'3', {31, 2, 4, 2, 1, 17, 14}},
+    {'4', {2, 6, 10, 18, 31, 2, 2}},
+    {'5', {31, 16, 30, 1, 1, 17, 14}},
+    {'6', {6, 8, 16, 30, 17, 17, 14}},
+    {'7', {31, 1, 2, 4, 8, 8, 8}},
+    {'8', {14, 17, 17, 14, 17, 17, 14}},
+    {'9', {14, 17, 17, 15, 1, 2, 12}},
+    {'.', {0, 0, 0, 0, 0, 12, 12}},
+    {'-', {0, 0, 0, 31, 0, 0, 0}},
+    {'+', {0, 4, 4, 31, 4, 4, 0}},
+    {'/', {1, 1, 2, 4, 8, 16, 16}},
+    {'(', {2, 4, 8, 8, 8, 4, 2}},
+    {')', {8, 4, 2, 2, 2, 4, 8}},
+    {'^', {4, 10, 17, 0, 0, 0, 0}},
+    {':', {0, 12, 12, 0, 12, 12, 0}},
+    {'%', {24, 25, 2, 4, 8, 19, 3}},
+    {'_', {0, 0, 0, 0, 0, 0, 31}},
+    {',', {0, 0, 0, 0, 12, 4, 8}},
+    {'A', {14, 17, 17, 31, 17, 17, 17}},
+    {'B', {30, 17, 17, 30, 17, 17, 30}},
+    {'C', {14, 17, 16, 16, 16, 17, 14}},
+    {'D', {28, 18, 17, 17, 17, 18, 28}},
+    {'E', {31, 16, 16, 30, 16, 16, 31}},
+    {'F', {31, 16, 16, 30, 16, 16, 16}},
+    {'G', {14, 17, 16, 23, 17, 17, 15}},
+    {'H', {17, 17, 17, 31, 17, 17, 17}},
+    {'I', {14, 4, 4, 4, 4, 4, 14}},
+    {'J', {7, 2, 2, 2, 2, 18, 12}},
+    {'K', {17, 18, 20, 24, 20, 18, 17}},
+    {'L', {16, 16, 16, 16, 16, 16, 31}},
+    {'M', {17, 27, 21, 21, 17, 17, 17}},
+    {'N', {17, 17, 25, 21, 19, 17, 17}},
+    {'O', {14, 17, 17, 17, 17, 17, 14}},
+    {'P', {30, 17, 17, 30, 16, 16, 16}},
+    {'Q', {14, 17, 17, 17, 21, 18, 13}},
+    {'R', {30, 17, 17, 30, 20, 18, 17}},
+    {'S', {15, 16, 16, 14, 1, 1, 30}},
+    {'T', {31, 4, 4, 4, 4, 4, 4}},
+    {'U', {17, 17, 17, 17, 17, 17, 14}},
+    {'V', {17, 17, 17, 17, 17, 10, 4}},
+    {'W', {17, 17, 17, 21, 21, 21, 10}},
+    {'X', {17, 17, 10, 4, 10, 17, 17}},
+    {'Y', {17, 17, 17, 10, 4, 4, 4}},
+    {'Z', {31, 1, 2, 4, 8, 16, 31}},
+    {'=', {0, 0, 31, 0, 31, 0, 0}},
+    {degreeSign, {12, 18, 18, 12, 0, 0, 0}},
+    {'a', {0, 0, 14, 1, 15, 17, 15}},
+    {'b', {16, 16, 22, 25, 17, 17, 30}},
+    {'c', {0, 0, 14, 16, 16, 17, 14}},
+    {'d', {1, 1, 13, 19, 17, 17, 15}},
+    {'e', {0, 0, 14, 17, 31, 16, 14}},
+    {'f', {6, 9, 8, 28, 8, 8, 8}},
+    {'g', {0, 15, 17, 17, 15, 1, 14}},
+    {'h', {16, 16, 22, 25, 17, 17, 17}},
+    {'i', {4, 0, 12, 4, 4, 4, 14}},
+    {'j', {2, 0, 6, 2, 2, 18, 12}},
+    {'k', {16, 16, 18, 20, 24, 20, 18}},
+    {'l', {12, 4, 4, 4, 4, 4, 14}},
+    {'m', {0, 0, 26, 21, 21, 17, 17}},
+    {'n', {0, 0, 22, 25, 17, 17, 17}},
+    {'o', {0, 0, 14, 17, 17, 17, 14}},
+    {'p', {0, 0, 30, 17, 30, 16, 16}},
+    {'q', {0, 0, 13, 19, 15, 1, 1}},
+    {'r', {0, 0, 22, 25, 16, 16, 16}},
+    {'s', {0, 0, 14, 16, 14, 1, 30}},
+    {'t', {8, 8, 28, 8, 8, 9, 6}},
+    {'u', {0, 0, 17, 17, 17, 19, 13}},
+    {'v', {0, 0, 17, 17, 17, 10, 4}},
+    {'w', {0, 0, 17, 17, 21, 21, 10}},
+    {'x', {0, 0, 17, 10, 4, 10, 17}},
+    {'y', {0, 0, 17, 17, 15, 1, 14}},
+    {'z', {0, 0, 31, 2, 4, 8, 31}},
 };
 constexpr int64_t glyphAdvance = 6;
 
 const Glyph* glyphOf(char c) {
-    if (c >= 'a' && c <= 'z') c = static_cast<char>(c - 'a' + 'A');
-    const auto* found = std::find_if(std::begin(glyphs), std::end(glyphs), [c](const Glyph& g) { return g.character == c; });
+    const auto* found =
+        std::find_if(std::begin(glyphs), std::end(glyphs), [c](const Glyph& g) { return g.character == c; });
     return found == std::end(glyphs) ? nullptr : found;
+}
+
+/// One byte for each character; those that have no glyph become blanks when they are drawn.
+std::string oneByteEach(const std::string& utf8) {
+    std::string text;
+    for (size_t i = 0; i < utf8.size(); ++i) {
+        const bool degree = utf8.compare(i, 2, "\u00B0") == 0;
+        if ((utf8[i] & 0xC0) != 0x80) text += degree ? degreeSign : utf8[i];
+    }
+    return text;
 }
 
 void appendBytes(png_structp png, png_bytep data, size_t size) {
@@ -118,20 +191,21 @@ void Canvas::fill(int64_t x, int64_t y, int64_t width, int64_t height, Colour co
 }
 
 int64_t Canvas::textWidth(const std::string& text, int64_t scale) {
-    return (static_cast<int64_t>(text.size()) * glyphAdvance - 1) * scale;
+    const auto characters = static_cast<int64_t>(oneByteEach(text).size());
+    return characters == 0 ? 0 : (characters * glyphAdvance - 1) * scale;
 }
 
-int64_t Canvas::text(int64_t x, int64_t y, const std::string& text, int64_t scale, Colour colour) {
-    for (size_t i = 0; i < text.size(); ++i) {
-        const Glyph* glyph = glyphOf(text[i]);
+void Canvas::text(int64_t x, int64_t y, const std::string& utf8, int64_t scale, Colour colour) {
+    for (const char character : oneByteEach(utf8)) {
+        const Glyph* glyph = glyphOf(character);
         for (int64_t row = 0; glyph != nullptr && row < glyphHeight; ++row) {
             for (int64_t column = 0; column < 5; ++column) {
                 if ((glyph->rows[static_cast<size_t>(row)] >> (4 - column) & 1) == 0) continue;
-                fill(x + (static_cast<int64_t>(i) * glyphAdvance + column) * scale, y + row * scale, scale, scale, colour);
+                fill(x + column * scale, y + row * scale, scale, scale, colour);
             }
         }
+        x += glyphAdvance * scale;
     }
-    return textWidth(text, scale);
 }
 
 std::vector<uint8_t> Canvas::png() const {
@@ -168,52 +242,116 @@ Ticks roundTicks(double low, double high, int wanted) {
     return ticks;
 }
 
-Canvas FramePicture::draw() const {
-    const auto magnify = std::max<int64_t>(1, 480 / std::max<int64_t>(height, 1));
-    const int64_t pictureWidth = int64_t{width} * magnify;
-    const int64_t pictureHeight = int64_t{height} * magnify;
-    const int64_t scale = pictureHeight >= 400 ? 2 : 1;
-    const int64_t margin = 8 * scale;
-    const int64_t titleHeight = title.empty() ? 0 : Canvas::glyphHeight * scale + margin;
-    const int64_t headHeight = Canvas::glyphHeight * scale + margin;  // the unit above the bar
-    const int64_t barWidth = 12 * scale;
+namespace {
 
-    const Ticks ticks = roundTicks(low, high, static_cast<int>(std::clamp<int64_t>(pictureHeight / 60, 2, 10)));
-    int64_t labelWidth = Canvas::textWidth(unit, scale) - barWidth;
-    std::vector<std::string> labels;
-    for (const double value : ticks.values) {
-        labels.push_back(std::fabs(value) >= 1e-3 || value == 0.0 ? fixed(value, ticks.decimals) : number(value, 3));
-        labelWidth = std::max(labelWidth, Canvas::textWidth(labels.back(), scale) + 3 * scale);
-    }
-    const int64_t right = margin + barWidth + 4 * scale + labelWidth + margin;
-    const int64_t total = std::max(margin + pictureWidth + right, 2 * margin + Canvas::textWidth(title, scale));
-    Canvas canvas(static_cast<uint32_t>(total), static_cast<uint32_t>(titleHeight + pictureHeight + 2 * margin), background);
-    if (!title.empty()) canvas.text(margin, margin, title, scale, ink);
+/// Where the parts of a picture stand, in pixels.
+struct Arrangement {
+    int64_t magnify;
+    int64_t scale;  ///< Of the text.
+    int64_t margin;
+    int64_t left;
+    int64_t top;
+    int64_t width;  ///< Of the frame, magnified.
+    int64_t height;
+    int64_t barLeft;
+    int64_t barTop;
+    int64_t barWidth;
+    int64_t barHeight;
 
-    const double span = high > low ? high - low : 1.0;
-    const int64_t top = margin + titleHeight;
-    for (int64_t y = 0; y < int64_t{height}; ++y) {
-        for (int64_t x = 0; x < int64_t{width}; ++x) {
-            const double value = values[y * width + x];
-            const Colour colour = value == value ? paletteColour(palette, (value - low) / span) : noValue;
-            canvas.fill(margin + x * magnify, top + y * magnify, magnify, magnify, colour);
+    int64_t lineHeight() const { return Canvas::glyphHeight * scale; }
+};
+
+Arrangement arrange(const FramePicture& picture) {
+    Arrangement a{};
+    a.magnify = std::max<int64_t>(1, 640 / std::max<int64_t>(picture.height, 1));
+    a.width = int64_t{picture.width} * a.magnify;
+    a.height = int64_t{picture.height} * a.magnify;
+    a.scale = a.height >= 360 ? 2 : 1;
+    a.margin = 8 * a.scale;
+    a.left = a.margin;
+    a.top = a.margin + (picture.title.empty() ? 0 : a.lineHeight() + a.margin);
+    a.barLeft = a.left + a.width + a.margin;
+    a.barTop = a.top + a.lineHeight() + a.margin;  // the unit stands above the bar
+    a.barWidth = 12 * a.scale;
+    a.barHeight = std::max<int64_t>(a.top + a.height - a.barTop, 8);
+    return a;
+}
+
+void drawOutline(Canvas& canvas, int64_t x, int64_t y, int64_t width, int64_t height) {
+    canvas.fill(x - 1, y - 1, width + 2, 1, outline);
+    canvas.fill(x - 1, y + height, width + 2, 1, outline);
+    canvas.fill(x - 1, y, 1, height, outline);
+    canvas.fill(x + width, y, 1, height, outline);
+}
+
+void drawPixels(const FramePicture& picture, const Arrangement& a, Canvas& canvas) {
+    const double span = picture.high - picture.low;
+    for (int64_t y = 0; y < int64_t{picture.height}; ++y) {
+        for (int64_t x = 0; x < int64_t{picture.width}; ++x) {
+            const double value = picture.values[y * picture.width + x];
+            const Colour colour =
+                value == value ? paletteColour(picture.palette, (value - picture.low) / span) : noValue;
+            canvas.fill(a.left + x * a.magnify, a.top + y * a.magnify, a.magnify, a.magnify, colour);
         }
     }
-    const int64_t barLeft = margin + pictureWidth + margin;
-    const int64_t barTop = top + headHeight;
-    const int64_t barHeight = std::max<int64_t>(pictureHeight - headHeight, 8);
-    canvas.text(barLeft, top, unit, scale, ink);
-    for (int64_t y = 0; y < barHeight; ++y) {
-        const double position = 1.0 - static_cast<double>(y) / static_cast<double>(std::max<int64_t>(barHeight - 1, 1));
-        canvas.fill(barLeft, barTop + y, barWidth, 1, paletteColour(palette, position));
+    drawOutline(canvas, a.left, a.top, a.width, a.height);
+}
+
+struct Label {
+    double position;  ///< 0 at the bar's lower end, 1 at its upper one.
+    std::string text;
+};
+
+std::vector<Label> labelsOf(const FramePicture& picture, const Arrangement& a) {
+    const auto wanted = static_cast<int>(std::clamp<int64_t>(a.barHeight / (3 * a.lineHeight()), 2, 10));
+    const Ticks ticks = roundTicks(picture.low, picture.high, wanted);
+    std::vector<Label> labels;
+    for (const double value : ticks.values) {
+        const bool plain = value == 0.0 || (std::fabs(value) >= 1e-3 && std::fabs(value) < 1e7);
+        labels.push_back({(value - picture.low) / (picture.high - picture.low),
+                          plain ? fixed(value, ticks.decimals) : number(value, 3)});
     }
-    for (size_t i = 0; i < labels.size(); ++i) {
-        const double position = (ticks.values[i] - low) / span;
-        const int64_t y = barTop + std::llround((1.0 - position) * static_cast<double>(barHeight - 1));
-        canvas.fill(barLeft + barWidth, y, 3 * scale, scale, ink);
-        const int64_t textY = std::clamp(y - Canvas::glyphHeight * scale / 2, barTop, barTop + barHeight - Canvas::glyphHeight * scale);
-        canvas.text(barLeft + barWidth + 5 * scale, textY, labels[i], scale, ink);
+    return labels;
+}
+
+void drawBar(const FramePicture& picture, const Arrangement& a, const std::vector<Label>& labels, Canvas& canvas) {
+    canvas.text(a.barLeft, a.top, picture.unit, a.scale, ink);
+    const auto last = static_cast<double>(a.barHeight - 1);
+    for (int64_t y = 0; y < a.barHeight; ++y) {
+        const Colour colour = paletteColour(picture.palette, 1.0 - static_cast<double>(y) / last);
+        canvas.fill(a.barLeft, a.barTop + y, a.barWidth, 1, colour);
     }
+    drawOutline(canvas, a.barLeft, a.barTop, a.barWidth, a.barHeight);
+    for (const Label& label : labels) {
+        const int64_t y = a.barTop + std::llround((1.0 - label.position) * last);
+        canvas.fill(a.barLeft + a.barWidth, y - a.scale / 2, 3 * a.scale, a.scale, ink);
+        canvas.text(a.barLeft + a.barWidth + 5 * a.scale, y - a.lineHeight() / 2, label.text, a.scale, ink);
+    }
+}
+
+}  // namespace
+
+Canvas FramePicture::draw() const {
+    const Arrangement a = arrange(*this);
+    const std::vector<Label> labels = labelsOf(*this, a);
+    int64_t barAndLabels = std::max(Canvas::textWidth(unit, a.scale), a.barWidth);
+    for (const Label& label : labels) {
+        barAndLabels = std::max(barAndLabels, a.barWidth + 5 * a.scale + Canvas::textWidth(label.text, a.scale));
+    }
+    int64_t right = a.barLeft + barAndLabels;
+    // A narrow frame takes a smaller line before the picture grows for it.
+    const auto scaleOf = [&](const std::string& line) {
+        return Canvas::textWidth(line, a.scale) <= right - a.left ? a.scale : int64_t{1};
+    };
+    for (const std::string& line : {title, caption}) {
+        right = std::max(right, a.left + Canvas::textWidth(line, scaleOf(line)));
+    }
+    const int64_t bottom = a.top + a.height + (caption.empty() ? 0 : a.margin + a.lineHeight());
+    Canvas canvas(static_cast<uint32_t>(right + a.margin), static_cast<uint32_t>(bottom + a.margin), background);
+    canvas.text(a.left, a.margin, title, scaleOf(title), ink);
+    canvas.text(a.left, a.top + a.height + a.margin, caption, scaleOf(caption), ink);
+    drawPixels(*this, a, canvas);
+    drawBar(*this, a, labels, canvas);
     return canvas;
 }
 

@@ -25,8 +25,9 @@ public:
     uint32_t height() const { return m_height; }
     void set(int64_t x, int64_t y, Colour colour);
     void fill(int64_t x, int64_t y, int64_t width, int64_t height, Colour colour);
-    /// Text in capitals, digits and the signs of numbers, with its upper left corner at (x, y). The result is its width.
-    int64_t text(int64_t x, int64_t y, const std::string& text, int64_t scale, Colour colour);
+    /// ASCII letters, digits, the signs of numbers and the degree sign, with the upper left corner at (x, y). What has
+    /// no glyph is left blank.
+    void text(int64_t x, int64_t y, const std::string& utf8, int64_t scale, Colour colour);
     static int64_t textWidth(const std::string& text, int64_t scale);
     static constexpr int64_t glyphHeight = 7;
 
@@ -52,10 +53,11 @@ struct FramePicture {
     uint32_t width = 0;
     uint32_t height = 0;
     double low = 0.0;   ///< Value of the palette's lower end.
-    double high = 1.0;  ///< Value of its upper end.
+    double high = 1.0;  ///< Value of its upper end, above `low`.
     Palette palette = Palette::iron;
     std::string unit;
-    std::string title;
+    std::string title;    ///< Above the frame; may be empty.
+    std::string caption;  ///< Below it; may be empty.
 
     /// Small frames are magnified by whole factors. Values that are none are drawn in plain blue-grey.
     Canvas draw() const;

@@ -1,6 +1,7 @@
 // qv render: one frame of a recording as a picture with a scale bar.
 #include <algorithm>
 #include <cmath>
+#include <filesystem>
 #include <iostream>
 #include <memory>
 #include <optional>
@@ -37,7 +38,8 @@ std::vector<float> readFrame(const Recording& recording, uint32_t frame) {
     FrameReader(recording).read(frame, bytes.data());
     std::vector<float> values(layout.pixels());
     if (layout.type == qv::EDataType::uint64 || layout.type == qv::EDataType::rgb24) {
-        throw Failure(Exit::damaged, recording.path() + ": frames of " + elementWord(layout.type) + " cannot be rendered");
+        throw Failure(Exit::damaged,
+                      recording.path() + ": frames of " + elementWord(layout.type) + " cannot be rendered");
     }
     qv::ConvertArray({values.data(), qv::EDataType::flt32}, {bytes.data(), layout.type}, layout.pixels());
     return values;
@@ -66,6 +68,20 @@ std::pair<double, double> spanOf(const Options& options, std::vector<float> valu
     return high > low ? std::pair{low, high} : std::pair{low - 0.5, low + 0.5};
 }
 
+/// The unit as it is read: a temperature's with its degree sign.
+std::string displayUnit(const std::string& unit) {
+    if (unit.empty()) return "counts";
+    return unit == "C" || unit == "F" || unit == "R" ? "\u00B0" + unit : unit;
+}
+
+/// What a calibrated recording assumed of its sources.
+std::string assumptions(const Recording& recording) {
+    const std::string emissivity = recording.tag(u"CaEmis");
+    if (emissivity.empty()) return "";
+    return "page " + recording.tag(u"CaPage") + ", emissivity " + emissivity + ", reflected " +
+           recording.tag(u"CaRefl");
+}
+
 Exit render(const Options& options) {
     const Recording recording(options.recording);
     const std::vector<float> values = readFrame(recording, options.frame);
@@ -78,7 +94,10 @@ Exit render(const Options& options) {
     picture.high = high;
     picture.palette = options.palette;
     const std::string unit = recording.tag(u"DaUnit");
-    picture.unit = unit.empty() ? "counts" : unit;
+    picture.unit = displayUnit(unit);
+    picture.title =
+        std::filesystem::path(options.recording).filename().string() + ", frame " + std::to_string(options.frame);
+    picture.caption = assumptions(recording);
     const std::vector<uint8_t> png = picture.draw().png();
     Target target(options.output, options.force);
     if (!target.open()->WriteBytes(png.data(), static_cast<uint32_t>(png.size()))) {
@@ -88,11 +107,11 @@ Exit render(const Options& options) {
     if (options.json) {
         Json facts = Json::document("qv.render.1");
         facts.set("output", options.output).set("frame", options.frame).set("low", low).set("high", high);
-        facts.set("unit", picture.unit);
+        facts.set("unit", unit.empty() ? "counts" : unit);
         facts.print(std::cout);
     } else {
-        std::cout << options.output << ": frame " << options.frame << ", " << number(low) << " to " << number(high) << ' '
-                  << picture.unit << '\n';
+        std::cout << options.output << ": frame " << options.frame << ", " << number(low) << " to " << number(high)
+                  << ' ' << picture.unit << '\n';
     }
     return Exit::done;
 }
@@ -101,10 +120,11 @@ Exit render(const Options& options) {
 
 void addRender(CLI::App& root) {
     auto options = std::make_shared<Options>();
-    CLI::App* command = addCommand(root, "render", "Draw one frame of a recording as a PNG picture with a scale bar.",
-                                   "  qv render run7-celsius.saf -o frame0.png\n"
-                                   "  qv render run7-celsius.saf --frame 12 --palette gray --range 20:60 -o frame12.png",
-                                   [options] { return render(*options); });
+    CLI::App* command =
+        addCommand(root, "render", "Draw one frame of a recording as a PNG picture with a scale bar.",
+                   "  qv render run7-celsius.saf -o frame0.png\n"
+                   "  qv render run7-celsius.saf --frame 12 --palette gray --range 20:60 -o frame12.png",
+                   [options] { return render(*options); });
     command->add_option("recording", options->recording, "Recording")->required();
     command->add_option("--frame", options->frame, "Frame, from 0");
     command->add_option("--palette", options->palette, "iron (default), gray or rainbow")

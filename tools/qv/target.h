@@ -21,12 +21,14 @@ public:
     const std::string& temporary() const { return m_temporary; }
     /// The temporary file, opened for reading and writing and shared with everybody. Each call opens it anew.
     qv::TSharedPtr<qv::IFile> open() const;
-    /// Puts the file into its place. Files that open() gave must be closed before.
+    /// Puts the file into its place, where an existing one is replaced only when forced. Files that open() gave must be
+    /// closed before.
     void commit();
 
 private:
     std::string m_path;
     std::string m_temporary;
+    bool m_force;
     bool m_committed = false;
 };
 

@@ -1,0 +1,27 @@
+// Calibrations as the subcommands open them.
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "qv/rcal_file.h"
+
+namespace tool {
+
+/// Loads a calibration; fails with a sentence.
+void loadCalibration(qv::CRCalFile& calibration, const std::string& path);
+
+/// A response of a calibration and what became of it.
+struct ResponseState {
+    std::string name;  ///< "spectral response", "additional response 0", "atmosphere"
+    std::string file;  ///< Empty for the top-hat.
+    std::string what;  ///< "loaded", "file does not exist", ...
+    bool inForce = false;
+    bool missing = false;  ///< It should be in force and is not.
+};
+std::vector<ResponseState> responses(qv::CRCalFile& calibration);
+
+/// Warns of responses that could not be loaded: without them the temperatures are others. --quiet does not silence it.
+void warnOfMissingResponses(qv::CRCalFile& calibration, const std::string& path);
+
+}  // namespace tool
