@@ -168,7 +168,7 @@ TEST_F(Calibrate, SaysWhatIsWrongInOneSentenceAndLeavesNothingBehind) {
         {"good.saf --rcal two.rcal --between 0:1 -o o.saf", 2, "--at"},
         {"good.saf --rcal two.rcal --between 0-1 --at 20 -o o.saf", 2, "0-1"},
         {"good.saf --rcal one.rcal --emissivity 0 -o o.saf", 2, "--emissivity"},
-        {"good.saf --rcal one.rcal -o good.saf", 5, "exists already"},
+        {"good.saf --rcal one.rcal -o good.saf", 1, "exists already"},
         {"good.saf --rcal one.rcal -o nowhere/o.saf", 5, "nowhere/o.saf"},
         {"good.saf --rcal one.rcal -o .", 5, "folder"},
     };
