@@ -87,7 +87,7 @@ TEST_F(Render, SaysWhatIsWrongAndLeavesNothingBehind) {
         {"run.saf --range 5 -o f.png", 2},
         {"absent.saf -o f.png", 5},
         {"run.saf -o nowhere/f.png", 5},
-        {"run.saf -o run.saf", 5},
+        {"run.saf -o run.saf", 1},
         {".out -o f.png", 3},
     };
     for (const auto& row : cases) {
