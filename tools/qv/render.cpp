@@ -78,7 +78,10 @@ std::string displayUnit(const std::string& unit) {
 std::string assumptions(const Recording& recording) {
     const std::string emissivity = recording.tag(u"CaEmis");
     if (emissivity.empty()) return "";
-    return "page " + recording.tag(u"CaPage") + ", emissivity " + emissivity + ", reflected " +
+    const std::string instrument = recording.tag(u"CaInst");
+    return (instrument.empty() ? "page " + recording.tag(u"CaPage")
+                               : "pages " + recording.tag(u"CaPage") + " at " + instrument) +
+           ", emissivity " + emissivity + ", reflected " +
            recording.tag(u"CaRefl");
 }
 
