@@ -185,7 +185,7 @@ PackedArgs<sizeof...(Args)> packArgs(const Args&... args) {
 /// Counts:   a negative count of the capitalised interface means "all of it". A count beside a plain pointer is a
 ///           promise that so many units stand there, unless said otherwise. Arguments may lie in the string itself.
 /// Case:     compared by simple Unicode case mapping of single units in CString, of ASCII letters in CStringMB.
-/// Space:    blank, \t, \n, \v, \f and \r.
+/// Space:    blank, tab, line feed, vertical tab, form feed and carriage return.
 /// Threads:  strings that share their text may be read, copied, changed and destroyed on different threads, except
 ///           that nothing else may be done with a shared text while one thread converts it to the other width. One
 ///           object belongs to one thread at a time.
