@@ -7,6 +7,7 @@
 #include "core/text.h"
 #include "files/native_path.h"
 #include "platform/directory.h"
+#include "qv/diagnostic.h"
 #include "qv/file.h"
 #include "qv/file_system.h"
 
@@ -115,7 +116,10 @@ bool isThere(const char16_t* path) {
 
 bool createWithParents(const char16_t* path) {
     std::u16string prefix(path);
-    if (prefix.size() >= static_cast<size_t>(IFileSystem::pathChars)) return false;
+    if (prefix.size() >= static_cast<size_t>(IFileSystem::pathChars)) {
+        SetDiagnostic(path, u"a path of less than 512 characters", u"a longer one");
+        return false;
+    }
     for (char16_t& c : prefix) c = isSeparator(c) ? u'/' : c;
     const std::u16string whole = prefix;
     bool created = true;
@@ -246,7 +250,9 @@ TSharedPtr<IFile> CFileSystem::CreateTempFile() {
     const CString name = GetTempFilename();
     if (name.IsEmpty()) return nullptr;
     constexpr uint32_t flags = CFile::accessRead | CFile::accessWrite | CFile::createTruncate | CFile::deleteOnClose;
-    return CreateFileW(name.c_str(), flags);
+    TSharedPtr<IFile> file = CreateFileW(name.c_str(), flags);
+    if (!file) (void)platform::removeFile(nativePath(name.c_str()).c_str());
+    return file;
 }
 
 CString CFileSystem::CreateTempDirectory() {

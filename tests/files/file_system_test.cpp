@@ -364,7 +364,12 @@ TEST(Disk, FoldersAreCreatedAndRemovedRecursively) {
     EXPECT_FALSE(fileSystem().CreateDirectoryW(deep.c_str(), false));
     EXPECT_TRUE(fileSystem().CreateDirectoryW(deep.c_str(), true));
     EXPECT_TRUE(fileSystem().CreateDirectoryW((deep + u"/").c_str(), true));
-    EXPECT_FALSE(fileSystem().CreateDirectoryW(folder.path(std::u16string(600, u'x')).c_str(), true));
+    std::u16string tooLong = u"long";
+    while (tooLong.size() < 512) tooLong += u"/long";
+    ClearDiagnostic();
+    EXPECT_FALSE(fileSystem().CreateDirectoryW(folder.path(tooLong).c_str(), true));
+    EXPECT_TRUE(LastDiagnostic().IsSet());
+    EXPECT_FALSE(fileSystem().IsDirectory(folder.path(u"long").c_str()));
     writeFile(folder.path(u"a/f"), "");
     EXPECT_FALSE(fileSystem().CreateDirectoryW(folder.path(u"a/f/g").c_str(), true));
     ASSERT_TRUE(fileSystem().SetFileAttributesW(folder.path(u"a/f").c_str(), 4));
