@@ -58,7 +58,10 @@ void addEntries(IFileSystem::CDirectoryListing& listing, const char16_t* openAs,
         path += entry.name;
         StrCpy(entry.path, path.c_str(), IFileSystem::pathChars);
         fillEntry(entry, status);
-        if (!listing.entries.Add(entry)) return;
+        if (!listing.entries.Add(entry)) {
+            SetDiagnostic(openAs, u"memory for all entries of a directory", u"too little");
+            return;
+        }
     }
 }
 
@@ -267,7 +270,8 @@ bool CFileSystem::MoveFileW(const char16_t* from, const char16_t* to) {
     const int error = platform::moveFile(native.c_str(), nativePath(to).c_str());
     if (!platform::isOtherVolume(error)) return succeeded(error, from, u"a file to move");
     const CDirectoryEntry entry = GetFileInfo(from);
-    if (entry.type != typeFile || !CopyFileW(this, from, this, to, false)) return false;
+    if (entry.type != typeFile) return succeeded(error, from, u"a file to move");
+    if (!CopyFileW(this, from, this, to, false)) return false;
     (void)SetFileModifiedTime(to, entry.modified);
     return DeleteFileW(from);
 }

@@ -9,6 +9,7 @@
 #include <functional>
 
 #include "qv/diagnostic.h"
+#include "qv/memory.h"
 #include "support.h"
 
 namespace qv::test {
@@ -247,6 +248,21 @@ TEST(DiskListing, HasWhatPassesThePattern) {
     EXPECT_EQ(fileSystem().Find(folder.path(u"*.*").c_str()).entries.size(), 5u);
 }
 
+TEST(DiskListing, SaysWhenMemoryCutIt) {
+    const TempFolder folder;
+    for (const char16_t* name : {u"a", u"b", u"c"}) writeFile(folder.path(name), "");
+    static const Private::HeapHooks forTwo = {
+        &Alloc, [](void* p, size_t n) { return n > 2 * sizeof(FS::CDirectoryEntry) ? nullptr : Realloc(p, n); }, &Free};
+    ClearDiagnostic();
+    Private::setHeapHooks(&forTwo);
+    {
+        const auto listing = fileSystem().GetDirectoryListing(folder.path().c_str(), nullptr);
+        EXPECT_EQ(listing.entries.size(), 2u);
+    }
+    Private::setHeapHooks(nullptr);
+    EXPECT_TRUE(LastDiagnostic().IsSet());
+}
+
 TEST(DiskListing, FindHasItsOwnMilliseconds) {
     const TempFolder folder;
     writeFile(folder.path(u"a"), "");
@@ -447,6 +463,9 @@ TEST(Disk, MovingToAnotherVolumeCopies) {
     EXPECT_EQ(readFile(target), "contents");
     EXPECT_FALSE(fileSystem().FileExists(folder.path(u"a").c_str()));
     EXPECT_TRUE(fileSystem().DeleteFileW(target.c_str()));
+    ClearDiagnostic();
+    EXPECT_FALSE(fileSystem().MoveFileW(folder.path().c_str(), target.c_str()));
+    EXPECT_TRUE(LastDiagnostic().IsSet());
 }
 
 }  // namespace
