@@ -267,11 +267,13 @@ CString CFileSystem::CreateTempDirectory() {
 bool CFileSystem::MoveFileW(const char16_t* from, const char16_t* to) {
     if (from == nullptr || to == nullptr) return false;
     const std::string native = nativePath(from);
-    const int error = platform::moveFile(native.c_str(), nativePath(to).c_str());
+    const std::string target = nativePath(to);
+    const int error = platform::moveFile(native.c_str(), target.c_str());
     if (!platform::isOtherVolume(error)) return succeeded(error, from, u"a file to move");
     const CDirectoryEntry entry = GetFileInfo(from);
     if (entry.type != typeFile) return succeeded(error, from, u"a file to move");
     if (!CopyFileW(this, from, this, to, false)) return false;
+    (void)platform::copyPermissions(native.c_str(), target.c_str());
     (void)SetFileModifiedTime(to, entry.modified);
     return DeleteFileW(from);
 }

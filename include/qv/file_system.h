@@ -285,7 +285,8 @@ public:
     /// A new directory of mode 0700 beside the temporary files. Empty on failure.
     CString CreateTempDirectory();
 
-    /// Renames; an existing target is not replaced. A file that goes to another volume is copied and deleted.
+    /// Renames; an existing target is not replaced. A file that goes to another volume is copied, with its time and
+    /// permissions, and deleted.
     bool MoveFileW(const char16_t* from, const char16_t* to);
 };
 

@@ -459,8 +459,12 @@ TEST(Disk, MovingToAnotherVolumeCopies) {
     }
     const CString target = CString::FromFormat(u"/dev/shm/qv-move-%d", static_cast<int>(getpid()));
     writeFile(folder.path(u"a"), "contents");
+    ASSERT_EQ(chmod(folder.native(u"a").c_str(), 0400), 0);
     EXPECT_TRUE(fileSystem().MoveFileW(folder.path(u"a").c_str(), target.c_str()));
     EXPECT_EQ(readFile(target), "contents");
+    struct stat moved {};
+    EXPECT_EQ(stat(CString(target).GetUTF8(), &moved), 0);
+    EXPECT_EQ(moved.st_mode & 0777, 0400u);
     EXPECT_FALSE(fileSystem().FileExists(folder.path(u"a").c_str()));
     EXPECT_TRUE(fileSystem().DeleteFileW(target.c_str()));
     ClearDiagnostic();
