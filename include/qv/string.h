@@ -601,7 +601,8 @@ public:
     int compare(Text s) const { return compare(0, length(), s); }
 
     /// Built on compare() and so on the string's beginning: `pos` when the string begins with `s`, else npos. An empty
-    /// `s` gives `pos`. FindString is the search for a substring.
+    /// `s` gives `pos`. A pointer is to NUL-terminated text also beside a count, and where the count is not that text's
+    /// length nothing is found. FindString is the search for a substring.
     size_t find(const Ch* s, size_t pos, size_t n) const;
     size_t find(Text s, size_t pos = 0) const;
     size_t find(Ch ch, size_t pos = 0) const { return find(&ch, pos, 1, ch == Ch() ? 0 : 1); }
