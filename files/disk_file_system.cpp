@@ -108,6 +108,11 @@ bool createOne(const char16_t* path) {
     return succeeded(error, path, u"a directory to create");
 }
 
+bool isThere(const char16_t* path) {
+    platform::FileStatus status;
+    return platform::fileStatus(nativePath(path).c_str(), status) == 0;
+}
+
 bool createWithParents(const char16_t* path) {
     std::u16string prefix(path);
     if (prefix.size() >= static_cast<size_t>(IFileSystem::pathChars)) return false;
@@ -116,9 +121,10 @@ bool createWithParents(const char16_t* path) {
     bool created = true;
     for (size_t end = whole.find(u'/', 1);; end = whole.find(u'/', end + 1)) {
         prefix = whole.substr(0, end);
-        platform::FileStatus status;
-        const bool missing = !prefix.empty() && platform::fileStatus(nativePath(prefix.c_str()).c_str(), status) != 0;
-        if (missing && !createOne(prefix.c_str())) created = false;
+        // Whoever creates the same folder at the same moment has done this call's work.
+        if (!prefix.empty() && !isThere(prefix.c_str()) && !createOne(prefix.c_str()) && !isThere(prefix.c_str())) {
+            created = false;
+        }
         if (end == std::u16string::npos) return created;
     }
 }

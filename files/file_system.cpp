@@ -57,9 +57,24 @@ int compareEntries(void* context, const void* left, const void* right) {
 
 }  // namespace
 
-IFileSystem::CDirectoryEntry::CDirectoryEntry() = default;
-IFileSystem::CDirectoryEntry::CDirectoryEntry(const CDirectoryEntry& other) = default;
-IFileSystem::CDirectoryEntry& IFileSystem::CDirectoryEntry::operator=(const CDirectoryEntry& other) = default;
+// The texts are copied up to their ends alone: most of an entry's 2 KiB is never used.
+IFileSystem::CDirectoryEntry::CDirectoryEntry() {
+    name[0] = path[0] = 0;
+}
+
+IFileSystem::CDirectoryEntry::CDirectoryEntry(const CDirectoryEntry& other) : CDirectoryEntry() {
+    *this = other;
+}
+
+IFileSystem::CDirectoryEntry& IFileSystem::CDirectoryEntry::operator=(const CDirectoryEntry& other) {
+    if (this == &other) return *this;
+    StrCpy(name, other.name, pathChars);
+    StrCpy(path, other.path, pathChars);
+    type = other.type;
+    size = other.size;
+    modified = other.modified;
+    return *this;
+}
 
 IFileSystem::CDirectoryListing::CDirectoryListing() {
     entries.SetGrowthRate(Private::doublingRate);

@@ -1,6 +1,7 @@
 // IFileSystem::WildcardMatch: all ways through a pattern are followed at once, so no text makes it go back.
-#include <bitset>
+#include <bit>
 #include <cstddef>
+#include <cstdint>
 #include <string_view>
 
 #include "core/text.h"
@@ -21,30 +22,48 @@ public:
                 m_repeats.set(m_final);
                 continue;
             }
-            m_anyCharacter[m_final] = c == u'?';
+            if (c == u'?') m_anyCharacter.set(m_final);
             m_characters[m_final++] = text::toLower(c);
         }
     }
 
     bool matches(std::u16string_view name) const {
-        std::bitset<patternChars + 1> live;
+        StateSet live;
         live.set(0);
-        for (const char16_t raw : name) {
-            const char16_t c = text::toLower(raw);
-            auto next = live & m_repeats;
-            for (size_t i = 0; i < m_final; ++i) {
-                if (live[i] && (m_anyCharacter[i] || m_characters[i] == c)) next.set(i + 1);
-            }
-            if (next.none()) return false;
-            live = next;
+        for (const char16_t c : name) {
+            if (!step(live, text::toLower(c))) return false;
         }
-        return live[m_final];
+        return live.has(m_final);
     }
 
 private:
+    static constexpr size_t wordBits = 64;
+
+    struct StateSet {
+        uint64_t words[patternChars / wordBits + 1] = {};
+        void set(size_t i) { words[i / wordBits] |= uint64_t{1} << (i % wordBits); }
+        bool has(size_t i) const { return (words[i / wordBits] >> (i % wordBits) & 1) != 0; }
+    };
+
+    /// Moves every live state on by one character; false when none is left.
+    bool step(StateSet& live, char16_t c) const {
+        uint64_t carry = 0, any = 0;
+        for (size_t w = 0; w <= m_final / wordBits; ++w) {
+            uint64_t advancing = 0;
+            for (uint64_t left = live.words[w]; left != 0; left &= left - 1) {
+                const size_t i = w * wordBits + static_cast<size_t>(std::countr_zero(left));
+                const bool passes = i < m_final && (m_characters[i] == c || m_anyCharacter.has(i));
+                if (passes) advancing |= left & (0 - left);
+            }
+            live.words[w] = (live.words[w] & m_repeats.words[w]) | (advancing << 1) | carry;
+            carry = advancing >> (wordBits - 1);
+            any |= live.words[w];
+        }
+        return any != 0;
+    }
+
     char16_t m_characters[patternChars];
-    std::bitset<patternChars> m_anyCharacter;
-    std::bitset<patternChars + 1> m_repeats;
+    StateSet m_anyCharacter, m_repeats;
     size_t m_final = 0;
 };
 

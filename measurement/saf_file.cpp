@@ -280,6 +280,8 @@ bool CSAFFile::addLine(const char* line, int32_t& expectedSize, uint32_t positio
     // A padding line that ends where a fixed-size header should is passed over all the same.
     if (same(tag.name, padTag)) return true;
     ended = same(tag.name, dataTag) || (expectedSize != -1 && position == static_cast<uint32_t>(expectedSize));
+    // By its own step the array would grow once for every five lines.
+    if (m_tags.size() == m_tags.capacity() && !m_tags.reserve(2 * m_tags.size())) return false;
     return m_tags.Add(tag);
 }
 

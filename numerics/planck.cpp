@@ -3,15 +3,12 @@
 #include <algorithm>
 #include <cmath>
 
+#include "numerics/fifth_power.h"
 #include "qv/spectral.h"
 
 namespace qv {
 
 namespace {
-
-double strengthAt(double x) {
-    return firstRadiationConstant / std::pow(x, 5.0);
-}
 
 /// The order of operations decides about the last bit.
 double planck(double x, double strength, double kelvin, double emissivity) {
@@ -29,15 +26,20 @@ void Planck(TArray<double>& x, TArray<double>& y, double temperature, double emi
     const double* axis = x.data();
     double* values = y.data();
     const double kelvin = temperature + zeroCelsius;
-    for (uint32_t i = 0; i < count; ++i) values[i] = planck(axis[i], strengthAt(axis[i]), kelvin, emissivity);
+    fifthPowers(axis, values, count);
+    for (uint32_t i = 0; i < count; ++i) {
+        values[i] = planck(axis[i], firstRadiationConstant / values[i], kelvin, emissivity);
+    }
 }
 
 void PlanckAxis::assign(const TArray<double>& x) {
     const bool same = x.size() == size() && std::equal(x.begin(), x.end(), m_points.begin(),
                                                        [](double a, const Point& point) { return a == point.x; });
     if (same) return;
+    std::vector<double> powers(x.size());
+    fifthPowers(x.data(), powers.data(), powers.size());
     m_points.resize(x.size());
-    for (uint32_t i = 0; i < x.size(); ++i) m_points[i] = {x.data()[i], strengthAt(x.data()[i])};
+    for (uint32_t i = 0; i < x.size(); ++i) m_points[i] = {x.data()[i], firstRadiationConstant / powers[i]};
 }
 
 double PlanckAxis::value(uint32_t i, double temperature, double emissivity) const {

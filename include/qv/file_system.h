@@ -37,11 +37,11 @@ public:
 
     /// What is known of one name. Texts that are too long are cut at 511 characters.
     struct QV_API CDirectoryEntry {
-        char16_t name[pathChars] = {};  ///< The entry's name alone.
-        char16_t path[pathChars] = {};  ///< Full path.
-        uint32_t type = typeNothing;    ///< typeDirectory, typeFile, or typeNothing when nothing is there.
-        int64_t size = 0;               ///< Bytes.
-        CDateTime modified;             ///< Last write time, read in UTC.
+        char16_t name[pathChars];     ///< The entry's name alone; "" at first, and nothing set behind the NUL.
+        char16_t path[pathChars];     ///< Full path, likewise.
+        uint32_t type = typeNothing;  ///< typeDirectory, typeFile, or typeNothing when nothing is there.
+        int64_t size = 0;             ///< Bytes.
+        CDateTime modified;           ///< Last write time, read in UTC.
 
         CDirectoryEntry();
         CDirectoryEntry(const CDirectoryEntry& other);

@@ -432,7 +432,9 @@ public:
     void DefaultCal();
 
     /// Reads a calibration, then its response files, and brings what an older revision stored up to date. A file of
-    /// revision 7 or above keeps its stored radiances, fits and ranges exactly. `flags` is not used.
+    /// revision 7 or above keeps its stored radiances, fits and ranges exactly. `flags` is not used. Refused are more
+    /// than 65536 pages, 64 additional responses, 262144 points of the top-hat, or (below revision 6) 2^29 products of
+    /// points and points of the axis.
     bool Load(TSharedPtr<IFile> file, uint32_t flags);
     bool Load(IFileSystem* fs, const char16_t* path, uint32_t flags);
     /// Writes the calibration, always as revision 8.
@@ -557,9 +559,10 @@ private:
     RESPONCE* response(int32_t index) const;
     CTagArray* tags(int32_t page) const;
 
-    /// Re-runs what depends on a change. `page` and `index` (of a point or response) say where it was.
-    void propagate(RCalChange change, int32_t page = -1, int32_t index = -1);
-    void rebuildAfterLoad();
+    /// Re-runs what depends on a change. `page` and `index` (of a point or response) say where it was; the result is
+    /// the index behind the sorting of points.
+    int32_t propagate(RCalChange change, int32_t page = -1, int32_t index = -1);
+    bool rebuildAfterLoad();
 
     template <class Step>
     void onPages(int32_t page, Step step);

@@ -129,10 +129,12 @@ void CRCalFile::GetFinalPlanck(TArray<double>& x, TArray<double>& y, double t, d
 /// Runs `step` on one page, or on all of them for -1.
 template <class Step>
 void CRCalFile::onPages(int32_t pageIndex, Step step) {
-    TArray<CAL_PAGE>& pages = m_document->pages;
-    for (uint32_t i = 0; i < pages.size(); ++i) {
-        if (pageIndex == -1 || static_cast<uint32_t>(pageIndex) == i) step(static_cast<int32_t>(i), pages[i]);
+    if (pageIndex != -1) {
+        if (CAL_PAGE* one = page(pageIndex)) step(pageIndex, *one);
+        return;
     }
+    const auto count = static_cast<int32_t>(m_document->pages.size());
+    for (int32_t i = 0; i < count; ++i) step(i, *page(i));
 }
 
 void CRCalFile::UpdateCalPoint(int32_t pageIndex, int32_t pointIndex, bool refit) {

@@ -1,4 +1,5 @@
 // Recognising, loading and saving a calibration, whichever form it has.
+#include <cmath>
 #include <cstring>
 
 #include "measurement/rcal/document.h"
@@ -25,6 +26,24 @@ CXMLFile::CNode* rootElement(const CXMLFile& xml) {
     CXMLFile::CNode* node = xml.GetRoot();
     while (node != nullptr && node->type != CXMLFile::NODETYPE_ELEMENT) node = node->Next();
     return node;
+}
+
+/// Bounds on what a file may ask for, far above what cameras need, so that a small file cannot ask for hours or
+/// gigabytes.
+constexpr double mostTophatPoints = 262144;
+constexpr uint32_t mostPages = 65536;
+constexpr uint32_t mostAdditionalResponses = 64;
+/// Points of pages times points of the axis, where every radiance is calculated anew.
+constexpr double mostPlanckValues = 536870912;
+
+bool refuse(const char16_t* what, double most, double found) {
+    SetDiagnostic(CString(), CString::FromFormat(u"at most %.0f %s", most, what), CString::FromFormat(u"%.0f", found));
+    return false;
+}
+
+uint32_t countIn(const CXMLFile::CNode& root, const char16_t* list, const char16_t* name) {
+    const CXMLFile::CNode* container = root.FindChild(list);
+    return container == nullptr ? 0 : container->NumChildren(name);
 }
 
 bool refuseBinary() {
@@ -75,14 +94,22 @@ bool CRCalFile::Load(TSharedPtr<IFile> file, uint32_t) {
         SetDiagnostic(CString(), u"the element rcal", root == nullptr ? CString(u"no element") : root->name);
         return false;
     }
+    const uint32_t pages = countIn(*root, u"calPages", u"calPage");
+    if (pages > mostPages) return refuse(u"pages", mostPages, pages);
+    const uint32_t responses = countIn(*root, u"additonalResponses", u"additionalResponse");
+    if (responses > mostAdditionalResponses) {
+        return refuse(u"additional responses", mostAdditionalResponses, responses);
+    }
     RCalXml(*this).load(*root);
-    rebuildAfterLoad();
-    return true;
+    return rebuildAfterLoad();
 }
 
-/// The response curves, then what files of older revisions did not store or stored by older rules.
-void CRCalFile::rebuildAfterLoad() {
+/// The response curves, then what files of older revisions did not store or stored by older rules. False, with the
+/// calibration as it was read, where that would be too much work.
+bool CRCalFile::rebuildAfterLoad() {
     Document& d = *m_document;
+    const double tophatPoints = std::ceil(std::fabs(d.tophatEnd - d.tophatStart) / d.tophatDelta);
+    if (tophatPoints > mostTophatPoints) return refuse(u"points of the top-hat", mostTophatPoints, tophatPoints);
     XAxis(d.response.rawX, d.tophatStart, d.tophatEnd, d.tophatDelta);
     Tophat(d.response.rawX, d.response.rawY);
     LoadSpectralResponse(false);
@@ -91,6 +118,11 @@ void CRCalFile::rebuildAfterLoad() {
         LoadAdditionalSpectralResponse(static_cast<int32_t>(i), false);
     }
     AdjustAllResponses(false);
+    double work = 0.0;
+    for (const CAL_PAGE& each : d.pages) work += static_cast<double>(each.points.size()) * d.response.x.size();
+    if (d.revision < 6 && work > mostPlanckValues) {
+        return refuse(u"radiance values to recalculate", mostPlanckValues, work);
+    }
     if (d.revision < 3) {
         UpdateCalPoint(-1, -1, false);
         UpdateCalPageCoeffs(-1);
@@ -100,6 +132,7 @@ void CRCalFile::rebuildAfterLoad() {
     }
     if (d.revision < 7) UpdateCalPageRange(-1);
     SortCalPoints(-1, -1);
+    return true;
 }
 
 bool CRCalFile::Save(IFileSystem* fs, const char16_t* path, uint32_t flags) {

@@ -16,8 +16,9 @@ uint32_t coefficientCount(int32_t order) {
     return static_cast<uint32_t>(CRCalFile::GetNumCoeffsForOrder(order));
 }
 
-void copyOut(const TArray<double>& from, double* to) {
-    if (to != nullptr) std::copy(from.begin(), from.end(), to);
+/// At most as many values as a buffer for that order takes: a file may hold more.
+void copyOut(const TArray<double>& from, int32_t order, double* to) {
+    if (to != nullptr) std::copy_n(from.begin(), std::min(from.size(), coefficientCount(order)), to);
 }
 
 bool setOverride(POLY_OVERRIDE& polynomial, int32_t order, const double* values, bool valid) {
@@ -31,7 +32,8 @@ bool setOverride(POLY_OVERRIDE& polynomial, int32_t order, const double* values,
 
 bool equalCoefficients(const TArray<double>& known, int32_t knownOrder, int32_t order, const double* values) {
     if (order != knownOrder || values == nullptr) return false;
-    for (uint32_t i = 0; i < known.size(); ++i) {
+    const uint32_t count = std::min(known.size(), coefficientCount(order));
+    for (uint32_t i = 0; i < count; ++i) {
         if (!(std::fabs(known.data()[i] - values[i]) <= equalWithin)) return false;
     }
     return true;
@@ -124,7 +126,7 @@ int CRCalFile::GetNumCoeffsForOrder(int order) {
     }                                                                                                                \
     bool CRCalFile::GetCalc##X##Coefficients(int32_t pageIndex, double* values) const {                              \
         const CAL_PAGE* p = page(pageIndex);                                                                         \
-        if (p != nullptr) copyOut(p->coeffsMember, values);                                                          \
+        if (p != nullptr) copyOut(p->coeffsMember, p->polyOrderMember, values);                                      \
         return p != nullptr;                                                                                         \
     }                                                                                                                \
     bool CRCalFile::GetCalc##X##Coefficients(int32_t pageIndex, TArray<double>& values) const {                      \
@@ -140,7 +142,7 @@ int CRCalFile::GetNumCoeffsForOrder(int order) {
     bool CRCalFile::GetUsed##X##Coefficients(int32_t pageIndex, double* values, bool* valid) const {                 \
         const CAL_PAGE* p = page(pageIndex);                                                                         \
         if (p == nullptr) return false;                                                                              \
-        copyOut(p->overrideMember.values, values);                                                                   \
+        copyOut(p->overrideMember.values, p->overrideMember.order, values);                                          \
         if (valid != nullptr) *valid = p->overrideMember.valid;                                                      \
         return true;                                                                                                 \
     }                                                                                                                \

@@ -54,13 +54,13 @@ constexpr Rule rules[] = {
 
 }  // namespace
 
-void CRCalFile::propagate(RCalChange change, int32_t page, int32_t index) {
+int32_t CRCalFile::propagate(RCalChange change, int32_t page, int32_t index) {
     Document& d = *m_document;
     const Rule& rule = rules[static_cast<size_t>(change)];
     for (const Step step : rule.steps) {
         switch (step) {
             case Step::end:
-                return;
+                return index;
             case Step::updatePoint:
                 UpdateCalPoint(page, index, false);
                 break;
@@ -68,7 +68,7 @@ void CRCalFile::propagate(RCalChange change, int32_t page, int32_t index) {
                 UpdateCalPoint(page, index, true);
                 break;
             case Step::sortPoints:
-                SortCalPoints(page, -1);
+                index = SortCalPoints(page, index);
                 break;
             case Step::fitCoefficients:
                 UpdateCalPageCoeffs(page);
@@ -114,6 +114,7 @@ void CRCalFile::propagate(RCalChange change, int32_t page, int32_t index) {
                 break;
         }
     }
+    return index;
 }
 
 }  // namespace qv

@@ -139,14 +139,7 @@ double CRCalFile::CCalPoint::getRadiance() const {
 int32_t CRCalFile::CCalPoints::Add(const CAL_POINT& point) {
     CAL_PAGE* page = m_file->page(m_page);
     if (page == nullptr || !page->points.Add(point)) return -1;
-    // What the table calls UpdateCalPoint, SortCalPoints, UpdateCalPageCoeffs, with the sorting's answer in between.
-    const auto added = static_cast<int32_t>(page->points.size()) - 1;
-    const double temperature = point.temperature;
-    m_file->propagate(RCalChange::pointAdded, m_page, added);
-    // Sorting is stable: the new point is the last of its temperature.
-    int32_t index = added;
-    while (index > 0 && page->points[static_cast<uint32_t>(index)].temperature > temperature) --index;
-    return index;
+    return m_file->propagate(RCalChange::pointAdded, m_page, static_cast<int32_t>(page->points.size()) - 1);
 }
 
 bool CRCalFile::CCalPoints::Remove(int32_t index) {

@@ -24,7 +24,6 @@ EResponseStatus statusOf(bool found, bool readable, uint32_t points) {
 
 /// Reads an X,Y file; the curve changes only when the status is `loaded`.
 EResponseStatus readResponse(const CString& path, TArray<double>& rawX, TArray<double>& rawY) {
-    if (path.IsEmpty()) return EResponseStatus::notSet;
     TArray<double> x;
     TArray<double> y;
     const bool found = fileSystem().FileExists(path.c_str());
@@ -38,11 +37,11 @@ EResponseStatus readResponse(const CString& path, TArray<double>& rawX, TArray<d
 
 /// Moves a raw curve onto the axis. The curve is empty when there is nothing to move.
 void moveToAxis(RCAL_CURVE& curve, TArray<double>& axis) {
-    CopyAxis(curve.x, axis);
+    curve.x.Empty();
     curve.y.Empty();
-    if (!curve.rawX.empty() && curve.rawX.size() == curve.rawY.size()) {
-        Interpolate(curve.rawX, curve.rawY, axis, curve.y, outside);
-    }
+    if (curve.rawX.empty() || curve.rawX.size() != curve.rawY.size()) return;
+    CopyAxis(curve.x, axis);
+    Interpolate(curve.rawX, curve.rawY, axis, curve.y, outside);
 }
 
 }  // namespace
@@ -80,20 +79,17 @@ void CRCalFile::LoadSpectralResponse(bool update) {
 void CRCalFile::LoadModtran(bool update) {
     Document& d = *m_document;
     if (!d.totTransEnabled && !d.pathThrmlEnabled) return;
-    d.modtranStatus = EResponseStatus::notSet;
-    if (!d.modtranFile.IsEmpty()) {
-        TArray<double> x;
-        TArray<double> transmission;
-        TArray<double> thermal;
-        const bool found = fileSystem().FileExists(d.modtranFile.c_str());
-        const bool readable = found && ReadModtranFile(x, transmission, thermal, &fileSystem(), d.modtranFile.c_str());
-        d.modtranStatus = statusOf(found, readable, x.size());
-        if (d.modtranStatus == EResponseStatus::loaded) {
-            d.totalTransmission.rawX = x;
-            d.totalTransmission.rawY = transmission;
-            d.pathThermal.rawX = x;
-            d.pathThermal.rawY = thermal;
-        }
+    TArray<double> x;
+    TArray<double> transmission;
+    TArray<double> thermal;
+    const bool found = fileSystem().FileExists(d.modtranFile.c_str());
+    const bool readable = found && ReadModtranFile(x, transmission, thermal, &fileSystem(), d.modtranFile.c_str());
+    d.modtranStatus = statusOf(found, readable, x.size());
+    if (d.modtranStatus == EResponseStatus::loaded) {
+        d.totalTransmission.rawX = x;
+        d.totalTransmission.rawY = transmission;
+        d.pathThermal.rawX = x;
+        d.pathThermal.rawY = thermal;
     }
     AdjustModtran(update);
 }
@@ -134,8 +130,12 @@ void CRCalFile::AdjustModtran(bool update) {
 void CRCalFile::AdjustAdditionalSpectralResponse(int32_t index, bool update) {
     RESPONCE* added = response(index);
     if (added == nullptr) return;
-    moveToAxis(added->curve, m_document->response.x);
-    if (added->status != EResponseStatus::loaded) added->curve.y.Empty();
+    if (added->status == EResponseStatus::loaded) {
+        moveToAxis(added->curve, m_document->response.x);
+    } else {  // counts no more, whatever curve is stored with it
+        added->curve.x.Empty();
+        added->curve.y.Empty();
+    }
     if (update) UpdateCalPage(-1);
 }
 

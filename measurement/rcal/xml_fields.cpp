@@ -9,14 +9,17 @@ namespace {
 
 constexpr std::u16string_view pairSeparator = u"|\r\n";
 
-/// Takes a number, and the separator behind it when it stands there. False when there is no number.
+/// Takes a number and the separator behind it; white space may stand around both. False when there is no number, or
+/// when something else than the separator or the end of the text follows.
 bool takeNumber(std::u16string_view& text, char16_t separator, double& value) {
     size_t used = 0;
     value = text::wtof(text.substr(0, text.find(separator)), &used);
     if (used == 0) return false;
     text.remove_prefix(used);
     while (!text.empty() && text::isSpace(text.front())) text.remove_prefix(1);
-    if (!text.empty() && text.front() == separator) text.remove_prefix(1);
+    if (text.empty()) return true;
+    if (text.front() != separator) return false;
+    text.remove_prefix(1);
     return true;
 }
 

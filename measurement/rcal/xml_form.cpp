@@ -115,11 +115,12 @@ void setPairs(CNode& node, const TArray<double>& x, const TArray<double>& y) {
     node.value = CString(std::u16string_view(formatPairs(x, y)));
 }
 
-/// The pixels as Base64. A body that does not hold exactly the stated picture leaves it without pixels.
+/// The pixels, which stand as Base64. A body that does not hold exactly the stated picture leaves it without pixels.
 void loadPixels(const CNode& node, BACKGROUND_FILE& picture) {
-    const uint64_t bytes = uint64_t{picture.width} * picture.height * DataTypeSize(picture.type);
-    if (bytes == 0 || bytes != Base64DecodedSize(node.value)) return;
-    TSharedPtr<ITypedBuffer> pixels = AllocTypedBuffer(picture.type, picture.width * picture.height);
+    const uint64_t count = uint64_t{picture.width} * picture.height;
+    const uint64_t bytes = Base64DecodedSize(node.value);
+    if (count == 0 || count > bytes || count * DataTypeSize(picture.type) != bytes) return;
+    TSharedPtr<ITypedBuffer> pixels = AllocTypedBuffer(picture.type, static_cast<uint32_t>(count));
     size_t written = 0;
     if (pixels && Base64Decode(node.value, pixels->data(), static_cast<size_t>(bytes), written)) {
         picture.pixels = pixels;

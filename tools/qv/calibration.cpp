@@ -5,6 +5,7 @@
 #include "command.h"
 #include "qv/diagnostic.h"
 #include "qv/file_system.h"
+#include "target.h"
 #include "text.h"
 
 namespace tool {
@@ -55,6 +56,18 @@ void loadCalibration(qv::CRCalFile& calibration, const std::string& path) {
     if (calibration.Load(&disk, wide(path).c_str(), 0)) return;
     const bool known = qv::CRCalFile::IsRCalFile(&disk, wide(path));
     throw diagnosed(known ? Exit::damaged : Exit::wrongKind, path, "is no calibration");
+}
+
+void saveCalibration(qv::CRCalFile& calibration, const std::string& path, bool force) {
+    Target target(path, force);
+    {
+        const qv::TSharedPtr<qv::IFile> file = target.open();
+        qv::ClearDiagnostic();
+        calibration.Save(file, qv::CRCalFile::saveXml);
+    }
+    // Writing tells of its failures by the diagnostic alone.
+    if (qv::LastDiagnostic().IsSet()) throw diagnosed(Exit::io, path, "cannot be written");
+    target.commit();
 }
 
 std::vector<ResponseState> responses(qv::CRCalFile& calibration) {

@@ -11,6 +11,10 @@ namespace tool {
 /// Loads a calibration; fails with a sentence.
 void loadCalibration(qv::CRCalFile& calibration, const std::string& path);
 
+/// Writes a calibration's XML form, whole or not at all; fails with a sentence, also when the place is taken and not
+/// `force`.
+void saveCalibration(qv::CRCalFile& calibration, const std::string& path, bool force);
+
 /// A response of a calibration and what became of it.
 struct ResponseState {
     std::string name;  ///< "spectral response", "additional response 0", "atmosphere"

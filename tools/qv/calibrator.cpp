@@ -131,6 +131,8 @@ void Calibrator::addPage(qv::CRCalFile& calibration, int32_t index, double weigh
         throw Failure(Exit::negative, name + ": there is no page " + std::to_string(index) + " (it has " +
                                           std::to_string(calibration.calPages().getCount()) + ")");
     }
+    // Adding points does not move a page's automatic range; it is brought up to date here.
+    if (record->autoRange) calibration.calPage(index).range().setAuto(true);
     qv::TArray<double> coefficients;
     calibration.GetCoefficients(index, coefficients);
     if (coefficients.size() < 2) {
