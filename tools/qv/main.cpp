@@ -75,7 +75,7 @@ void describe(CLI::App& root) {
     root.require_subcommand(1);
     addInfo(root);
     addTags(root);
-    // addRcal(root);
+    addRcal(root);
     addImport(root);
     addCalibrate(root);
     addRender(root);
