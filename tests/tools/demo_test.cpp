@@ -69,6 +69,19 @@ TEST(Demo, RecoversEveryTrueTemperatureWithinTwoTenthsOfAKelvin) {
     EXPECT_EQ(shop.read("data/celsius.png").substr(1, 3), "PNG");
 }
 
+TEST(Demo, SoDoesThePagesOwnPolynomial) {
+    const Workshop shop;
+    ASSERT_EQ(shop.run("demo data").code, 0);
+    const Outcome outcome = shop.run(
+        "calibrate data/counts.saf --rcal data/camera.rcal --emissivity 0.95 --reflected 22 --inverse polynomial -o "
+        "p.saf");
+    ASSERT_EQ(outcome.code, 0) << outcome.err;
+    const std::vector<float> values = dataOf<float>(shop.file("p.saf"));
+    for (const Truth& truth : readTruth(shop.read("data/truth.csv"))) {
+        EXPECT_NEAR(meanAt(values, truth, 0), truth.celsius, 0.2) << truth.name;
+    }
+}
+
 TEST(Demo, GivesTheSameDataEachTimeAndReplacesThemOnlyWhenForced) {
     const Workshop shop;
     ASSERT_EQ(shop.run("demo data").code, 0);
