@@ -7,6 +7,7 @@
 #include "core/text.h"
 #include "files/native_path.h"
 #include "platform/directory.h"
+#include "qv/diagnostic.h"
 #include "qv/file.h"
 #include "qv/file_system.h"
 
@@ -57,7 +58,10 @@ void addEntries(IFileSystem::CDirectoryListing& listing, const char16_t* openAs,
         path += entry.name;
         StrCpy(entry.path, path.c_str(), IFileSystem::pathChars);
         fillEntry(entry, status);
-        if (!listing.entries.Add(entry)) return;
+        if (!listing.entries.Add(entry)) {
+            SetDiagnostic(openAs, u"memory for all entries of a directory", u"too little");
+            return;
+        }
     }
 }
 
@@ -115,7 +119,10 @@ bool isThere(const char16_t* path) {
 
 bool createWithParents(const char16_t* path) {
     std::u16string prefix(path);
-    if (prefix.size() >= static_cast<size_t>(IFileSystem::pathChars)) return false;
+    if (prefix.size() >= static_cast<size_t>(IFileSystem::pathChars)) {
+        SetDiagnostic(path, u"a path of less than 512 characters", u"a longer one");
+        return false;
+    }
     for (char16_t& c : prefix) c = isSeparator(c) ? u'/' : c;
     const std::u16string whole = prefix;
     bool created = true;
@@ -246,7 +253,9 @@ TSharedPtr<IFile> CFileSystem::CreateTempFile() {
     const CString name = GetTempFilename();
     if (name.IsEmpty()) return nullptr;
     constexpr uint32_t flags = CFile::accessRead | CFile::accessWrite | CFile::createTruncate | CFile::deleteOnClose;
-    return CreateFileW(name.c_str(), flags);
+    TSharedPtr<IFile> file = CreateFileW(name.c_str(), flags);
+    if (!file) (void)platform::removeFile(nativePath(name.c_str()).c_str());
+    return file;
 }
 
 CString CFileSystem::CreateTempDirectory() {
@@ -258,10 +267,13 @@ CString CFileSystem::CreateTempDirectory() {
 bool CFileSystem::MoveFileW(const char16_t* from, const char16_t* to) {
     if (from == nullptr || to == nullptr) return false;
     const std::string native = nativePath(from);
-    const int error = platform::moveFile(native.c_str(), nativePath(to).c_str());
+    const std::string target = nativePath(to);
+    const int error = platform::moveFile(native.c_str(), target.c_str());
     if (!platform::isOtherVolume(error)) return succeeded(error, from, u"a file to move");
     const CDirectoryEntry entry = GetFileInfo(from);
-    if (entry.type != typeFile || !CopyFileW(this, from, this, to, false)) return false;
+    if (entry.type != typeFile) return succeeded(error, from, u"a file to move");
+    if (!CopyFileW(this, from, this, to, false)) return false;
+    (void)platform::copyPermissions(native.c_str(), target.c_str());
     (void)SetFileModifiedTime(to, entry.modified);
     return DeleteFileW(from);
 }

@@ -204,8 +204,9 @@ char16_t* IFileSystem::AppendLeadingSlash(char16_t* dst, const char16_t* path, c
 }
 
 void IFileSystem::SplitPath(TArray<CString>& parts, const char16_t* path) {
+    const CString kept(path);  // The path may lie in the array that is emptied.
     parts.Empty();
-    Pieces pieces(path);
+    Pieces pieces(kept.c_str());
     for (View piece = pieces.next(); !piece.empty(); piece = pieces.next()) parts.Add(CString(piece));
 }
 

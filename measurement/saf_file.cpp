@@ -239,7 +239,11 @@ bool CSAFFile::Load(TSharedPtr<IFile> file) {
         return false;
     }
     file->SeekToBegin();
-    return parse(*file);
+    // However many lines there are, the tags are not moved for every few of them.
+    const uint16_t rate = m_tags.SetGrowthRate(Private::doublingRate);
+    const bool loaded = parse(*file);
+    m_tags.SetGrowthRate(rate);
+    return loaded;
 }
 
 bool CSAFFile::parse(IFile& file) {

@@ -240,11 +240,14 @@ bool CTagEntry::loadTextValues(IFile& file, uint16_t flags) {
     if (!storesTextValues(flags)) return true;
     uint32_t count = 0;
     if (!file.GetUInt32(count)) return false;
+    const uint16_t rate = m_textValues.SetGrowthRate(Private::doublingRate);
     CString value;
-    for (uint32_t i = 0; i < count; ++i) {  // each value takes at least its length field, so the data end the loop
-        if (!file.GetString(value) || !m_textValues.Add(value)) return false;
+    bool loaded = true;
+    for (uint32_t i = 0; loaded && i < count; ++i) {  // each takes at least its length field, so the data end the loop
+        loaded = file.GetString(value) && m_textValues.Add(value);
     }
-    return true;
+    m_textValues.SetGrowthRate(rate);
+    return loaded;
 }
 
 bool CTagEntry::Save(CXMLFile& xml) const {

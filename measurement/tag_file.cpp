@@ -35,6 +35,21 @@ bool withFile(CTagFile& tags, bool (CTagFile::*action)(TSharedPtr<IFile>), IFile
     return done;
 }
 
+/// Adds `count` entries from where the file stands.
+bool loadEntries(CTagFile& tags, IFile& file, uint8_t version, uint32_t count) {
+    for (uint32_t i = 0; i < count; ++i) {
+        CTagEntry entry;
+        const int64_t start = file.GetPosition();
+        if (!entry.Load(file, version)) {
+            SetDiagnostic(CString(), CString::FromFormat(u"entry %u of %u", i + 1, count), u"the end of the file",
+                          start);
+            return false;
+        }
+        if (!tags.Add(entry)) return false;
+    }
+    return true;
+}
+
 }  // namespace
 
 bool CTagFile::AddTagEntry(const CTagEntry& entry) {
@@ -134,18 +149,11 @@ bool CTagFile::LoadBinary(TSharedPtr<IFile> file) {
         SetDiagnostic(CString(), u"an entry count", u"the end of the file", file->GetPosition());
         return false;
     }
-    for (uint32_t i = 0; i < count; ++i) {
-        CTagEntry entry;
-        const int64_t start = file->GetPosition();
-        if (!entry.Load(*file, version)) {
-            SetDiagnostic(CString(), CString::FromFormat(u"entry %u of %u", i + 1, count), u"the end of the file",
-                          start);
-            return false;
-        }
-        if (!Add(entry)) return false;
-    }
-    Sort();
-    return true;
+    const uint16_t rate = SetGrowthRate(Private::doublingRate);
+    const bool loaded = loadEntries(*this, *file, version, count);
+    SetGrowthRate(rate);
+    if (loaded) Sort();
+    return loaded;
 }
 
 bool CTagFile::SaveBinary(TSharedPtr<IFile> file) {
@@ -166,12 +174,15 @@ bool CTagFile::LoadXML(TSharedPtr<IFile> file) {
         return false;
     }
     // Elements of other names are passed over.
-    for (bool found = xml.FindFirstChild(u"TagEntry"); found; found = xml.FindNext(u"TagEntry")) {
+    const uint16_t rate = SetGrowthRate(Private::doublingRate);
+    bool loaded = true;
+    for (bool found = xml.FindFirstChild(u"TagEntry"); loaded && found; found = xml.FindNext(u"TagEntry")) {
         CTagEntry entry;
-        if (!entry.Load(xml) || !Add(entry)) return false;
+        loaded = entry.Load(xml) && Add(entry);
     }
-    Sort();
-    return true;
+    SetGrowthRate(rate);
+    if (loaded) Sort();
+    return loaded;
 }
 
 bool CTagFile::SaveXML(TSharedPtr<IFile> file) {

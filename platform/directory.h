@@ -42,6 +42,8 @@ private:
 /// Takes all write permission away, or gives the owner's back where nobody has any. Nothing for a link.
 int setReadOnly(const char* path, bool readOnly);
 int setModifiedTime(const char* path, uint64_t ticks);
+/// Gives one file the permissions of another.
+int copyPermissions(const char* from, const char* to);
 
 /// Removes a file or link.
 int removeFile(const char* path);

@@ -249,7 +249,8 @@ public:
     TSharedPtr<IDirectoryMonitor> MonitorDirectory(const char16_t* directory, uint32_t flags) override;
     TSharedPtr<IFile> CreateFileW(const char16_t* path, uint32_t flags) override;
     /// A null directory is the current one, an empty one the root. Entries `.` and `..` are left out. The listing of a
-    /// directory that cannot be read is empty.
+    /// directory that cannot be read is empty; one that memory does not suffice for is cut, with a diagnostic (at the
+    /// latest behind 2^20 entries).
     CDirectoryListing GetDirectoryListing(const char16_t* directory, const char16_t* pattern) override;
     CDirectoryEntry GetFileInfo(const char16_t* path) override;
     /// Read-only takes all write permissions away; normal gives the owner's back. Hidden has no meaning here. A
@@ -284,7 +285,8 @@ public:
     /// A new directory of mode 0700 beside the temporary files. Empty on failure.
     CString CreateTempDirectory();
 
-    /// Renames; an existing target is not replaced. A file that goes to another volume is copied and deleted.
+    /// Renames; an existing target is not replaced. A file that goes to another volume is copied, with its time and
+    /// permissions, and deleted.
     bool MoveFileW(const char16_t* from, const char16_t* to);
 };
 

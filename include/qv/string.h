@@ -185,7 +185,7 @@ PackedArgs<sizeof...(Args)> packArgs(const Args&... args) {
 /// Counts:   a negative count of the capitalised interface means "all of it". A count beside a plain pointer is a
 ///           promise that so many units stand there, unless said otherwise. Arguments may lie in the string itself.
 /// Case:     compared by simple Unicode case mapping of single units in CString, of ASCII letters in CStringMB.
-/// Space:    blank, \t, \n, \v, \f and \r.
+/// Space:    blank, tab, line feed, vertical tab, form feed and carriage return.
 /// Threads:  strings that share their text may be read, copied, changed and destroyed on different threads, except
 ///           that nothing else may be done with a shared text while one thread converts it to the other width. One
 ///           object belongs to one thread at a time.
@@ -601,7 +601,8 @@ public:
     int compare(Text s) const { return compare(0, length(), s); }
 
     /// Built on compare() and so on the string's beginning: `pos` when the string begins with `s`, else npos. An empty
-    /// `s` gives `pos`. FindString is the search for a substring.
+    /// `s` gives `pos`. A pointer is to NUL-terminated text also beside a count, and where the count is not that text's
+    /// length nothing is found. FindString is the search for a substring.
     size_t find(const Ch* s, size_t pos, size_t n) const;
     size_t find(Text s, size_t pos = 0) const;
     size_t find(Ch ch, size_t pos = 0) const { return find(&ch, pos, 1, ch == Ch() ? 0 : 1); }

@@ -160,6 +160,12 @@ int setModifiedTime(const char* path, uint64_t ticks) {
     return errorOf(utimensat(AT_FDCWD, path, times, 0));
 }
 
+int copyPermissions(const char* from, const char* to) {
+    struct stat status {};
+    if (stat(from, &status) != 0) return errno;
+    return errorOf(chmod(to, status.st_mode & 0777));
+}
+
 int removeFile(const char* path) {
     return errorOf(unlink(path));
 }

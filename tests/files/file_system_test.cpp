@@ -9,6 +9,7 @@
 #include <functional>
 
 #include "qv/diagnostic.h"
+#include "qv/memory.h"
 #include "support.h"
 
 namespace qv::test {
@@ -247,6 +248,21 @@ TEST(DiskListing, HasWhatPassesThePattern) {
     EXPECT_EQ(fileSystem().Find(folder.path(u"*.*").c_str()).entries.size(), 5u);
 }
 
+TEST(DiskListing, SaysWhenMemoryCutIt) {
+    const TempFolder folder;
+    for (const char16_t* name : {u"a", u"b", u"c"}) writeFile(folder.path(name), "");
+    static const Private::HeapHooks forTwo = {
+        &Alloc, [](void* p, size_t n) { return n > 2 * sizeof(FS::CDirectoryEntry) ? nullptr : Realloc(p, n); }, &Free};
+    ClearDiagnostic();
+    Private::setHeapHooks(&forTwo);
+    {
+        const auto listing = fileSystem().GetDirectoryListing(folder.path().c_str(), nullptr);
+        EXPECT_EQ(listing.entries.size(), 2u);
+    }
+    Private::setHeapHooks(nullptr);
+    EXPECT_TRUE(LastDiagnostic().IsSet());
+}
+
 TEST(DiskListing, FindHasItsOwnMilliseconds) {
     const TempFolder folder;
     writeFile(folder.path(u"a"), "");
@@ -364,7 +380,12 @@ TEST(Disk, FoldersAreCreatedAndRemovedRecursively) {
     EXPECT_FALSE(fileSystem().CreateDirectoryW(deep.c_str(), false));
     EXPECT_TRUE(fileSystem().CreateDirectoryW(deep.c_str(), true));
     EXPECT_TRUE(fileSystem().CreateDirectoryW((deep + u"/").c_str(), true));
-    EXPECT_FALSE(fileSystem().CreateDirectoryW(folder.path(std::u16string(600, u'x')).c_str(), true));
+    std::u16string tooLong = u"long";
+    while (tooLong.size() < 512) tooLong += u"/long";
+    ClearDiagnostic();
+    EXPECT_FALSE(fileSystem().CreateDirectoryW(folder.path(tooLong).c_str(), true));
+    EXPECT_TRUE(LastDiagnostic().IsSet());
+    EXPECT_FALSE(fileSystem().IsDirectory(folder.path(u"long").c_str()));
     writeFile(folder.path(u"a/f"), "");
     EXPECT_FALSE(fileSystem().CreateDirectoryW(folder.path(u"a/f/g").c_str(), true));
     ASSERT_TRUE(fileSystem().SetFileAttributesW(folder.path(u"a/f").c_str(), 4));
@@ -438,10 +459,17 @@ TEST(Disk, MovingToAnotherVolumeCopies) {
     }
     const CString target = CString::FromFormat(u"/dev/shm/qv-move-%d", static_cast<int>(getpid()));
     writeFile(folder.path(u"a"), "contents");
+    ASSERT_EQ(chmod(folder.native(u"a").c_str(), 0400), 0);
     EXPECT_TRUE(fileSystem().MoveFileW(folder.path(u"a").c_str(), target.c_str()));
     EXPECT_EQ(readFile(target), "contents");
+    struct stat moved {};
+    EXPECT_EQ(stat(CString(target).GetUTF8(), &moved), 0);
+    EXPECT_EQ(moved.st_mode & 0777, 0400u);
     EXPECT_FALSE(fileSystem().FileExists(folder.path(u"a").c_str()));
     EXPECT_TRUE(fileSystem().DeleteFileW(target.c_str()));
+    ClearDiagnostic();
+    EXPECT_FALSE(fileSystem().MoveFileW(folder.path().c_str(), target.c_str()));
+    EXPECT_TRUE(LastDiagnostic().IsSet());
 }
 
 }  // namespace

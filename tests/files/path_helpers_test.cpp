@@ -102,6 +102,9 @@ TEST(PathHelpers, SplittingDropsEmptyPieces) {
     FS::SplitPath(parts, u"/a\\\\b//c/");
     ASSERT_EQ(parts.size(), 3u);
     EXPECT_EQ(utf8(CString::Join(parts, u"|")), "a|b|c");
+    parts[0] = u"d/e";
+    FS::SplitPath(parts, parts[0].c_str());
+    EXPECT_EQ(utf8(CString::Join(parts, u"|")), "d|e");
     FS::SplitPath(parts, u"//");
     EXPECT_EQ(parts.size(), 0u);
 }

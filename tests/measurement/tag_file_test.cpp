@@ -128,6 +128,7 @@ TEST(TagFileBinary, EveryPrefixFailsAndKeepsWhatItRead) {
     CTagFile tags;
     EXPECT_FALSE(tags.Load(memoryFile("TAGF\x03\xFF\xFF\xFF\xFF\x01\0\0\0a\x01\0\0\0\0\0\0\0\0\0"_b)));
     EXPECT_EQ(tags.nItems(), 1u);
+    EXPECT_EQ(tags.SetGrowthRate(5), 5u);  // a load borrows it, also a failed one
 }
 
 TEST(TagFileXml, KeepsWhatTheBinaryFormLoses) {

@@ -182,7 +182,7 @@ TEST(RcalTool, RefusesInOneSentence) {
         int exitCode;
         const char* says;
     } rows[] = {
-        {"new a.rcal", 5, "a.rcal: exists already"},
+        {"new a.rcal", 1, "a.rcal: exists already"},
         {"new b.rcal --band 5:3", 2, "--band"},
         {"new b.rcal --band 3", 2, "LOW:HIGH"},
         {"new b.rcal --delta 1e-9", 2, "--delta"},

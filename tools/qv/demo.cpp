@@ -180,27 +180,11 @@ Exit compare(const std::string& path) {
     return kept ? Exit::done : Exit::negative;
 }
 
-/// Points, response and fit.
+/// Response, points and fit, and what they are worth in kelvin.
 void calibrateCamera(const Folder& folder, const std::string& path) {
-    qv::CRCalFile calibration;
-    calibration.DefaultCal();
-    calibration.spectralResponse().setFile(wide(std::filesystem::absolute(folder.file("response.txt")).string()));
-    calibration.spectralResponse().setType(qv::ESpectralResponseType::file);
-    qv::CAL_PAGE page;
-    const int32_t index = calibration.calPages().Add(page);
-    std::istringstream lines(demo::pointsText(pointsSeed));
-    std::string line;
-    std::getline(lines, line);
-    while (std::getline(lines, line)) {
-        qv::CAL_POINT point;
-        std::sscanf(line.c_str(), "%lf,%lf", &point.temperature, &point.measurement);
-        calibration.calPage(index).points().Add(point);
-    }
-    calibration.calPage(index).setPolyOrder(3);
-    calibration.calPage(index).range().setAuto(true);
-    calibration.calPage(index).lookup().setStart(0);
-    calibration.calPage(index).lookup().setEnd(130);
-    if (!calibration.Save(&qv::fileSystem(), wide(path).c_str(), qv::CRCalFile::saveXml)) throw Failure(Exit::io, path);
+    folder.run({"rcal", "new", path, "--response", folder.file("response.txt"), "--tag", "Camera=demonstration"}, true);
+    folder.run({"rcal", "points", path, folder.file("points.csv")}, false);
+    folder.run({"rcal", "fit", path, "--order", "3", "--temp-order", "11", "--lookup", "10:120:1"}, false);
 }
 
 Exit demonstrate(const Options& options) {

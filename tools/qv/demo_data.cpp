@@ -95,7 +95,7 @@ const std::vector<Target>& Scene::targets() {
         {"reference 1", 15.0, 42.0, 216.0, 0.0, 18.0, false},  {"reference 2", 35.0, 89.0, 216.0, 0.0, 18.0, false},
         {"reference 3", 55.0, 136.0, 216.0, 0.0, 18.0, false}, {"reference 4", 75.0, 183.0, 216.0, 0.0, 18.0, false},
         {"reference 5", 95.0, 230.0, 216.0, 0.0, 18.0, false}, {"reference 6", 115.0, 277.0, 216.0, 0.0, 18.0, false},
-        {"moving disc", 85.0, 60.0, 96.0, 6.5, 40.0, true},
+        {"moving disc", 85.0, 60.0, 96.0, 6.5, 40.4, true},
     };
     return all;
 }

@@ -73,11 +73,17 @@ std::vector<Source> checkInputs(const Options& options, Layout& layout) {
 void addUserTags(const Options& options, qv::CSAFFile& header) {
     for (const std::string& tag : options.tags) {
         const size_t equals = tag.find('=');
-        if (equals == 0 || equals == std::string::npos || tag.find_first_of(" \r\n") < equals ||
-            tag.find_first_of("\r\n") != std::string::npos) {
+        if (equals == std::string::npos)
             throw Failure(Exit::usage, "--tag: \"" + tag + "\" is not of the form NAME=VALUE");
+        const std::string name = tag.substr(0, equals);
+        checkTagLine(name, tag.substr(equals + 1));
+        for (const char16_t* layout : {u"KeyWrd", u"xPixls", u"yPixls", u"NumDPs", u"DaType", u"BytOrd"}) {
+            if (wide(name).CompareNoCase(layout) == 0) {
+                throw Failure(Exit::usage,
+                              "--tag: " + name + " says what the frames are and follows from --raw and --type");
+            }
         }
-        header[wide(tag.substr(0, equals)).c_str()] = wide(tag.substr(equals + 1)).c_str();
+        header[wide(name).c_str()] = wide(tag.substr(equals + 1)).c_str();
     }
 }
 
@@ -138,10 +144,12 @@ void addImport(CLI::App& root) {
                    [options] { return import(*options); });
     command->add_option("frames", options->inputs, "Files of frames, one frame behind the other")->required();
     command->add_option("--raw", options->raw, "Width and height of a frame, as WxH")->required();
-    command->add_option("--type", options->type,
-                        "Element type: int8, uint8, int16, uint16 (default), int32, uint32, int64, uint64, flt32, flt64");
+    command->add_option(
+        "--type", options->type,
+        "Element type: int8, uint8, int16, uint16 (default), int32, uint32, int64, uint64, flt32, flt64");
     command->add_flag("--big-endian", options->bigEndian, "The most significant byte comes first in the input");
-    command->add_option("--tag", options->tags, "A further tag of the header, as NAME=VALUE; may be repeated");
+    command->add_option("--tag", options->tags, "A further tag of the header, as NAME=VALUE; may be repeated")
+        ->allow_extra_args(false);
     command->add_option("-o,--output", options->output, "Recording to write")->required();
     command->add_flag("--force", options->force, "Replace the output when it exists");
     command->add_flag("--json", options->json, "Facts as JSON");

@@ -17,12 +17,14 @@ using qv::EDataType;
 
 // The first word of a type is the one that is written.
 constexpr ElementType elementTypes[] = {
-    {"SInt8", EDataType::int8},    {"UInt8", EDataType::uint8}, {"Int8", EDataType::uint8},
+    {"SInt8", EDataType::int8},    {"UInt8", EDataType::uint8},   {"Int8", EDataType::uint8},
     {"Int16", EDataType::int16},   {"UInt16", EDataType::uint16}, {"Int32", EDataType::int32},
-    {"UInt32", EDataType::uint32}, {"Int64", EDataType::int64}, {"UInt64", EDataType::uint64},
-    {"Flt32", EDataType::flt32},   {"Flt64", EDataType::flt64}, {"RGB24", EDataType::rgb24},
+    {"UInt32", EDataType::uint32}, {"Int64", EDataType::int64},   {"UInt64", EDataType::uint64},
+    {"Flt32", EDataType::flt32},   {"Flt64", EDataType::flt64},   {"RGB24", EDataType::rgb24},
 };
 
+/// The longest header line that can be read back, its end included.
+constexpr size_t longestLineBytes = 512;
 constexpr uint32_t openShared = 0x2 | 0x10 | 0x200;  // existing, read, share reading
 
 /// A positive number that a tag must hold.
@@ -71,7 +73,8 @@ Recording::Recording(const std::string& path) : m_path(path) {
     qv::ClearDiagnostic();
     const auto info = disk.GetFileInfo(wide(path).c_str());
     if (info.type != qv::IFileSystem::typeFile) {
-        throw Failure(Exit::io, path + (info.type == qv::IFileSystem::typeDirectory ? ": is a folder" : ": no such file"));
+        throw Failure(Exit::io,
+                      path + (info.type == qv::IFileSystem::typeDirectory ? ": is a folder" : ": no such file"));
     }
     if (!qv::CSAFFile::IsSAFFile(&disk, wide(path).c_str())) {
         throw diagnosed(Exit::wrongKind, path, "is no recording (it does not begin with HdSize)");
@@ -88,7 +91,8 @@ Recording::Recording(const std::string& path) : m_path(path) {
     m_layout.bigEndian = isMostSignificantFirst(path, tag(u"BytOrd"));
 
     const uint64_t frameBytes = uint64_t{m_layout.width} * m_layout.height * qv::DataTypeSize(m_layout.type);
-    if (frameBytes > 0x40000000) throw Failure(Exit::damaged, path + ": a frame would have " + bytes(double(frameBytes)));
+    if (frameBytes > 0x40000000)
+        throw Failure(Exit::damaged, path + ": a frame would have " + bytes(double(frameBytes)));
     const auto dataBytes = static_cast<uint64_t>(std::max<int64_t>(info.size - m_header.GetDataPosition(), 0));
     const bool automatic = wide(tag(u"NumDPs")).CompareNoCase(u"auto") == 0;
     const uint64_t frames = automatic ? dataBytes / frameBytes : positiveTag(m_header, path, u"NumDPs");
@@ -123,6 +127,25 @@ void reverseElements(void* data, uint32_t count, uint32_t size) {
         for (uint32_t i = 0; i < count; ++i) std::swap(element[2 * i], element[2 * i + 1]);
     } else if (size == 4 || size == 8) {
         for (uint32_t i = 0; i < count; ++i, element += size) std::reverse(element, element + size);
+    }
+}
+
+void checkTagLine(const std::string& name, const std::string& value) {
+    if (name.empty() || name.find_first_of(" \r\n") != std::string::npos) {
+        throw Failure(Exit::usage, "\"" + name + "\" cannot be a tag's name");
+    }
+    for (const char16_t* reserved : {u"HdSize", u"DATA", u"saf_padding"}) {
+        if (wide(name).CompareNoCase(reserved) == 0) {
+            throw Failure(Exit::usage, name + " belongs to the header itself and cannot be changed");
+        }
+    }
+    const bool trimmed = !value.empty() && (value.front() == ' ' || value.back() == ' ');
+    if (trimmed || value.find_first_of("\r\n") != std::string::npos) {
+        throw Failure(Exit::usage, name + ": a value with blanks at its ends or with line breaks is lost in the file");
+    }
+    if (name.size() + value.size() + 3 > longestLineBytes) {
+        throw Failure(Exit::usage,
+                      name + ": a tag's line holds at most " + std::to_string(longestLineBytes - 3) + " bytes");
     }
 }
 

@@ -73,6 +73,9 @@ private:
 /// Reverses the bytes of each of `count` elements of `size` bytes.
 void reverseElements(void* data, uint32_t count, uint32_t size);
 
+/// Fails with a sentence when a header could not hold a tag or give it back as it was.
+void checkTagLine(const std::string& name, const std::string& value);
+
 /// Sets the tags that describe `layout` (little-endian).
 void setLayoutTags(qv::CSAFFile& header, const Layout& layout);
 

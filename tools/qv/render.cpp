@@ -70,7 +70,6 @@ std::pair<double, double> spanOf(const Options& options, std::vector<float> valu
 
 /// The unit as it is read: a temperature's with its degree sign.
 std::string displayUnit(const std::string& unit) {
-    if (unit.empty()) return "counts";
     return unit == "C" || unit == "F" || unit == "R" ? "\u00B0" + unit : unit;
 }
 
@@ -78,7 +77,10 @@ std::string displayUnit(const std::string& unit) {
 std::string assumptions(const Recording& recording) {
     const std::string emissivity = recording.tag(u"CaEmis");
     if (emissivity.empty()) return "";
-    return "page " + recording.tag(u"CaPage") + ", emissivity " + emissivity + ", reflected " +
+    const std::string instrument = recording.tag(u"CaInst");
+    return (instrument.empty() ? "page " + recording.tag(u"CaPage")
+                               : "pages " + recording.tag(u"CaPage") + " at " + instrument) +
+           ", emissivity " + emissivity + ", reflected " +
            recording.tag(u"CaRefl");
 }
 
@@ -93,7 +95,7 @@ Exit render(const Options& options) {
     picture.low = low;
     picture.high = high;
     picture.palette = options.palette;
-    const std::string unit = recording.tag(u"DaUnit");
+    const std::string unit = recording.tag(u"DaUnit").empty() ? "counts" : recording.tag(u"DaUnit");
     picture.unit = displayUnit(unit);
     picture.title =
         std::filesystem::path(options.recording).filename().string() + ", frame " + std::to_string(options.frame);
@@ -107,11 +109,11 @@ Exit render(const Options& options) {
     if (options.json) {
         Json facts = Json::document("qv.render.1");
         facts.set("output", options.output).set("frame", options.frame).set("low", low).set("high", high);
-        facts.set("unit", unit.empty() ? "counts" : unit);
+        facts.set("unit", unit);
         facts.print(std::cout);
     } else {
         std::cout << options.output << ": frame " << options.frame << ", " << number(low) << " to " << number(high)
-                  << ' ' << picture.unit << '\n';
+                  << ' ' << unit << '\n';
     }
     return Exit::done;
 }

@@ -10,15 +10,13 @@
 #include "qv/file_system.h"
 #include "qv/saf_file.h"
 #include "qv/tag_file.h"
+#include "recording.h"
 #include "table.h"
 #include "text.h"
 
 namespace tool {
 
 namespace {
-
-/// The longest header line that can be read back, its end included.
-constexpr size_t longestLineBytes = 512;
 
 struct Options {
     std::string file;
@@ -52,7 +50,10 @@ Exit list(const Options& options) {
         tags.push(Json::object().set("name", name).set("value", value));
     }
     if (options.json) {
-        Json::document("qv.tags.1").set("file", options.file).set("dataPosition", header.GetDataPosition()).set("tags", tags)
+        Json::document("qv.tags.1")
+            .set("file", options.file)
+            .set("dataPosition", header.GetDataPosition())
+            .set("tags", tags)
             .print(std::cout);
     } else if (options.csv) {
         table.printCsv(std::cout);
@@ -79,24 +80,6 @@ Exit get(const Options& options) {
     }
     if (options.json) Json::document("qv.tags.1").set("file", options.file).set("tags", tags).print(std::cout);
     return result;
-}
-
-void checkLine(const std::string& name, const std::string& value) {
-    if (name.empty() || name.find_first_of(" \r\n") != std::string::npos) {
-        throw Failure(Exit::usage, "\"" + name + "\" cannot be a tag's name");
-    }
-    for (const char16_t* reserved : {u"HdSize", u"DATA", u"saf_padding"}) {
-        if (wide(name).CompareNoCase(reserved) == 0) {
-            throw Failure(Exit::usage, name + " belongs to the header itself and cannot be changed");
-        }
-    }
-    const bool trimmed = !value.empty() && (value.front() == ' ' || value.back() == ' ');
-    if (trimmed || value.find_first_of("\r\n") != std::string::npos) {
-        throw Failure(Exit::usage, name + ": a value with blanks at its ends or with line breaks is lost in the file");
-    }
-    if (name.size() + value.size() + 3 > longestLineBytes) {
-        throw Failure(Exit::usage, name + ": a tag's line holds at most " + std::to_string(longestLineBytes - 3) + " bytes");
-    }
 }
 
 /// A splice needs room behind the data; without it the file would be torn.
@@ -128,8 +111,11 @@ void save(qv::CSAFFile& header, const Options& options) {
     qv::ClearDiagnostic();
     if (!options.dryRun && !header.Save()) throw diagnosed(Exit::io, options.file, "cannot be written");
     if (options.json) {
-        Json::document("qv.tags.1").set("file", options.file).set("dryRun", options.dryRun)
-            .set("dataBytesMoved", dataBytes != 0 && plan.movesData() ? dataBytes : int64_t{0}).set("pad", plan.pad)
+        Json::document("qv.tags.1")
+            .set("file", options.file)
+            .set("dryRun", options.dryRun)
+            .set("dataBytesMoved", dataBytes != 0 && plan.movesData() ? dataBytes : int64_t{0})
+            .set("pad", plan.pad)
             .print(std::cout);
     } else {
         std::cout << options.file << ": " << (options.dryRun ? "would be: " : "") << what << '\n';
@@ -142,7 +128,7 @@ Exit set(const Options& options) {
     for (const std::string& tag : options.names) {
         const size_t equals = tag.find('=');
         if (equals == std::string::npos) throw Failure(Exit::usage, "\"" + tag + "\" is not of the form NAME=VALUE");
-        checkLine(tag.substr(0, equals), tag.substr(equals + 1));
+        checkTagLine(tag.substr(0, equals), tag.substr(equals + 1));
         header.SetTagValue(wide(tag.substr(0, equals)).c_str(), wide(tag.substr(equals + 1)).c_str());
     }
     save(header, options);
@@ -153,7 +139,7 @@ Exit removeTags(const Options& options) {
     qv::CSAFFile header;
     load(header, options.file);
     for (const std::string& name : options.names) {
-        checkLine(name, "");
+        checkTagLine(name, "");
         if (!header.RemoveTag(wide(name).c_str())) {
             throw Failure(Exit::negative, options.file + ": there is no tag " + name);
         }
@@ -197,22 +183,29 @@ Exit diff(const Options& options) {
     Json differences = Json::array();
     const auto differ = [&](const std::string& name, const std::string* inA, const std::string* inB) {
         table.add({name, inA == nullptr ? "(absent)" : *inA, inB == nullptr ? "(absent)" : *inB});
-        differences.push(Json::object().set("name", name).set("a", inA == nullptr ? Json() : Json(*inA))
+        differences.push(Json::object()
+                             .set("name", name)
+                             .set("a", inA == nullptr ? Json() : Json(*inA))
                              .set("b", inB == nullptr ? Json() : Json(*inB)));
     };
-    const auto compare = [&](const std::string& name, const std::vector<std::string>& x, const std::vector<std::string>& y) {
+    const auto compare = [&](const std::string& name, const std::vector<std::string>& x,
+                             const std::vector<std::string>& y) {
         for (size_t i = 0; i < std::max(x.size(), y.size()); ++i) {
             const std::string* inA = i < x.size() ? &x[i] : nullptr;
             const std::string* inB = i < y.size() ? &y[i] : nullptr;
             if (inA == nullptr || inB == nullptr || *inA != *inB) differ(name, inA, inB);
         }
     };
-    for (const auto& [name, values] : left) compare(name, values, right.contains(name) ? right.at(name) : std::vector<std::string>());
+    for (const auto& [name, values] : left)
+        compare(name, values, right.contains(name) ? right.at(name) : std::vector<std::string>());
     for (const auto& [name, values] : right) {
         if (!left.contains(name)) compare(name, {}, values);
     }
     if (options.json) {
-        Json::document("qv.tags.diff.1").set("a", options.file).set("b", options.other).set("differences", differences)
+        Json::document("qv.tags.diff.1")
+            .set("a", options.file)
+            .set("b", options.other)
+            .set("differences", differences)
             .print(std::cout);
     } else if (table.rows() != 0) {
         options.csv ? table.printCsv(std::cout) : table.print(std::cout);
@@ -233,12 +226,13 @@ CLI::App* addVerb(CLI::App& parent, const std::shared_ptr<Options>& options, con
 
 void addTags(CLI::App& root) {
     auto options = std::make_shared<Options>();
-    CLI::App* tags = addCommand(root, "tags", "Look at and change the header of a measurement file, in place.",
-                                "  qv tags ls run7.saf\n  qv tags set run7.saf Camera=MW1 \"Note=first light\"", nullptr);
+    CLI::App* tags =
+        addCommand(root, "tags", "Look at and change the header of a measurement file, in place.",
+                   "  qv tags ls run7.saf\n  qv tags set run7.saf Camera=MW1 \"Note=first light\"", nullptr);
     tags->require_subcommand(1);
 
-    CLI::App* verb = addVerb(*tags, options, "ls", "List the tags.",
-                             "  qv tags ls run7.saf\n  qv tags ls run7.saf --json", list);
+    CLI::App* verb =
+        addVerb(*tags, options, "ls", "List the tags.", "  qv tags ls run7.saf\n  qv tags ls run7.saf --json", list);
     verb->add_flag("--csv", options->csv, "Comma-separated");
     verb = addVerb(*tags, options, "get", "Print the values of tags, a line each.",
                    "  qv tags get run7.saf xPixls\n  qv tags get run7.saf xPixls yPixls", get);

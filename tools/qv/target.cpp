@@ -19,7 +19,7 @@ Target::Target(const std::string& path, bool force) : m_path(path), m_force(forc
     const auto existing = disk.GetFileInfo(wide(path).c_str()).type;
     if (existing == qv::IFileSystem::typeDirectory) throw Failure(Exit::io, path + ": is a folder");
     if (existing == qv::IFileSystem::typeFile && !force) {
-        throw Failure(Exit::io, path + ": exists already (--force replaces it)");
+        throw Failure(Exit::negative, path + ": exists already (--force replaces it)");
     }
     for (int attempt = 0; attempt < 100; ++attempt) {
         m_temporary = path + ".part" + (attempt == 0 ? "" : std::to_string(attempt));
@@ -41,6 +41,7 @@ qv::TSharedPtr<qv::IFile> Target::open() const {
 }
 
 void Target::commit() {
+    // The library's move refuses a place that has been taken meanwhile; with force, what is there is replaced in one step.
     if (m_force) {
         std::error_code error;
         std::filesystem::rename(m_temporary, m_path, error);
