@@ -37,9 +37,10 @@ bool CXMLFile::Load(const char16_t* path) {
 }
 
 bool CXMLFile::Load(IFileSystem* fileSystem, const char16_t* path) {
+    const CString kept(path);  // `path` may stand in this tree
     const TSharedPtr<IFile> file = openFile(fileSystem, path, openToRead);
     if (Load(file)) return true;
-    SetDiagnosticFile(CString(path));
+    SetDiagnosticFile(kept);
     return false;
 }
 

@@ -8,9 +8,7 @@ namespace qv {
 
 CException::CException(CString message, const CException* inner) : m_message(std::move(message)), m_inner(inner) {}
 CException::CException(const CException&) = default;
-CException::CException(CException&& other) noexcept : m_inner(other.m_inner) {
-    m_message.swap(other.m_message);
-}
+CException::CException(CException&& other) noexcept : m_message(std::move(other.m_message)), m_inner(other.m_inner) {}
 CException& CException::operator=(const CException&) = default;
 CException::~CException() = default;
 

@@ -42,8 +42,8 @@ bool failedFile(const char16_t* expected, uint64_t offset) {
 
 }  // namespace
 
-PersistedWindow::PersistedWindow(TSharedPtr<IFile> file, uint32_t budgetBytes)
-    : m_file(file), m_budgetBytes(budgetBytes) {
+PersistedWindow::PersistedWindow(TSharedPtr<IFile> file, uint32_t budgetBytes, uint32_t recordBytes)
+    : m_elementSize(std::max(recordBytes, 16u)), m_file(file), m_budgetBytes(budgetBytes) {
     takeCapacity(std::max(m_budgetBytes / m_elementSize, 1u));
     m_cache = allocRecords(m_capacity, m_elementSize).release();
 }

@@ -31,17 +31,23 @@ uint32_t CBoundedFile::clip(uint32_t count) const {
     return static_cast<uint32_t>(std::clamp<int64_t>(m_size - m_position, 0, count));
 }
 
+/// False where there is nothing to read or write: no file, or a place in front of its beginning.
+bool CBoundedFile::seekUnderlying() {
+    const int64_t at = addHeld(m_start, m_position);
+    if (!m_file || at < 0) return false;
+    m_file->Seek(at, fromBegin);
+    return true;
+}
+
 uint32_t CBoundedFile::Read(void* data, uint32_t count) {
-    if (!m_file) return 0;
-    m_file->Seek(addHeld(m_start, m_position), fromBegin);
+    if (!seekUnderlying()) return 0;
     const uint32_t done = m_file->Read(data, clip(count));
     m_position += done;
     return done;
 }
 
 uint32_t CBoundedFile::Write(const void* data, uint32_t count) {
-    if (!m_file) return 0;
-    m_file->Seek(addHeld(m_start, m_position), fromBegin);
+    if (!seekUnderlying()) return 0;
     const uint32_t done = m_file->Write(data, clip(count));
     m_position += done;
     return done;

@@ -1,6 +1,7 @@
 // IFile::Insert and Remove: opening and closing gaps in place.
 #include <algorithm>
 #include <cstdint>
+#include <limits>
 #include <memory>
 
 #include "qv/diagnostic.h"
@@ -22,6 +23,11 @@ constexpr uint32_t chunkFor(int64_t fileSize) {
     if (fileSize <= 0x1900000) return 0x100000;
     if (fileSize <= 0x3200000) return 0x200000;
     return 0x500000;
+}
+
+/// Bytes that a file can have. Beyond them, positions overflow; a gap of negative size would be filled for ever.
+constexpr bool isGap(int64_t position, int64_t count) {
+    return position >= 0 && count >= 0 && count <= std::numeric_limits<int64_t>::max() - position;
 }
 
 void setMoveDiagnostic(IFile& file, int64_t at) {
@@ -46,6 +52,7 @@ Moved moveChunk(IFile& file, uint8_t* buffer, int64_t from, int64_t to, uint32_t
 }  // namespace
 
 bool IFile::Remove(int64_t position, int64_t count) {
+    if (!isGap(position, count)) return true;
     const uint32_t chunk = chunkFor(GetSize());
     const HeapBlock buffer(static_cast<uint8_t*>(HeapAlloc(chunk)));
     if (buffer == nullptr) return false;
@@ -65,6 +72,7 @@ bool IFile::Remove(int64_t position, int64_t count) {
 
 bool IFile::Insert(int64_t position, int64_t count) {
     const int64_t size = GetSize();
+    if (!isGap(position, count) || !isGap(size, count)) return true;
     const uint32_t chunk = chunkFor(size);
     const HeapBlock buffer(static_cast<uint8_t*>(HeapAlloc(chunk)));
     if (buffer == nullptr) return false;

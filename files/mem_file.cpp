@@ -13,6 +13,18 @@ namespace qv {
 namespace {
 constexpr int64_t largestSettableSize = 0x40000000;
 constexpr int64_t largestPosition = std::numeric_limits<uint32_t>::max();
+
+/// The ranges may overlap. Typed values go without a call.
+void copyBytes(void* to, const void* from, uint32_t count) {
+    switch (count) {
+        case 0: return;
+        case 1: std::memmove(to, from, 1); return;
+        case 2: std::memmove(to, from, 2); return;
+        case 4: std::memmove(to, from, 4); return;
+        case 8: std::memmove(to, from, 8); return;
+        default: std::memmove(to, from, count);
+    }
+}
 }  // namespace
 
 TSharedPtr<CMemFile> CMemFile::Create() {
@@ -117,10 +129,15 @@ void CMemFile::clearUpTo(uint64_t end) {
 
 uint32_t CMemFile::Write(const void* data, uint32_t count) {
     const uint64_t end = uint64_t{m_position} + count;
-    if (m_grow ? !ensureCapacity(end) : end > m_size) return 0;
-    if (end > m_capacity) return 0;  // Fixed size, and the block was detached.
+    if (!m_grow && end > m_size) return 0;
+    if (end > m_capacity) {
+        const auto offset = reinterpret_cast<uintptr_t>(data) - reinterpret_cast<uintptr_t>(m_data);
+        const bool isOwn = m_data != nullptr && offset < m_capacity;
+        if (!m_grow || !ensureCapacity(end)) return 0;  // Fixed size with its block detached, or no memory.
+        if (isOwn) data = m_data + offset;
+    }
     clearUpTo(m_position);
-    if (count != 0) std::memcpy(m_data + m_position, data, count);
+    copyBytes(m_data + m_position, data, count);
     m_position = static_cast<uint32_t>(end);
     m_written = std::max(m_written, m_position);
     m_size = std::max(m_size, m_position);
@@ -131,7 +148,7 @@ uint32_t CMemFile::Read(void* data, uint32_t count) {
     const uint32_t end = std::min(m_size, m_capacity);  // They differ only while the block is detached.
     if (m_position >= end) return 0;
     count = std::min(count, end - m_position);
-    if (count != 0) std::memcpy(data, m_data + m_position, count);
+    copyBytes(data, m_data + m_position, count);
     m_position += count;
     return count;
 }

@@ -1,5 +1,4 @@
 // IFileSystem::WildcardMatch: all ways through a pattern are followed at once, so no text makes it go back.
-#include <bit>
 #include <cstddef>
 #include <cstdint>
 #include <string_view>
@@ -16,54 +15,80 @@ constexpr size_t patternChars = IFileSystem::pathChars;
 /// One alternative. State i waits for character i; the state behind the last character is final.
 class WildcardStates {
 public:
-    explicit WildcardStates(std::u16string_view pattern) {
-        for (const char16_t c : pattern) {
-            if (c == u'*') {
-                m_repeats.set(m_final);
+    /// Takes the pattern up to a `|` or its end, and moves `pattern` there.
+    explicit WildcardStates(const char16_t*& pattern) {
+        m_repeats[0] = false;
+        for (; *pattern != 0 && *pattern != u'|'; ++pattern) {
+            if (*pattern == u'*') {
+                m_repeats[m_final] = true;
                 continue;
             }
-            if (c == u'?') m_anyCharacter.set(m_final);
-            m_characters[m_final++] = text::toLower(c);
+            m_awaited[m_final++] = *pattern == u'?' ? anyCharacter : text::toLower(*pattern);
+            m_repeats[m_final] = false;
         }
+        m_awaited[m_final] = noCharacter;
     }
 
-    bool matches(std::u16string_view name) const {
-        StateSet live;
-        live.set(0);
-        for (const char16_t c : name) {
-            if (!step(live, text::toLower(c))) return false;
+    bool matches(const char16_t* name) const {
+        LiveStates live;
+        enter(live, 0);
+        for (;; ++name) {
+            if (live.count == 0) {
+                if (live.repeating == m_final) return true;
+                if (live.repeating == none) return false;
+                name = skipRefused(live.repeating, name);
+            }
+            if (*name == 0) break;
+            step(live, text::toLower(*name));
         }
-        return live.has(m_final);
+        return live.repeating == m_final || (live.count != 0 && live.passing[0] == m_final);
     }
 
 private:
-    static constexpr size_t wordBits = 64;
+    static constexpr uint32_t anyCharacter = 0x10000, noCharacter = 0x10001;
+    static constexpr size_t none = ~size_t{0};
 
-    struct StateSet {
-        uint64_t words[patternChars / wordBits + 1] = {};
-        void set(size_t i) { words[i / wordBits] |= uint64_t{1} << (i % wordBits); }
-        bool has(size_t i) const { return (words[i / wordBits] >> (i % wordBits) & 1) != 0; }
+    /// A repeatable state stays live for good, and every way that is still in front of it would have to come through
+    /// it: so of those only the furthest counts, and of the others only those behind it. They stand furthest first.
+    struct LiveStates {
+        size_t repeating = none;
+        size_t count = 0;
+        uint16_t passing[patternChars];
     };
 
-    /// Moves every live state on by one character; false when none is left.
-    bool step(StateSet& live, char16_t c) const {
-        uint64_t carry = 0, any = 0;
-        for (size_t w = 0; w <= m_final / wordBits; ++w) {
-            uint64_t advancing = 0;
-            for (uint64_t left = live.words[w]; left != 0; left &= left - 1) {
-                const size_t i = w * wordBits + static_cast<size_t>(std::countr_zero(left));
-                const bool passes = i < m_final && (m_characters[i] == c || m_anyCharacter.has(i));
-                if (passes) advancing |= left & (0 - left);
-            }
-            live.words[w] = (live.words[w] & m_repeats.words[w]) | (advancing << 1) | carry;
-            carry = advancing >> (wordBits - 1);
-            any |= live.words[w];
-        }
-        return any != 0;
+    /// Behind the characters that the state does not wait for.
+    const char16_t* skipRefused(size_t state, const char16_t* name) const {
+        const uint32_t awaited = m_awaited[state];
+        if (awaited == anyCharacter) return name;
+        while (*name != 0 && text::toLower(*name) != awaited) ++name;
+        return name;
     }
 
-    char16_t m_characters[patternChars];
-    StateSet m_anyCharacter, m_repeats;
+    bool accepts(size_t state, char16_t c) const { return m_awaited[state] == c || m_awaited[state] == anyCharacter; }
+
+    /// Adds the next state, further ones first; false when no other one is needed any more.
+    bool enter(LiveStates& live, size_t state) const {
+        if (m_repeats[state]) {
+            live.repeating = state;
+            return false;
+        }
+        live.passing[live.count++] = static_cast<uint16_t>(state);
+        return true;
+    }
+
+    /// Moves every live state on by one character.
+    void step(LiveStates& live, char16_t c) const {
+        const size_t count = live.count;
+        live.count = 0;
+        for (size_t i = 0; i < count; ++i) {
+            const size_t state = live.passing[i];
+            if (accepts(state, c) && !enter(live, state + 1)) return;
+        }
+        if (live.repeating != none && accepts(live.repeating, c)) (void)enter(live, live.repeating + 1);
+    }
+
+    uint32_t m_awaited[patternChars];
+    bool m_repeats[patternChars];
     size_t m_final = 0;
 };
 
@@ -71,14 +96,11 @@ private:
 
 bool IFileSystem::WildcardMatch(const char16_t* patterns, const char16_t* name) {
     if (patterns == nullptr || name == nullptr) return false;
-    std::u16string_view rest(patterns);
-    if (rest.size() >= patternChars) return false;
-    while (!rest.empty()) {
-        const size_t bar = rest.find(u'|');
-        const std::u16string_view alternative = rest.substr(0, bar);
-        if (!alternative.empty() && WildcardStates(alternative).matches(name)) return true;
-        if (bar == std::u16string_view::npos) break;
-        rest.remove_prefix(bar + 1);
+    if (std::u16string_view(patterns).size() >= patternChars) return false;
+    for (; *patterns != 0; ++patterns) {
+        if (*patterns == u'|') continue;
+        if (WildcardStates(patterns).matches(name)) return true;
+        if (*patterns == 0) break;
     }
     return false;
 }

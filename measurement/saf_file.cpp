@@ -288,6 +288,7 @@ bool CSAFFile::addLine(const char* line, int32_t& expectedSize, uint32_t positio
 // Writing ------------------------------------------------------------------------------------------------------------
 
 uint32_t CSAFFile::HeaderSize() const {
+    if (m_tags.empty()) return sizeof("DATA\r\n") - 1;  // what the writer puts out then
     size_t bytes = 0;
     for (const SAF_TAG& tag : m_tags)
         bytes += text::convertedLength(written(tag.name)) + text::convertedLength(written(tag.value)) + 3;

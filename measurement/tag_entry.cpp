@@ -1,5 +1,6 @@
 // CTagEntry: one entry of the tag dictionary, its display texts and its binary and XML forms.
 #include <array>
+#include <memory>
 
 #include "core/text.h"
 #include "core/truncate.h"
@@ -247,7 +248,7 @@ bool CTagEntry::loadTextValues(IFile& file, uint16_t flags) {
 }
 
 bool CTagEntry::Save(CXMLFile& xml) const {
-    auto* entry = new CXMLFile::CNode(CXMLFile::NODETYPE_ELEMENT, u"TagEntry");
+    auto entry = std::make_unique<CXMLFile::CNode>(CXMLFile::NODETYPE_ELEMENT, u"TagEntry");
     const auto add = [&](const char16_t* name, const CString& value) { entry->attributes.Add({CString(name), value}); };
     add(u"Name", m_name);
     add(u"Description", m_description);
@@ -263,7 +264,10 @@ bool CTagEntry::Save(CXMLFile& xml) const {
     for (const CString& value : m_textValues) {
         entry->InsertChild(new CXMLFile::CNode(CXMLFile::NODETYPE_ELEMENT, u"TextValue", value), true);
     }
-    return xml.InsertChild(entry, true) && xml.Parent();
+    if (!xml.InsertChild(entry.get(), true)) return false;
+    entry.release();  // the tree's now
+    xml.Parent();
+    return true;
 }
 
 bool CTagEntry::Load(CXMLFile& xml) {

@@ -27,10 +27,11 @@ int compareEntryNames(const void* a, const void* b) {
 bool withFile(CTagFile& tags, bool (CTagFile::*action)(TSharedPtr<IFile>), IFileSystem* fs, const char16_t* path,
               uint32_t flags) {
     if (fs == nullptr || path == nullptr) return false;
+    const CString kept(path);  // `path` may stand in an entry
     TSharedPtr<IFile> file = fs->CreateFileW(path, flags);
     if (!file) return false;
     const bool done = (tags.*action)(file);
-    if (!done) SetDiagnosticFile(path);
+    if (!done) SetDiagnosticFile(kept);
     return done;
 }
 

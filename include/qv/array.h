@@ -482,8 +482,8 @@ public:
     }
     bool push_back(T x) { return Add(x); }
 
-    /// Replaces the contents by the other array's. On a failed growth the message is written and the elements that fit
-    /// the old buffer are copied.
+    /// Replaces the contents by the other array's. The old buffer goes before a larger one is asked for: on a failed
+    /// growth the message is written and the array is empty.
     bool Copy(const TSimpleArray& other) {
         if (this == &other) return true;
         bool whole = true;

@@ -57,12 +57,10 @@ public:
     /// Minutes east of UTC in which the fields above are read.
     int GetOffsetMinutes() const { return m_offsetMinutes; }
 
-    /// Text by a pattern. Each field is padded with zeros to its width:
-    ///
-    /// | %Y | year, 4    | %D %d | day, 2    | %M | minute, 2 | %L | millisecond, 3                | %B %b | month's
-    /// name | | %y | year, 2    | %H    | hour, 2   | %S | second, 2 | %z | offset, "+0200"               | %A %a |
-    /// day's name   | | %m | month, 2   | %I    | 12 hour, 2| %p | AM or PM  | %% | a percent sign                | | |
-    ///
+    /// Text by a pattern. Each number is padded with zeros to its width:
+    ///   %Y year, 4        %y year, 2         %m month, 2      %d %D day, 2
+    ///   %H hour, 2        %I 12 hour, 2      %M minute, 2     %S second, 2      %L millisecond, 3
+    ///   %B %b month's name      %A %a day's name      %p AM or PM      %z offset, "+0200"      %% a percent sign
     /// Names are English; the small letter cuts them to three. What is no conversion is copied.
     /// @param limit  The most characters that the text may have; -1 for no limit.
     CString Format(const char16_t* pattern, int limit = -1) const;

@@ -221,7 +221,8 @@ public:
 
     // Editing in place -------------------------------------------------------------------------------------------
     // Both work through one buffer of 512 KiB to 5 MiB by the file's size, and leave the position anywhere. False only
-    // without memory for the buffer. A write that fails ends the work, with a diagnostic but the same result.
+    // without memory for the buffer. A write that fails ends the work, with a diagnostic but the same result. A
+    // negative position or count does nothing, nor does one that leads past 2^63 - 1.
 
     /// Closes the gap of `count` bytes at `position` and shortens the file.
     bool Remove(int64_t position, int64_t count);
@@ -382,7 +383,7 @@ public:
     /// The empty string.
     char16_t* GetFilename(char16_t* buffer, int bufferChars) override;
     IFileSystem& GetFileSystem() override;
-    /// All or nothing. 0 when memory ran out or the end would not fit 32 bits.
+    /// All or nothing. 0 when memory ran out or the end would not fit 32 bits. `data` may lie in the file's own block.
     uint32_t Write(const void* data, uint32_t count) override;
     uint32_t Read(void* data, uint32_t count) override;
     int64_t GetSize() override;
@@ -415,7 +416,8 @@ private:
 /// Position:  each Read and Write moves the underlying file's own position and leaves it there, so windows on one file
 ///            may take turns.
 /// Threads:   no locks; a window, its siblings and their file stay on one thread.
-/// Limits:    transfers are cut at the window's end, Seek clamps to [0, size], SetSize is false.
+/// Limits:    transfers are cut at the window's end, Seek clamps to [0, size], SetSize is false. Nothing is read or
+///            written in front of the underlying file's beginning.
 class QV_API CBoundedFile : public IFile {
 public:
     /// No file: reads and writes give 0.
@@ -443,6 +445,7 @@ public:
 
 private:
     uint32_t clip(uint32_t count) const;
+    bool seekUnderlying();
 
     TSharedPtr<IFile> m_file;
     int64_t m_start = 0;

@@ -18,7 +18,8 @@ namespace Private {
 /// `m_capacity`. Slots past the element count hold nothing of meaning.
 class QV_API PersistedWindow {
 public:
-    explicit PersistedWindow(TSharedPtr<IFile> file = nullptr, uint32_t budgetBytes = 0x80000);
+    /// Elements are 16 bytes to begin with, or `recordBytes` where that is more.
+    PersistedWindow(TSharedPtr<IFile> file, uint32_t budgetBytes, uint32_t recordBytes);
     PersistedWindow(const PersistedWindow&) = delete;
     PersistedWindow& operator=(const PersistedWindow&) = delete;
     ~PersistedWindow();
@@ -56,7 +57,7 @@ private:
     bool resizeBlock(uint64_t first, uint32_t count, uint32_t size, unsigned char* from, unsigned char* to);
 
     uint32_t m_count = 0;
-    uint32_t m_elementSize = 16;
+    uint32_t m_elementSize;
     TSharedPtr<IFile> m_file;
     uint32_t m_budgetBytes;
     uint32_t m_capacity = 0;
@@ -73,9 +74,10 @@ private:
 
 /// Array of plain records in a temporary file, of which 512 KiB are kept in memory.
 ///
-/// A record may be longer than T: the element size is set at run time, 16 bytes to begin with, and is never below
-/// sizeof(T) where an element is read or written as a T. Records stand behind each other at multiples of that size, so
-/// it is also a multiple of T's alignment. A record that is larger than the 512 KiB is held alone.
+/// A record may be longer than T: the element size is set at run time, 16 bytes to begin with, or sizeof(T) where that
+/// is more. It is the caller's duty to keep it at sizeof(T) or above where an element is read or written as a T, and at
+/// a multiple of T's alignment, since records stand behind each other at multiples of it. A record that is larger than
+/// the 512 KiB is held alone.
 /// References: one that an access returned is good until the next access to another element, or change.
 /// New elements read as zero bytes.
 /// Failure:   the temporary file is made when the window first moves. When it cannot be made, written or read, the call
@@ -87,11 +89,12 @@ class TPersistedArray {
     static_assert(std::is_trivially_copyable_v<T>);
 
 public:
-    TPersistedArray() = default;
+    TPersistedArray() : TPersistedArray(nullptr) {}
     /// Keeps the elements in `file`, from its beginning, instead of a temporary file. What the file holds is no
     /// element; it is overwritten as the array grows. Bytes between the file's end and a write behind it must read as
     /// zero, as on a disk. The window takes `cacheBytes`.
-    explicit TPersistedArray(TSharedPtr<IFile> file, uint32_t cacheBytes = 0x80000) : m_window(file, cacheBytes) {}
+    explicit TPersistedArray(TSharedPtr<IFile> file, uint32_t cacheBytes = 0x80000)
+        : m_window(file, cacheBytes, sizeof(T)) {}
 
     /// The element at `index`; past the end the array is extended to hold it. The highest index is 0xFFFFFFFE; above it
     /// CException, "Index out of bounds.", is thrown.

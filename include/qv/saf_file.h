@@ -122,7 +122,8 @@ public:
     bool Save();
     /// In place when `path` is null or the object's own file. For an object without a file: a new file, with a pad of
     /// 2048 when `addPad`. Otherwise a copy of the object's file with its data, padded when there are data.
-    /// The object then belongs to the new file.
+    /// The object then belongs to the new file. Paths compare without regard to case, also where the disk tells them
+    /// apart: "A.saf" names the object's own file "a.saf".
     bool Save(const char16_t* path, bool addPad);
     bool Save(IFileSystem* fs, const char16_t* path, bool addPad);
 

@@ -72,7 +72,7 @@ public:
     bool Save(IFile& file) const;
     bool Load(IFile& file, unsigned char version);
     /// Adds the entry as last child of the cursor's node, or reads the TagEntry element at the cursor. Load is false
-    /// for an element of another name. The cursor stays where it was.
+    /// for an element of another name. The cursor stays where it was; in an empty tree the entry becomes the root.
     bool Save(CXMLFile& xml) const;
     bool Load(CXMLFile& xml);
 

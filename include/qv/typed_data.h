@@ -6,9 +6,9 @@
 // without clamping or rounding, and computes in that type:
 //   integer to integer      the low bits are kept; int16 300 to uint8 is 44, int16 -1 to uint8 is 255;
 //   float to integer        truncation toward zero through a 32-bit integer (8-bit and 16-bit types and int32) or a
-//   64-bit
-//                           one (uint32 and the 64-bit types), then the low bits; NaN and what does not fit that
-//                           integer convert as its lowest value, so flt64 1e10 is -2147483648 as int32 and 0 as uint16;
+//                           64-bit one (uint32 and the 64-bit types), then the low bits; NaN and what does not fit
+//                           that integer convert as its lowest value, so flt64 1e10 is -2147483648 as int32 and 0 as
+//                           uint16;
 //   to float                the nearest value; flt64 to flt32 may give an infinity.
 //
 // What is not handled is a silent no-op: uint64, the RGB types, `none` and values outside the enumeration, in any
@@ -53,22 +53,16 @@ static_assert(sizeof(SRGB) == 3);
 constexpr uint32_t DataTypeSize(EDataType type) {
     switch (type) {
         case EDataType::int16:
-        case EDataType::uint16:
-            return 2;
+        case EDataType::uint16: return 2;
         case EDataType::int32:
         case EDataType::uint32:
-        case EDataType::flt32:
-            return 4;
+        case EDataType::flt32: return 4;
         case EDataType::int64:
         case EDataType::uint64:
-        case EDataType::flt64:
-            return 8;
-        case EDataType::rgb24:
-            return 3;
-        case EDataType::rgb48:
-            return 6;
-        default:
-            return 1;
+        case EDataType::flt64: return 8;
+        case EDataType::rgb24: return 3;
+        case EDataType::rgb48: return 6;
+        default: return 1;
     }
 }
 

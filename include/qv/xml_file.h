@@ -28,9 +28,11 @@ QV_API const CString& sharedEmptyText();
 ///
 /// The cursor stands on a node, or nowhere in an empty tree. Where a list of children is empty it stands on their
 /// parent with the past-the-end flag set, so that the next insertion goes into the list; any successful move or
-/// insertion clears the flag. Ownership: the file owns the top-level nodes, a node its children. Nodes are made by
-/// `new`. Depth:     nothing here recurses; a document may be nested as deeply as memory allows. Failure:   Load is
-/// false, leaves the tree empty and sets the diagnostic with the line. Threads:   none of it is thread-safe.
+/// insertion clears the flag.
+/// Ownership: the file owns the top-level nodes, a node its children. Nodes are made by `new`.
+/// Depth: nothing here recurses; a document may be nested as deeply as memory allows.
+/// Failure: Load is false, leaves the tree empty and sets the diagnostic with the line.
+/// Threads: none of it is thread-safe.
 class QV_API CXMLFile {
 public:
     enum NODETYPE : int32_t {

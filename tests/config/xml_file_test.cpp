@@ -21,9 +21,7 @@ TSharedPtr<IFile> memoryFile(const std::string& bytes) {
     return file;
 }
 
-bool load(CXMLFile& xml, const std::string& bytes) {
-    return xml.Load(memoryFile(bytes));
-}
+bool load(CXMLFile& xml, const std::string& bytes) { return xml.Load(memoryFile(bytes)); }
 
 std::string saved(const CXMLFile& xml) {
     const TSharedPtr<CMemFile> file = CMemFile::Create();
@@ -143,6 +141,8 @@ TEST(XmlFile, PathsGoThroughTheFileSystem) {
     EXPECT_FALSE(back.Load(path.c_str()));
     EXPECT_FALSE(back.IsValid());
     EXPECT_STREQ(LastDiagnostic().file.GetUTF8(), path.GetUTF8());
+    EXPECT_FALSE(
+        xml.Load(xml.Curr()->attributes[u"version"].c_str()));  // no such file, and the text goes with the tree
     EXPECT_FALSE(back.Load(nullptr, path.c_str()));
     EXPECT_FALSE(back.Save(u"/no such folder/x.xml"));
 }

@@ -56,9 +56,12 @@ TEST(Exception, CarriesItsMessageAndTheOneBefore) {
         EXPECT_EQ(e.message(), u"grad °");
         EXPECT_EQ(e.what(), "grad \xC2\xB0");
         EXPECT_EQ(e.innerException()->message(), u"first");
-        const CException copy(e);
+        CException copy(e);
         EXPECT_EQ(copy.innerException(), &inner);
         EXPECT_EQ(copy.message(), u"grad °");
+        const CException moved(std::move(copy));
+        EXPECT_EQ(moved.innerException(), &inner);
+        EXPECT_EQ(moved.message(), u"grad °");
     }
 }
 

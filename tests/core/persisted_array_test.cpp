@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <array>
 #include <cstring>
 #include <random>
 #include <vector>
@@ -36,20 +37,13 @@ public:
     void step() {
         const uint32_t i = pick(size() + 2);
         switch (pick(100)) {
-            case 0:
-                return setElementSize(1 + pick(m_largestSize));
-            case 1:
-                return setElementSize(m_size + 1);
-            case 2:
-                return (void)m_array.Flush();
-            case 3:
-                return m_array.SetTruncate(pick(2) == 0);
-            case 4:
-                return write(size() + pick(m_largestCount / 4));  // leaves a gap
-            case 5:
-                return pick(40) == 0 ? empty() : compareAll();
-            default:
-                break;
+            case 0: return setElementSize(1 + pick(m_largestSize));
+            case 1: return setElementSize(m_size + 1);
+            case 2: return (void)m_array.Flush();
+            case 3: return m_array.SetTruncate(pick(2) == 0);
+            case 4: return write(size() + pick(m_largestCount / 4));  // leaves a gap
+            case 5: return pick(40) == 0 ? empty() : compareAll();
+            default: break;
         }
         const uint32_t what = pick(10);
         if (what < 2 || size() >= m_largestCount) return remove(i);
@@ -133,6 +127,11 @@ TEST(PersistedArray, TheWindowFollowsTheElementSize) {
     }
     EXPECT_EQ(array.SetElementSize(0), before);
     EXPECT_EQ(array.GetElementSize(), before);
+    // A type above 16 bytes begins with its own size; the last of a window's records ends where the window does.
+    TPersistedArray<std::array<uint64_t, 5>> records;
+    EXPECT_EQ(records.GetElementSize(), 40u);
+    for (uint64_t i = 0; i < 14000; ++i) records.Add({i, i, i, i, i});
+    for (uint64_t i : {0u, 1u, 13106u, 13107u, 13999u}) EXPECT_EQ(records[static_cast<uint32_t>(i)][4], i);
 }
 
 TEST(PersistedArray, AMillionElementsSurviveTheWindow) {

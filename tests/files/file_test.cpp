@@ -323,11 +323,16 @@ TEST(InPlaceEditing, StepsGrowWithTheFile) {
     }
 }
 
-TEST(InPlaceEditing, InsertAtTheEndMovesNothing) {
+TEST(InPlaceEditing, WhatIsNoGapDoesNothing) {
+    const int64_t rows[][2] = {{3, 10}, {0, -1}, {2, -2}, {-1, 1}, {INT64_MIN, 1}, {1, INT64_MAX}, {INT64_MAX, 1}};
     CMemFile file;
     fill(file, "abc");
-    EXPECT_TRUE(file.Insert(3, 10));
-    EXPECT_EQ(textOf(file), "abc");
+    for (const auto& [position, count] : rows) {
+        EXPECT_TRUE(file.Insert(position, count));
+        EXPECT_EQ(textOf(file), "abc") << position << " " << count;
+        EXPECT_TRUE(file.Remove(position, count));
+        EXPECT_EQ(textOf(file), "abc") << position << " " << count;
+    }
 }
 
 TEST(InPlaceEditing, AFullDeviceLosesNothing) {

@@ -78,6 +78,22 @@ TEST(MemFile, AGapKeepsTheBlocksOldBytes) {
     EXPECT_EQ(textOf(file), std::string("abcdef\0\0!", 9));
 }
 
+TEST(MemFile, ItsOwnBytesMayBeWritten) {
+    std::string model = "abcdefg";
+    CMemFile file;
+    fill(file, model);
+    for (int i = 0; i < 8; ++i) {  // Through several growths of the block.
+        const auto half = static_cast<uint32_t>(model.size() / 2);
+        file.SeekToEnd();
+        ASSERT_EQ(file.Write(file.data() + 1, half), half);
+        model += model.substr(1, half);
+        ASSERT_EQ(textOf(file), model);
+    }
+    file.SetPosition(2);
+    file.Write(file.data(), 6);
+    EXPECT_EQ(textOf(file).substr(0, 9), "ababcdef" + model.substr(8, 1));
+}
+
 TEST(MemFile, AFixedSizeTakesNoPartialWrite) {
     CMemFile file;
     file.SetSize(4);
@@ -188,6 +204,10 @@ TEST(BoundedFile, IsAWindow) {
     EXPECT_EQ(textOf(*memory), "0123456789AxyDEF");
     EXPECT_EQ(memory->GetPosition(), 13);
     EXPECT_FALSE(window.SetSize(5));
+    CBoundedFile before(memory, -5, 10);
+    EXPECT_EQ(before.Write("xyz", 3), 0u);
+    EXPECT_EQ(before.Read(buffer, 3), 0u);
+    EXPECT_EQ(textOf(*memory), "0123456789AxyDEF");
 }
 
 TEST(BoundedFile, SeekClamps) {

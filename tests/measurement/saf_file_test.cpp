@@ -29,9 +29,7 @@ std::string bytesOf(IFile& file) {
     return bytes;
 }
 
-std::string narrow(const char16_t* text) {
-    return text == nullptr ? "(null)" : CStringMB(text).c_str();
-}
+std::string narrow(const char16_t* text) { return text == nullptr ? "(null)" : CStringMB(text).c_str(); }
 
 /// The tags as "name=value;".
 std::string tagsOf(const CSAFFile& header) {
@@ -161,6 +159,15 @@ TEST(SafSave, NewFileHasAPadOf2048Bytes) {
     // Without data the pad goes and the file is cut to the header.
     ASSERT_TRUE(loaded.Save());
     EXPECT_EQ(fileSystem().GetFileInfo(folder.path(u"a.saf").c_str()).size, loaded.HeaderSize());
+    // Without tags the header is the DATA line.
+    CSAFFile none;
+    const CString b = folder.path(u"b.saf");
+    for (const char16_t* path : {b.c_str(), static_cast<const char16_t*>(nullptr)}) {
+        ASSERT_TRUE(none.Save(path, false));
+        EXPECT_EQ(none.GetDataPosition(), 6u);
+        EXPECT_EQ(none.HeaderSize(), 6u);
+        EXPECT_EQ(fileSystem().GetFileInfo(b.c_str()).size, 6);
+    }
 }
 
 TEST(SafSave, SplicesTheFrontOnlyOutsideTheBoundsOfThePad) {

@@ -4,7 +4,9 @@
 
 #include <string>
 
+#include "qv/diagnostic.h"
 #include "qv/file.h"
+#include "qv/xml_file.h"
 
 namespace qv {
 namespace {
@@ -23,9 +25,7 @@ std::string bytesOf(IFile& file) {
     return bytes;
 }
 
-std::string operator""_b(const char* text, size_t size) {
-    return std::string(text, size);
-}
+std::string operator""_b(const char* text, size_t size) { return std::string(text, size); }
 
 CTagEntry entry(const char16_t* name) {
     CTagEntry made;
@@ -162,6 +162,30 @@ TEST(TagFileXml, KeepsWhatTheBinaryFormLoses) {
         EXPECT_EQ(low == 0.1 && high == 1e300, kept);
         EXPECT_EQ(loaded[2].nTextValues(), 2u);
     }
+}
+
+TEST(TagFileBinary, APathMayStandInTheDictionaryThatItReplaces) {
+    CTagFile tags;
+    tags.AddTagEntry(entry(CString(fileSystem().GetTempFilename()).c_str()));  // an empty file
+    const CString path(tags[0].GetName().c_str());
+    ClearDiagnostic();
+    EXPECT_FALSE(tags.LoadBinary(tags[0].GetName().c_str()));
+    EXPECT_EQ(LastDiagnostic().file, path);
+    EXPECT_EQ(tags.nItems(), 0u);
+    fileSystem().DeleteFileW(path.c_str());
+}
+
+TEST(TagFileXml, AnEntryIsSavedUnderTheCursor) {
+    CXMLFile tree;
+    EXPECT_TRUE(entry(u"root").Save(tree));
+    EXPECT_TRUE(entry(u"child").Save(tree));
+    EXPECT_EQ(tree.GetAttribute(u"Name"), CString(u"root"));
+    EXPECT_EQ(tree.Curr()->NumChildren(u"TagEntry"), 1u);
+    CTagEntry loaded;
+    EXPECT_TRUE(tree.Child() && loaded.Load(tree));
+    EXPECT_EQ(loaded.GetName(), CString(u"child"));
+    tree.SetCurr(nullptr);
+    EXPECT_FALSE(entry(u"nowhere").Save(tree));
 }
 
 TEST(TagNames, MatchPatternsWithVariables) {

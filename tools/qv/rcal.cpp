@@ -74,7 +74,9 @@ qv::CString absolutePath(const std::string& path) {
 /// Refuses responses that are missing: `why` says what would come of it.
 void requireResponses(qv::CRCalFile& calibration, const std::string& why) {
     for (const ResponseState& state : responses(calibration)) {
-        if (state.missing) throw Failure(Exit::io, state.file + ": " + state.name + ": " + state.what + why);
+        if (state.missing)
+            throw Failure(Exit::io,
+                          state.file + ": " + state.name + ": " + state.what.substr(0, state.what.find(',')) + why);
     }
 }
 
@@ -350,7 +352,7 @@ Exit addPointsTo(const Options& options) {
 // fit ----------------------------------------------------------------------------------------------------------------
 
 /// Calculates radiances, fits, ranges and tables of all pages anew: what a change of the response in force does.
-void calculateAnew(qv::CRCalFile& calibration, const Options& options) {
+void calculateAnew(qv::CRCalFile& calibration) {
     requireResponses(calibration, ", and a fit without it would be wrong");
     calibration.spectralResponse().setType(calibration.spectralResponse().getType());
 }
@@ -373,7 +375,7 @@ Exit fit(const Options& options) {
     qv::CRCalFile calibration;
     loadCalibration(calibration, options.file);
     requirePage(calibration, options);
-    calculateAnew(calibration, options);
+    calculateAnew(calibration);
     for (int32_t i = 0; i < calibration.calPages().getCount(); ++i) {
         if (options.page && *options.page != i) continue;
         auto page = calibration.calPage(i);

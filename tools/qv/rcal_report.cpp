@@ -131,13 +131,9 @@ void addShape(const qv::TArray<double>& coefficients, PageReport& report) {
 std::string kelvin(double value) {
     return fixed(value, std::fabs(value) < 0.0995 ? 4 : std::fabs(value) < 9.95 ? 3 : 2);
 }
-std::string celsius(double value) {
-    return number(value, 6) + " C";
-}
+std::string celsius(double value) { return number(value, 6) + " C"; }
 
-std::string worstOf(const Spread& spread) {
-    return kelvin(spread.worst) + " K at " + celsius(spread.at);
-}
+std::string worstOf(const Spread& spread) { return kelvin(spread.worst) + " K at " + celsius(spread.at); }
 
 void find(PageReport& report, const Limits& limits) {
     const qv::CAL_PAGE& page = *report.record;
@@ -147,27 +143,31 @@ void find(PageReport& report, const Limits& limits) {
     const auto over = [](const Spread& spread, double limit) {
         return spread.known() && std::fabs(spread.worst) > limit;
     };
-    if (page.points.empty()) return say("has no points");
-    if (!report.residual.known() && !report.overridden) say("has no fit from counts to radiance");
-    if (report.staleRadiance > sameRadiance || report.staleRadiance != report.staleRadiance) {
+    if (page.points.empty()) {
+        say("has no points");
+    } else if (!report.residual.known()) {
+        say("has no fit from counts to radiance");
+    }
+    if (!(report.staleRadiance <= sameRadiance)) {
         say("its stored radiances are not those that the responses give today (they differ by up to " +
             number(100 * report.staleRadiance, 3) + " %); qv rcal fit calculates them anew");
     }
     if (over(report.residual, limits.residual)) say("the fit misses a point by " + worstOf(report.residual));
     if (over(report.leftOut, limits.leftOut)) {
-        say("without the point there, the fit is " + worstOf(report.leftOut) + " wrong");
+        say("a fit without the point is wrong there by " + worstOf(report.leftOut));
     }
     if (!report.reverse.known()) say("has no fit from radiance to temperature");
-    if (over(report.reverse, limits.reverse)) say("the reverse polynomial is " + worstOf(report.reverse) + " wrong");
+    if (over(report.reverse, limits.reverse)) say("the reverse polynomial is wrong by " + worstOf(report.reverse));
     if (!report.turningPoints.empty()) {
         say("the radiance turns at " + number(report.turningPoints[0], 7) + " counts, inside its range");
     }
-    if (!(page.minTemperature < page.maxTemperature)) say("has no calibrated range");
-    if (std::min(page.lookupStart, page.lookupEnd) > page.minTemperature ||
-        std::max(page.lookupStart, page.lookupEnd) < page.maxTemperature) {
+    if (!(page.minTemperature < page.maxTemperature)) {
+        say("has no calibrated range");
+    } else if (std::min(page.lookupStart, page.lookupEnd) > page.minTemperature ||
+               std::max(page.lookupStart, page.lookupEnd) < page.maxTemperature) {
         say("the calibrated range, " + number(page.minTemperature) + " to " + celsius(page.maxTemperature) +
-            ", reaches beyond the reverse polynomial's, " + number(page.lookupStart) + " to " +
-            celsius(page.lookupEnd));
+            ", reaches beyond that of the reverse polynomial, " + number(page.lookupStart) + " to " +
+            celsius(page.lookupEnd) + "; qv rcal fit --lookup moves it");
     }
 }
 
@@ -241,7 +241,8 @@ void printPage(const PageReport& report, const Limits& limits, std::ostream& out
     if (report.overridden) {
         out << ", overridden by the user\n";
     } else {
-        out << " through " << report.enabled << " points, R² " << fixed(page.r2, 6) << '\n';
+        out << " through " << report.enabled << (report.enabled == 1 ? " point" : " points") << ", R² "
+            << fixed(page.r2, 6) << '\n';
     }
     printSpread("residual  ", report.residual, "none: there is no fit", out);
     if (!report.overridden) printSpread("left out  ", report.leftOut, "unknown: too few points", out);
