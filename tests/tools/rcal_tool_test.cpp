@@ -8,7 +8,7 @@
 #include <string>
 #include <vector>
 
-#include "tool.h"
+#include "tools/tool.h"
 
 namespace qv {
 namespace {
