@@ -94,12 +94,9 @@ double CRCalFile::CalcRadianceEx(double t, double e, double reflectedTemperature
 double CRCalFile::CalcRadianceEx(double t, double e, EReflectedRadianceType type, double reflectedRadiance,
                                  double reflectedTemperature, double reflectedEmissivity) const {
     switch (type) {
-        case EReflectedRadianceType::constant:
-            return CalcRadianceEx(t, e, reflectedRadiance);
-        case EReflectedRadianceType::calculate:
-            return CalcRadianceEx(t, e, reflectedTemperature, reflectedEmissivity);
-        default:
-            return CalcRadiance(t, e);
+        case EReflectedRadianceType::constant: return CalcRadianceEx(t, e, reflectedRadiance);
+        case EReflectedRadianceType::calculate: return CalcRadianceEx(t, e, reflectedTemperature, reflectedEmissivity);
+        default: return CalcRadiance(t, e);
     }
 }
 

@@ -17,9 +17,7 @@ constexpr char xmlBeginning[] = "<rcal re";
 constexpr char binaryMark[] = "RCAL";
 constexpr int16_t newestBinaryVersion = 0;
 
-bool isBinary(const char (&first)[8]) {
-    return std::memcmp(first + 4, binaryMark, 4) == 0;
-}
+bool isBinary(const char (&first)[8]) { return std::memcmp(first + 4, binaryMark, 4) == 0; }
 
 /// The first element of the top level.
 CXMLFile::CNode* rootElement(const CXMLFile& xml) {

@@ -12,9 +12,7 @@ namespace {
 constexpr double equalWithin = 1e-8;
 
 /// Number of coefficients that a caller's buffer for that order takes.
-uint32_t coefficientCount(int32_t order) {
-    return static_cast<uint32_t>(CRCalFile::GetNumCoeffsForOrder(order));
-}
+uint32_t coefficientCount(int32_t order) { return static_cast<uint32_t>(CRCalFile::GetNumCoeffsForOrder(order)); }
 
 /// At most as many values as a buffer for that order takes: a file may hold more.
 void copyOut(const TArray<double>& from, int32_t order, double* to) {
@@ -49,12 +47,8 @@ CRCalFile& CRCalFile::operator=(const CRCalFile& other) {
 }
 CRCalFile::~CRCalFile() = default;
 
-void CRCalFile::Destroy() {
-    *m_document = Document();
-}
-void CRCalFile::DefaultCal() {
-    *m_document = Document();
-}
+void CRCalFile::Destroy() { *m_document = Document(); }
+void CRCalFile::DefaultCal() { *m_document = Document(); }
 
 CAL_PAGE* CRCalFile::page(int32_t index) const {
     const bool exists = index >= 0 && static_cast<uint32_t>(index) < m_document->pages.size();
@@ -78,12 +72,8 @@ CTagArray* CRCalFile::tags(int32_t pageIndex) const {
     return owner == nullptr ? nullptr : &owner->tags;
 }
 
-const CAL_PAGE* CRCalFile::GetPage(int32_t index) const {
-    return page(index);
-}
-int32_t CRCalFile::getRevision() const {
-    return m_document->revision;
-}
+const CAL_PAGE* CRCalFile::GetPage(int32_t index) const { return page(index); }
+int32_t CRCalFile::getRevision() const { return m_document->revision; }
 
 const CTagArray& CRCalFile::GetTags(int32_t pageIndex) const {
     static const CTagArray none;
@@ -216,9 +206,7 @@ void CRCalFile::SetUsedBandpass(double low, double high, bool valid) {
     m_document->bandpassOverrideHigh = high;
     m_document->bandpassOverrideValid = valid;
 }
-bool CRCalFile::GetBandpassOverridden() const {
-    return m_document->bandpassOverrideValid;
-}
+bool CRCalFile::GetBandpassOverridden() const { return m_document->bandpassOverrideValid; }
 bool CRCalFile::EqualBandpass(double low, double high) const {
     return std::fabs(low - m_document->bandpassLow) < equalWithin &&
            std::fabs(high - m_document->bandpassHigh) < equalWithin;
@@ -283,11 +271,7 @@ bool CRCalFile::GetBackgroundValueEx(int32_t pageIndex, double& value) const {
     return true;
 }
 
-bool CRCalFile::getAutoLookupUpdate() const {
-    return m_document->autoLookupUpdate;
-}
-void CRCalFile::setAutoLookupUpdate(bool automatic) {
-    m_document->autoLookupUpdate = automatic;
-}
+bool CRCalFile::getAutoLookupUpdate() const { return m_document->autoLookupUpdate; }
+void CRCalFile::setAutoLookupUpdate(bool automatic) { m_document->autoLookupUpdate = automatic; }
 
 }  // namespace qv

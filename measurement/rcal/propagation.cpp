@@ -59,38 +59,17 @@ int32_t CRCalFile::propagate(RCalChange change, int32_t page, int32_t index) {
     const Rule& rule = rules[static_cast<size_t>(change)];
     for (const Step step : rule.steps) {
         switch (step) {
-            case Step::end:
-                return index;
-            case Step::updatePoint:
-                UpdateCalPoint(page, index, false);
-                break;
-            case Step::updatePointAndRefit:
-                UpdateCalPoint(page, index, true);
-                break;
-            case Step::sortPoints:
-                index = SortCalPoints(page, index);
-                break;
-            case Step::fitCoefficients:
-                UpdateCalPageCoeffs(page);
-                break;
-            case Step::fitTempCoefficients:
-                UpdateCalPageTempCoeffs(page);
-                break;
-            case Step::updateRange:
-                UpdateCalPageRange(page);
-                break;
-            case Step::updateLookup:
-                UpdateCalPageLookup(page);
-                break;
-            case Step::updatePage:
-                UpdateCalPage(page);
-                break;
-            case Step::updateAllPages:
-                UpdateCalPage(-1);
-                break;
-            case Step::loadSpectral:
-                LoadSpectralResponse(true);
-                break;
+            case Step::end: return index;
+            case Step::updatePoint: UpdateCalPoint(page, index, false); break;
+            case Step::updatePointAndRefit: UpdateCalPoint(page, index, true); break;
+            case Step::sortPoints: index = SortCalPoints(page, index); break;
+            case Step::fitCoefficients: UpdateCalPageCoeffs(page); break;
+            case Step::fitTempCoefficients: UpdateCalPageTempCoeffs(page); break;
+            case Step::updateRange: UpdateCalPageRange(page); break;
+            case Step::updateLookup: UpdateCalPageLookup(page); break;
+            case Step::updatePage: UpdateCalPage(page); break;
+            case Step::updateAllPages: UpdateCalPage(-1); break;
+            case Step::loadSpectral: LoadSpectralResponse(true); break;
             case Step::useTophatUnlessFile:
                 if (d.spectralType == StoredResponseType::file && !d.fileInForce()) SetupTophat(true);
                 break;
@@ -100,18 +79,10 @@ int32_t CRCalFile::propagate(RCalChange change, int32_t page, int32_t index) {
                 d.spectralEnabled = false;
                 if (!d.response.rawX.empty()) SetupTophat(true);
                 break;
-            case Step::setupTophat:
-                SetupTophat(true);
-                break;
-            case Step::loadModtran:
-                LoadModtran(true);
-                break;
-            case Step::reloadModtran:
-                LoadModtran(false);
-                break;
-            case Step::loadAdditional:
-                LoadAdditionalSpectralResponse(index, true);
-                break;
+            case Step::setupTophat: SetupTophat(true); break;
+            case Step::loadModtran: LoadModtran(true); break;
+            case Step::reloadModtran: LoadModtran(false); break;
+            case Step::loadAdditional: LoadAdditionalSpectralResponse(index, true); break;
         }
     }
     return index;

@@ -10,9 +10,7 @@ namespace qv {
 
 namespace {
 
-double at(const TArray<double>& values, uint32_t index) {
-    return index < values.size() ? values.data()[index] : 0.0;
-}
+double at(const TArray<double>& values, uint32_t index) { return index < values.size() ? values.data()[index] : 0.0; }
 
 /// The member of a record, zero when there is no record.
 template <class Record, class Value>
@@ -35,19 +33,11 @@ bool write(Record* record, Value Record::*member, std::type_identity_t<Value> va
 uint32_t CRCalFile::CCurve::getCount() const {
     return m_x == nullptr || m_y == nullptr ? 0 : std::min(m_x->size(), m_y->size());
 }
-double CRCalFile::CCurve::getX(uint32_t index) const {
-    return index < getCount() ? at(*m_x, index) : 0.0;
-}
-double CRCalFile::CCurve::getY(uint32_t index) const {
-    return index < getCount() ? at(*m_y, index) : 0.0;
-}
+double CRCalFile::CCurve::getX(uint32_t index) const { return index < getCount() ? at(*m_x, index) : 0.0; }
+double CRCalFile::CCurve::getY(uint32_t index) const { return index < getCount() ? at(*m_y, index) : 0.0; }
 
-uint32_t CRCalFile::CAxis::getCount() const {
-    return m_file->m_document->response.x.size();
-}
-double CRCalFile::CAxis::operator[](uint32_t index) const {
-    return at(m_file->m_document->response.x, index);
-}
+uint32_t CRCalFile::CAxis::getCount() const { return m_file->m_document->response.x.size(); }
+double CRCalFile::CAxis::operator[](uint32_t index) const { return at(m_file->m_document->response.x, index); }
 
 uint32_t CRCalFile::CCoefficients::getCount() const {
     TArray<double> values;
@@ -66,9 +56,7 @@ double CRCalFile::CCoefficients::getR2() const {
 // Lookup and range ---------------------------------------------------------------------------------------------------
 
 #define QV_DEFINE_LOOKUP(X, member)                                                                               \
-    double CRCalFile::CLookup::get##X() const {                                                                   \
-        return read(m_file->page(m_page), &CAL_PAGE::member);                                                     \
-    }                                                                                                             \
+    double CRCalFile::CLookup::get##X() const { return read(m_file->page(m_page), &CAL_PAGE::member); }           \
     void CRCalFile::CLookup::set##X(double value) {                                                               \
         if (write(m_file->page(m_page), &CAL_PAGE::member, value)) m_file->propagate(RCalChange::lookup, m_page); \
     }
@@ -83,22 +71,16 @@ CRCalFile::CCurve CRCalFile::CLookup::getCurve() const {
     return page == nullptr ? CCurve(nullptr, nullptr) : CCurve(&page->lookupRadiance, &page->lookupTemperature);
 }
 
-bool CRCalFile::CRange::getAuto() const {
-    return read(m_file->page(m_page), &CAL_PAGE::autoRange);
-}
+bool CRCalFile::CRange::getAuto() const { return read(m_file->page(m_page), &CAL_PAGE::autoRange); }
 void CRCalFile::CRange::setAuto(bool automatic) {
     if (write(m_file->page(m_page), &CAL_PAGE::autoRange, automatic) && automatic) {
         m_file->propagate(RCalChange::autoRangeOn, m_page);
     }
 }
 
-#define QV_DEFINE_RANGE(X, member)                             \
-    double CRCalFile::CRange::get##X() const {                 \
-        return read(m_file->page(m_page), &CAL_PAGE::member);  \
-    }                                                          \
-    void CRCalFile::CRange::set##X(double value) {             \
-        write(m_file->page(m_page), &CAL_PAGE::member, value); \
-    }
+#define QV_DEFINE_RANGE(X, member)                                                                     \
+    double CRCalFile::CRange::get##X() const { return read(m_file->page(m_page), &CAL_PAGE::member); } \
+    void CRCalFile::CRange::set##X(double value) { write(m_file->page(m_page), &CAL_PAGE::member, value); }
 QV_DEFINE_RANGE(MinCounts, minCounts)
 QV_DEFINE_RANGE(MaxCounts, maxCounts)
 QV_DEFINE_RANGE(MinRadiance, minRadiance)
@@ -109,18 +91,14 @@ QV_DEFINE_RANGE(MaxTemperature, maxTemperature)
 
 // Points -------------------------------------------------------------------------------------------------------------
 
-bool CRCalFile::CCalPoint::getExists() const {
-    return m_file->point(m_page, m_point) != nullptr;
-}
+bool CRCalFile::CCalPoint::getExists() const { return m_file->point(m_page, m_point) != nullptr; }
 
-#define QV_DEFINE_POINT(X, Type, member, changeKind)                            \
-    Type CRCalFile::CCalPoint::get##X() const {                                 \
-        return read(m_file->point(m_page, m_point), &CAL_POINT::member);        \
-    }                                                                           \
-    void CRCalFile::CCalPoint::set##X(Type value) {                             \
-        if (write(m_file->point(m_page, m_point), &CAL_POINT::member, value)) { \
-            m_file->propagate(RCalChange::changeKind, m_page, m_point);         \
-        }                                                                       \
+#define QV_DEFINE_POINT(X, Type, member, changeKind)                                                               \
+    Type CRCalFile::CCalPoint::get##X() const { return read(m_file->point(m_page, m_point), &CAL_POINT::member); } \
+    void CRCalFile::CCalPoint::set##X(Type value) {                                                                \
+        if (write(m_file->point(m_page, m_point), &CAL_POINT::member, value)) {                                    \
+            m_file->propagate(RCalChange::changeKind, m_page, m_point);                                            \
+        }                                                                                                          \
     }
 QV_DEFINE_POINT(Temperature, double, temperature, pointTemperature)
 QV_DEFINE_POINT(Emissivity, double, emissivity, pointValue)
@@ -132,9 +110,7 @@ QV_DEFINE_POINT(ReflectedEmissivity, double, reflectedEmissivity, pointValue)
 QV_DEFINE_POINT(ReflectedRadianceType, EReflectedRadianceType, reflectedRadianceType, pointValue)
 #undef QV_DEFINE_POINT
 
-double CRCalFile::CCalPoint::getRadiance() const {
-    return read(m_file->point(m_page, m_point), &CAL_POINT::radiance);
-}
+double CRCalFile::CCalPoint::getRadiance() const { return read(m_file->point(m_page, m_point), &CAL_POINT::radiance); }
 
 int32_t CRCalFile::CCalPoints::Add(const CAL_POINT& point) {
     CAL_PAGE* page = m_file->page(m_page);
@@ -163,9 +139,7 @@ int32_t CRCalFile::CCalPoints::getNumEnabled() const {
 
 // Pages --------------------------------------------------------------------------------------------------------------
 
-bool CRCalFile::CCalPage::getExists() const {
-    return m_file->page(m_page) != nullptr;
-}
+bool CRCalFile::CCalPage::getExists() const { return m_file->page(m_page) != nullptr; }
 
 int32_t CRCalFile::CCalPage::getPolyOrder() const {
     int32_t order = 0;
@@ -223,19 +197,15 @@ int32_t CRCalFile::CCalPages::Add(const CAL_PAGE& page) {
 bool CRCalFile::CCalPages::Remove(int32_t index) {
     return m_file->page(index) != nullptr && m_file->m_document->pages.Remove(static_cast<uint32_t>(index));
 }
-int32_t CRCalFile::CCalPages::getCount() const {
-    return static_cast<int32_t>(m_file->m_document->pages.size());
-}
+int32_t CRCalFile::CCalPages::getCount() const { return static_cast<int32_t>(m_file->m_document->pages.size()); }
 
 // The spectral side --------------------------------------------------------------------------------------------------
 
-#define QV_DEFINE_TOPHAT(X, member)                   \
-    double CRCalFile::CTophat::get##X() const {       \
-        return m_file->m_document->member;            \
-    }                                                 \
-    void CRCalFile::CTophat::set##X(double microns) { \
-        m_file->m_document->member = microns;         \
-        m_file->propagate(RCalChange::tophat);        \
+#define QV_DEFINE_TOPHAT(X, member)                                                  \
+    double CRCalFile::CTophat::get##X() const { return m_file->m_document->member; } \
+    void CRCalFile::CTophat::set##X(double microns) {                                \
+        m_file->m_document->member = microns;                                        \
+        m_file->propagate(RCalChange::tophat);                                       \
     }
 QV_DEFINE_TOPHAT(Start, tophatStart)
 QV_DEFINE_TOPHAT(End, tophatEnd)
@@ -252,9 +222,7 @@ void CRCalFile::CSpectralResponse::setType(ESpectralResponseType type) {
     d.spectralEnabled = toFile && !d.spectralFile.IsEmpty();
     m_file->propagate(toFile ? RCalChange::typeToFile : RCalChange::typeToTophat);
 }
-const CString& CRCalFile::CSpectralResponse::getFile() const {
-    return m_file->m_document->spectralFile;
-}
+const CString& CRCalFile::CSpectralResponse::getFile() const { return m_file->m_document->spectralFile; }
 void CRCalFile::CSpectralResponse::setFile(const CString& path) {
     Document& d = *m_file->m_document;
     d.spectralFile = path;
@@ -262,9 +230,7 @@ void CRCalFile::CSpectralResponse::setFile(const CString& path) {
     d.spectralEnabled = d.spectralType == StoredResponseType::file && !path.IsEmpty();
     m_file->propagate(RCalChange::spectralFile);
 }
-EResponseStatus CRCalFile::CSpectralResponse::getStatus() const {
-    return m_file->m_document->spectralStatus;
-}
+EResponseStatus CRCalFile::CSpectralResponse::getStatus() const { return m_file->m_document->spectralStatus; }
 double CRCalFile::CSpectralResponse::getBandpassLow() const {
     double low = 0.0;
     double high = 0.0;
@@ -284,17 +250,13 @@ CRCalFile::CCurve CRCalFile::CSpectralResponse::getRawCurve() const {
     return {&m_file->m_document->response.rawX, &m_file->m_document->response.rawY};
 }
 
-bool CRCalFile::CAdditionalResponse::getEnabled() const {
-    return read(m_file->response(m_index), &RESPONCE::enabled);
-}
+bool CRCalFile::CAdditionalResponse::getEnabled() const { return read(m_file->response(m_index), &RESPONCE::enabled); }
 void CRCalFile::CAdditionalResponse::setEnabled(bool enabled) {
     if (write(m_file->response(m_index), &RESPONCE::enabled, enabled)) {
         m_file->propagate(RCalChange::additionalResponse, -1, m_index);
     }
 }
-CString CRCalFile::CAdditionalResponse::getFile() const {
-    return read(m_file->response(m_index), &RESPONCE::file);
-}
+CString CRCalFile::CAdditionalResponse::getFile() const { return read(m_file->response(m_index), &RESPONCE::file); }
 void CRCalFile::CAdditionalResponse::setFile(const CString& path) {
     if (write(m_file->response(m_index), &RESPONCE::file, path)) {
         m_file->propagate(RCalChange::additionalResponse, -1, m_index);
@@ -329,16 +291,12 @@ int32_t CRCalFile::CAdditionalResponses::getCount() const {
     return static_cast<int32_t>(m_file->m_document->additionalResponses.size());
 }
 
-const CString& CRCalFile::CModtran::getFile() const {
-    return m_file->m_document->modtranFile;
-}
+const CString& CRCalFile::CModtran::getFile() const { return m_file->m_document->modtranFile; }
 void CRCalFile::CModtran::setFile(const CString& path) {
     m_file->m_document->modtranFile = path;
     m_file->propagate(RCalChange::modtranFile);
 }
-EResponseStatus CRCalFile::CModtran::getStatus() const {
-    return m_file->m_document->modtranStatus;
-}
+EResponseStatus CRCalFile::CModtran::getStatus() const { return m_file->m_document->modtranStatus; }
 
 bool CRCalFile::CModtranCurve::getEnabled() const {
     const Document& d = *m_file->m_document;

@@ -23,11 +23,14 @@ bool takeNumber(std::u16string_view& text, char16_t separator, double& value) {
     return true;
 }
 
+/// Room for as many values as there can be: the array grows by small steps.
+void reserveFor(std::u16string_view text, char16_t separator, TArray<double>& values) {
+    values.reserve(static_cast<uint32_t>(std::count(text.begin(), text.end(), separator) + 1));
+}
+
 }  // namespace
 
-CString formatReal(double value) {
-    return CString::FromFormat(u"%0.14g", value);
-}
+CString formatReal(double value) { return CString::FromFormat(u"%0.14g", value); }
 
 CString formatList(const TArray<double>& values) {
     CString text(u"");
@@ -42,6 +45,8 @@ CString formatList(const TArray<double>& values) {
 void parseList(const CString& text, TArray<double>& values) {
     values.Empty();
     std::u16string_view rest = text;
+    if (rest.empty()) return;
+    reserveFor(rest, u',', values);
     double value = 0.0;
     while (takeNumber(rest, u',', value) && values.Add(value)) {
     }
@@ -64,6 +69,9 @@ void parsePairs(const CString& text, TArray<double>& x, TArray<double>& y) {
     x.Empty();
     y.Empty();
     std::u16string_view rest = text;
+    if (rest.empty()) return;
+    reserveFor(rest, u'|', x);
+    reserveFor(rest, u'|', y);
     double first = 0.0;
     double second = 0.0;
     while (takeNumber(rest, u',', first) && takeNumber(rest, u'|', second)) {

@@ -156,12 +156,17 @@ void onChild(const CNode& parent, const char16_t* name, Read read) {
     if (const CNode* child = parent.FindChild(name)) read(*child);
 }
 
-/// Runs `read` on each child `name` of the child `list`.
-template <class Read>
-void onEach(const CNode& parent, const char16_t* list, const char16_t* name, Read read) {
+/// Adds an element for each child `name` of the child `list`, which `read` fills.
+template <class T, class Read>
+void onEach(const CNode& parent, const char16_t* list, const char16_t* name, TArray<T>& elements, Read read) {
     const CNode* container = parent.FindChild(list);
     if (container == nullptr) return;
-    for (const CNode* child = container->FindChild(name); child != nullptr; child = child->FindNext(name)) read(*child);
+    elements.reserve(container->NumChildren(name));  // arrays grow by small steps
+    for (const CNode* child = container->FindChild(name); child != nullptr; child = child->FindNext(name)) {
+        T element;
+        read(*child, element);
+        elements.Add(element);
+    }
 }
 
 void loadOverride(const CNode& page, const char16_t* name, POLY_OVERRIDE& polynomial) {
@@ -187,20 +192,16 @@ void loadPage(const CNode& node, CAL_PAGE& p) {
     loadOverride(node, u"tempCoeffsOverride", p.tempCoeffsOverride);
     onChild(node, u"tpfact", [&](const CNode& child) { tpfact(Reader(child), p); });
     onChild(node, u"background", [&](const CNode& child) { background(Reader(child), p); });
-    onEach(node, u"backgroundFiles", u"backgroundFile", [&](const CNode& child) {
-        BACKGROUND_FILE picture;
-        int32_t type = static_cast<int32_t>(picture.type);
-        backgroundFile(Reader(child), picture, type);
-        picture.type = static_cast<EDataType>(type);
-        loadPixels(child, picture);
-        p.backgroundFiles.Add(picture);
-    });
+    onEach(node, u"backgroundFiles", u"backgroundFile", p.backgroundFiles,
+           [](const CNode& child, BACKGROUND_FILE& picture) {
+               int32_t type = static_cast<int32_t>(picture.type);
+               backgroundFile(Reader(child), picture, type);
+               picture.type = static_cast<EDataType>(type);
+               loadPixels(child, picture);
+           });
     onChild(node, u"check", [&](const CNode& child) { check(Reader(child), p); });
-    onEach(node, u"calPoints", u"calPoint", [&](const CNode& child) {
-        CAL_POINT read;
-        calPoint(Reader(child), read);
-        p.points.Add(read);
-    });
+    onEach(node, u"calPoints", u"calPoint", p.points,
+           [](const CNode& child, CAL_POINT& point) { calPoint(Reader(child), point); });
     onChild(node, u"lookup", [&](const CNode& child) {
         lookup(Reader(child), p);
         parsePairs(child.value, p.lookupRadiance, p.lookupTemperature);
@@ -287,17 +288,12 @@ void RCalXml::load(const CNode& root) {
         parsePairs(node.value, x, y);
         splitCurves(x, y, d.totalTransmission, d.pathThermal);
     });
-    onEach(root, u"additonalResponses", u"additionalResponse", [&](const CNode& node) {
-        RESPONCE added;
-        additionalResponse(Reader(node), added);
-        parsePairs(node.value, added.curve.rawX, added.curve.rawY);
-        d.additionalResponses.Add(added);
-    });
-    onEach(root, u"calPages", u"calPage", [&](const CNode& node) {
-        CAL_PAGE page;
-        loadPage(node, page);
-        d.pages.Add(page);
-    });
+    onEach(root, u"additonalResponses", u"additionalResponse", d.additionalResponses,
+           [](const CNode& node, RESPONCE& added) {
+               additionalResponse(Reader(node), added);
+               parsePairs(node.value, added.curve.rawX, added.curve.rawY);
+           });
+    onEach(root, u"calPages", u"calPage", d.pages, loadPage);
     loadTags(root, d.tags);
 }
 

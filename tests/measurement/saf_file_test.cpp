@@ -8,26 +8,15 @@
 
 #include "qv/diagnostic.h"
 #include "qv/tag_file.h"
+#include "support/memory_file.h"
 #include "support/temp_folder.h"
 
 namespace qv {
 namespace {
 
+using test::bytesOf;
+using test::memoryFile;
 using test::TempFolder;
-
-TSharedPtr<IFile> memoryFile(const std::string& bytes) {
-    TSharedPtr<CMemFile> file = CMemFile::Create();
-    file->WriteBytes(bytes.data(), static_cast<uint32_t>(bytes.size()));
-    file->SeekToBegin();
-    return file;
-}
-
-std::string bytesOf(IFile& file) {
-    std::string bytes(static_cast<size_t>(file.GetSize()), '\0');
-    file.SeekToBegin();
-    file.ReadBytes(bytes.data(), static_cast<uint32_t>(bytes.size()));
-    return bytes;
-}
 
 std::string narrow(const char16_t* text) { return text == nullptr ? "(null)" : CStringMB(text).c_str(); }
 

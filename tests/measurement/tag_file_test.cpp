@@ -6,24 +6,14 @@
 
 #include "qv/diagnostic.h"
 #include "qv/file.h"
+#include "support/memory_file.h"
 #include "qv/xml_file.h"
 
 namespace qv {
 namespace {
 
-TSharedPtr<IFile> memoryFile(const std::string& bytes) {
-    TSharedPtr<CMemFile> file = CMemFile::Create();
-    file->WriteBytes(bytes.data(), static_cast<uint32_t>(bytes.size()));
-    file->SeekToBegin();
-    return file;
-}
-
-std::string bytesOf(IFile& file) {
-    std::string bytes(static_cast<size_t>(file.GetSize()), '\0');
-    file.SeekToBegin();
-    file.ReadBytes(bytes.data(), static_cast<uint32_t>(bytes.size()));
-    return bytes;
-}
+using test::bytesOf;
+using test::memoryFile;
 
 std::string operator""_b(const char* text, size_t size) { return std::string(text, size); }
 

@@ -64,8 +64,8 @@ protected:
     }
 
     std::vector<float> result(const std::string& arguments) {
-        const Outcome outcome = shop.run("calibrate " + arguments + " -o out.saf --force");
-        EXPECT_EQ(outcome.code, 0) << outcome.err;
+        const ToolRun outcome = shop.qv("calibrate " + arguments + " -o out.saf --force");
+        EXPECT_EQ(outcome.exitCode, 0) << outcome.error;
         return dataOf<float>(shop.file("out.saf"));
     }
 
@@ -116,15 +116,15 @@ TEST_F(Calibrate, KeepsTheSourcesTagsAndCountsWhatLiesOutsideTheRange) {
     std::string bytes = recording<uint16_t>(3, 2, "UInt16", {low, low, middle, middle, middle, high});
     bytes.insert(bytes.find("DATA"), "Camera MW1\r\n");
     shop.write("counts.saf", bytes);
-    const Outcome outcome = shop.run("calibrate counts.saf --rcal one.rcal -o out.saf --json");
-    ASSERT_EQ(outcome.code, 0) << outcome.err;
+    const ToolRun outcome = shop.qv("calibrate counts.saf --rcal one.rcal -o out.saf --json");
+    ASSERT_EQ(outcome.exitCode, 0) << outcome.error;
     auto facts = JsonReader::flatten(outcome.out);
     EXPECT_EQ(facts["schema"], "qv.calibrate.1");
     EXPECT_EQ(facts["pixels"], "6");
     EXPECT_EQ(facts["belowRange"], "2");
     EXPECT_EQ(facts["aboveRange"], "1");
     EXPECT_EQ(facts["calibratedLowCelsius"], "10");
-    EXPECT_EQ(shop.run("tags get out.saf Camera DaType DaUnit CaPage").out, "MW1\nFlt32\nC\n0\n");
+    EXPECT_EQ(shop.qv("tags get out.saf Camera DaType DaUnit CaPage").out, "MW1\nFlt32\nC\n0\n");
     EXPECT_NEAR(dataOf<float>(shop.file("out.saf"))[2], 60.0, 0.1);
 }
 
@@ -143,7 +143,7 @@ TEST_F(Calibrate, SaysWhatIsWrongInOneSentenceAndLeavesNothingBehind) {
     shop.write("raw.saf", "1234567890");
     shop.write("broken.rcal", shop.read("one.rcal").substr(0, 700));
     shop.write("empty.rcal", "");
-    const std::vector<std::string> before = shop.leftovers();
+    const std::vector<std::string> before = shop.listing();
     const struct {
         const char* arguments;
         int code;
@@ -173,22 +173,22 @@ TEST_F(Calibrate, SaysWhatIsWrongInOneSentenceAndLeavesNothingBehind) {
         {"good.saf --rcal one.rcal -o .", 5, "folder"},
     };
     for (const auto& row : cases) {
-        const Outcome outcome = shop.run(std::string("calibrate ") + row.arguments);
-        EXPECT_EQ(outcome.code, row.code) << row.arguments << '\n' << outcome.err;
-        EXPECT_TRUE(isOneSentence(outcome.err)) << row.arguments << '\n' << outcome.err;
-        EXPECT_NE(outcome.err.find(row.names), std::string::npos) << row.arguments << '\n' << outcome.err;
+        const ToolRun outcome = shop.qv(std::string("calibrate ") + row.arguments);
+        EXPECT_EQ(outcome.exitCode, row.code) << row.arguments << '\n' << outcome.error;
+        EXPECT_TRUE(isOneSentence(outcome.error)) << row.arguments << '\n' << outcome.error;
+        EXPECT_NE(outcome.error.find(row.names), std::string::npos) << row.arguments << '\n' << outcome.error;
         EXPECT_EQ(outcome.out, "");
     }
-    EXPECT_EQ(shop.leftovers(), before);
+    EXPECT_EQ(shop.listing(), before);
     EXPECT_TRUE(shop.read("good.saf") == good);
 }
 
 TEST_F(Calibrate, TellsUsageErrorsApart) {
-    EXPECT_EQ(shop.run("calibrate run.saf --rcal one.rcal").code, 2);
-    EXPECT_EQ(shop.run("calibrate run.saf --rcal one.rcal -o o.saf --unit X").code, 2);
-    EXPECT_EQ(shop.run("nothing").code, 2);
-    EXPECT_EQ(shop.run("").code, 2);
-    EXPECT_EQ(shop.run("calibrate --help").code, 0);
+    EXPECT_EQ(shop.qv("calibrate run.saf --rcal one.rcal").exitCode, 2);
+    EXPECT_EQ(shop.qv("calibrate run.saf --rcal one.rcal -o o.saf --unit X").exitCode, 2);
+    EXPECT_EQ(shop.qv("nothing").exitCode, 2);
+    EXPECT_EQ(shop.qv("").exitCode, 2);
+    EXPECT_EQ(shop.qv("calibrate --help").exitCode, 0);
 }
 
 TEST_F(Calibrate, WarnsOfAResponseThatCannotBeLoaded) {
@@ -196,9 +196,9 @@ TEST_F(Calibrate, WarnsOfAResponseThatCannotBeLoaded) {
     ASSERT_TRUE(calibration.Load(&fileSystem(), CString(shop.file("one.rcal")).c_str(), 0));
     calibration.additionalResponses().Add(u"/nowhere/lens.txt");
     ASSERT_TRUE(calibration.Save(&fileSystem(), CString(shop.file("lens.rcal")).c_str(), CRCalFile::saveXml));
-    const Outcome outcome = shop.run("calibrate --quiet run.saf --rcal lens.rcal -o out.saf");
-    EXPECT_EQ(outcome.code, 0);
-    EXPECT_NE(outcome.err.find("/nowhere/lens.txt: file does not exist"), std::string::npos) << outcome.err;
+    const ToolRun outcome = shop.qv("calibrate --quiet run.saf --rcal lens.rcal -o out.saf");
+    EXPECT_EQ(outcome.exitCode, 0);
+    EXPECT_NE(outcome.error.find("/nowhere/lens.txt: file does not exist"), std::string::npos) << outcome.error;
 }
 
 }  // namespace

@@ -54,8 +54,8 @@ double meanAt(const std::vector<float>& values, const Truth& truth, size_t frame
 
 TEST(Demo, RecoversEveryTrueTemperatureWithinTwoTenthsOfAKelvin) {
     const Workshop shop;
-    const Outcome demo = shop.run("demo data");
-    ASSERT_EQ(demo.code, 0) << demo.err;
+    const ToolRun demo = shop.qv("demo data");
+    ASSERT_EQ(demo.exitCode, 0) << demo.error;
     EXPECT_NE(demo.out.find("within 0.2 K"), std::string::npos);
     const std::vector<float> values = dataOf<float>(shop.file("data/celsius.saf"));
     ASSERT_EQ(values.size(), width * height * frames);
@@ -71,11 +71,11 @@ TEST(Demo, RecoversEveryTrueTemperatureWithinTwoTenthsOfAKelvin) {
 
 TEST(Demo, SoDoesThePagesOwnPolynomial) {
     const Workshop shop;
-    ASSERT_EQ(shop.run("demo data").code, 0);
-    const Outcome outcome = shop.run(
+    ASSERT_EQ(shop.qv("demo data").exitCode, 0);
+    const ToolRun outcome = shop.qv(
         "calibrate data/counts.saf --rcal data/camera.rcal --emissivity 0.95 --reflected 22 --inverse polynomial -o "
         "p.saf");
-    ASSERT_EQ(outcome.code, 0) << outcome.err;
+    ASSERT_EQ(outcome.exitCode, 0) << outcome.error;
     const std::vector<float> values = dataOf<float>(shop.file("p.saf"));
     for (const Truth& truth : readTruth(shop.read("data/truth.csv"))) {
         EXPECT_NEAR(meanAt(values, truth, 0), truth.celsius, 0.2) << truth.name;
@@ -84,14 +84,14 @@ TEST(Demo, SoDoesThePagesOwnPolynomial) {
 
 TEST(Demo, GivesTheSameDataEachTimeAndReplacesThemOnlyWhenForced) {
     const Workshop shop;
-    ASSERT_EQ(shop.run("demo data").code, 0);
+    ASSERT_EQ(shop.qv("demo data").exitCode, 0);
     const std::string raw = shop.read("data/frames.raw");
-    const Outcome again = shop.run("demo data");
-    EXPECT_EQ(again.code, 1);
-    EXPECT_TRUE(isOneSentence(again.err)) << again.err;
-    ASSERT_EQ(shop.run("demo data --force").code, 0);
+    const ToolRun again = shop.qv("demo data");
+    EXPECT_EQ(again.exitCode, 1);
+    EXPECT_TRUE(isOneSentence(again.error)) << again.error;
+    ASSERT_EQ(shop.qv("demo data --force").exitCode, 0);
     EXPECT_TRUE(shop.read("data/frames.raw") == raw);
-    ASSERT_EQ(shop.run("demo other").code, 0);
+    ASSERT_EQ(shop.qv("demo other").exitCode, 0);
     EXPECT_TRUE(shop.read("other/frames.raw") == raw);
     EXPECT_EQ(shop.read("other/points.csv"), shop.read("data/points.csv"));
 }

@@ -9,8 +9,8 @@ TEST(Import, WritesAHeaderAndTheFramesBehindIt) {
     const Workshop shop;
     shop.write("a.raw", std::string("\x01\x00\x02\x00\x03\x00\x04\x01", 8));
     shop.write("b.raw", std::string("\x05\x00\x06\x00\x07\x00\x08\x00", 8));
-    const Outcome outcome = shop.run("import --raw 2x2 --type uint16 a.raw b.raw --tag Camera=MW1 -o run.saf");
-    ASSERT_EQ(outcome.code, 0) << outcome.err;
+    const ToolRun outcome = shop.qv("import --raw 2x2 --type uint16 a.raw b.raw --tag Camera=MW1 -o run.saf");
+    ASSERT_EQ(outcome.exitCode, 0) << outcome.error;
     EXPECT_EQ(outcome.out, "run.saf: 2 frames of 2 x 2, UInt16\n");
     const std::string head =
         "HdSize auto\r\nKeyWrd IMG\r\nxPixls 2\r\nyPixls 2\r\nNumDPs 2\r\nDaType UInt16\r\nBytOrd LSBFirst\r\n"
@@ -35,11 +35,11 @@ TEST(Import, TurnsElementsIntoLittleEndian) {
         {"1x1", "uint64", std::string("\x08\x07\x06\x05\x04\x03\x02\x01", 8)},
     };
     for (const auto& row : cases) {
-        const Outcome outcome = shop.run("import --big-endian --force --raw " + std::string(row.size) + " --type " +
-                                         row.type + " a.raw -o run.saf");
-        ASSERT_EQ(outcome.code, 0) << outcome.err;
+        const ToolRun outcome = shop.qv("import --big-endian --force --raw " + std::string(row.size) + " --type " +
+                                        row.type + " a.raw -o run.saf");
+        ASSERT_EQ(outcome.exitCode, 0) << outcome.error;
         EXPECT_TRUE(bytesOf(dataOf<char>(shop.file("run.saf"))) == row.data) << row.type;
-        EXPECT_EQ(shop.run("info run.saf").code, 0);
+        EXPECT_EQ(shop.qv("info run.saf").exitCode, 0);
     }
 }
 
@@ -48,7 +48,7 @@ TEST(Import, RefusesWhatDoesNotFitAndLeavesNothingBehind) {
     shop.write("a.raw", "12345678");
     shop.write("short.raw", "1234567");
     shop.write("empty.raw", "");
-    const std::vector<std::string> before = shop.leftovers();
+    const std::vector<std::string> before = shop.listing();
     const struct {
         const char* arguments;
         int code;
@@ -68,12 +68,12 @@ TEST(Import, RefusesWhatDoesNotFitAndLeavesNothingBehind) {
         {"--raw 2x2 a.raw -o a.raw", 1, "exists already"},
     };
     for (const auto& row : cases) {
-        const Outcome outcome = shop.run(std::string("import ") + row.arguments);
-        EXPECT_EQ(outcome.code, row.code) << row.arguments << '\n' << outcome.err;
-        EXPECT_TRUE(isOneSentence(outcome.err)) << row.arguments << '\n' << outcome.err;
-        EXPECT_NE(outcome.err.find(row.names), std::string::npos) << row.arguments << '\n' << outcome.err;
+        const ToolRun outcome = shop.qv(std::string("import ") + row.arguments);
+        EXPECT_EQ(outcome.exitCode, row.code) << row.arguments << '\n' << outcome.error;
+        EXPECT_TRUE(isOneSentence(outcome.error)) << row.arguments << '\n' << outcome.error;
+        EXPECT_NE(outcome.error.find(row.names), std::string::npos) << row.arguments << '\n' << outcome.error;
     }
-    EXPECT_EQ(shop.leftovers(), before);
+    EXPECT_EQ(shop.listing(), before);
     EXPECT_EQ(shop.read("a.raw"), "12345678");
 }
 

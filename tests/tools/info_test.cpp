@@ -43,8 +43,8 @@ protected:
 };
 
 TEST_F(Info, TellsEachKindByItsContent) {
-    const Outcome outcome = shop.run("info run.saf plain.saf camera.rcal tags.xml tags.bin --json");
-    EXPECT_EQ(outcome.code, 0) << outcome.err;
+    const ToolRun outcome = shop.qv("info run.saf plain.saf camera.rcal tags.xml tags.bin --json");
+    EXPECT_EQ(outcome.exitCode, 0) << outcome.error;
     auto facts = JsonReader::flatten(outcome.out);
     EXPECT_EQ(facts["schema"], "qv.info.1");
     EXPECT_EQ(facts["files.0.kind"], "recording");
@@ -70,7 +70,7 @@ TEST_F(Info, TellsEachKindByItsContent) {
 }
 
 TEST_F(Info, PrintsTablesWithUnitsInTheirHeads) {
-    const std::string out = shop.run("info camera.rcal tags.xml run.saf").out;
+    const std::string out = shop.qv("info camera.rcal tags.xml run.saf").out;
     for (const char* wanted : {"camera.rcal: calibration\n", "temperature [C]", "radiance [W/(sr-cm^2)]",
                                "top-hat from 3.5 to 5 um", "Sensor Info\n", "run.saf: recording\n", "2 pixels\n"}) {
         EXPECT_NE(out.find(wanted), std::string::npos) << wanted << "\n" << out;
@@ -85,15 +85,15 @@ TEST_F(Info, EndsWithTheCodeOfTheWorstFileAndStillPrintsTheOthers) {
         const char* files;
         int code;
     } cases[] = {{"run.saf", 0},  {"cut.saf", 4},      {"cut.rcal run.saf", 4},
-                 {"cut.bin", 4},  {".out run.saf", 3}, {"absent run.saf .err", 5},
+                 {"cut.bin", 4},  {".out run.saf", 3}, {"absent run.saf .error", 5},
                  {". run.saf", 5}};
     for (const auto& row : cases) {
-        const Outcome outcome = shop.run(std::string("info ") + row.files);
-        EXPECT_EQ(outcome.code, row.code) << row.files << '\n' << outcome.err;
+        const ToolRun outcome = shop.qv(std::string("info ") + row.files);
+        EXPECT_EQ(outcome.exitCode, row.code) << row.files << '\n' << outcome.error;
         if (std::string(row.files).find("run.saf") == std::string::npos) continue;
         EXPECT_NE(outcome.out.find("run.saf: recording"), std::string::npos) << row.files;
     }
-    EXPECT_TRUE(isOneSentence(shop.run("info cut.saf").err));
+    EXPECT_TRUE(isOneSentence(shop.qv("info cut.saf").error));
 }
 
 }  // namespace

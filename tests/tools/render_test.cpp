@@ -35,8 +35,8 @@ class Render : public testing::Test {
 protected:
     void SetUp() override { shop.write("run.saf", recording<float>(2, 2, "Flt32", {20, 40, 20, 40, 10, 30, 10, 30})); }
     Picture draw(const std::string& arguments) {
-        const Outcome outcome = shop.run("render run.saf --force -o frame.png " + arguments);
-        EXPECT_EQ(outcome.code, 0) << outcome.err;
+        const ToolRun outcome = shop.qv("render run.saf --force -o frame.png " + arguments);
+        EXPECT_EQ(outcome.exitCode, 0) << outcome.error;
         return readPng(shop.read("frame.png"));
     }
     Workshop shop;
@@ -68,7 +68,7 @@ TEST_F(Render, MarksPixelsWithoutAValueInAColourOfNoPalette) {
 }
 
 TEST_F(Render, StatesItsFacts) {
-    const Outcome outcome = shop.run("render run.saf --frame 1 -o frame.png --json");
+    const ToolRun outcome = shop.qv("render run.saf --frame 1 -o frame.png --json");
     auto facts = JsonReader::flatten(outcome.out);
     EXPECT_EQ(facts["schema"], "qv.render.1");
     EXPECT_EQ(facts["low"], "10");
@@ -77,7 +77,7 @@ TEST_F(Render, StatesItsFacts) {
 }
 
 TEST_F(Render, SaysWhatIsWrongAndLeavesNothingBehind) {
-    const std::vector<std::string> before = shop.leftovers();
+    const std::vector<std::string> before = shop.listing();
     const struct {
         const char* arguments;
         int code;
@@ -91,11 +91,11 @@ TEST_F(Render, SaysWhatIsWrongAndLeavesNothingBehind) {
         {".out -o f.png", 3},
     };
     for (const auto& row : cases) {
-        const Outcome outcome = shop.run(std::string("render ") + row.arguments);
-        EXPECT_EQ(outcome.code, row.code) << row.arguments << '\n' << outcome.err;
-        EXPECT_TRUE(isOneSentence(outcome.err)) << row.arguments << '\n' << outcome.err;
+        const ToolRun outcome = shop.qv(std::string("render ") + row.arguments);
+        EXPECT_EQ(outcome.exitCode, row.code) << row.arguments << '\n' << outcome.error;
+        EXPECT_TRUE(isOneSentence(outcome.error)) << row.arguments << '\n' << outcome.error;
     }
-    EXPECT_EQ(shop.leftovers(), before);
+    EXPECT_EQ(shop.listing(), before);
 }
 
 }  // namespace

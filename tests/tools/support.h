@@ -1,67 +1,33 @@
-// Runs the built tool as a script would, and makes the small files that it is run on.
+// The small files that the tool is run on, and readers for what it makes of them.
 #pragma once
 
-#include <sys/wait.h>
-
+#include <algorithm>
 #include <cstdint>
 #include <cstdlib>
-#include <fstream>
-#include <iterator>
 #include <map>
 #include <stdexcept>
 #include <string>
 #include <vector>
 
 #include "qv/saf_file.h"
-#include "support/temp_folder.h"
+#include "tools/tool.h"
 
 namespace qv::test {
 
-inline std::string contentOf(const std::string& path) {
-    std::ifstream file(path, std::ios::binary);
-    return {std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
-}
-
-inline bool exists(const std::string& path) { return std::ifstream(path).good(); }
-
-inline void writeFile(const std::string& path, const std::string& bytes) {
-    std::ofstream(path, std::ios::binary).write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
-}
-
-struct Outcome {
-    int code = -1;  ///< -1 when a signal ended the tool.
-    std::string out;
-    std::string err;
-};
-
-/// A fresh folder in which the tool runs.
-class Workshop {
+/// A folder in which the program runs, with what the tests of recordings need besides.
+class Workshop : public Workplace {
 public:
-    std::string file(const std::string& name) const { return narrowPath() + "/" + name; }
-    void write(const std::string& name, const std::string& bytes) const { writeFile(file(name), bytes); }
-    std::string read(const std::string& name) const { return contentOf(file(name)); }
-    bool has(const std::string& name) const { return exists(file(name)); }
-
-    /// `qv ARGUMENTS`, as the shell reads them.
-    Outcome run(const std::string& arguments) const {
-        const std::string command =
-            "cd '" + narrowPath() + "' && '" QV_TOOL "' " + arguments + " >.out 2>.err </dev/null";
-        const int status = std::system(command.c_str());
-        return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, read(".out"), read(".err")};
-    }
-
-    /// The names of what the tool left in the folder.
-    std::vector<std::string> leftovers() const {
+    std::string file(const std::string& name) const { return path() + "/" + name; }
+    /// The names in the folder, those that begin with a dot apart.
+    std::vector<std::string> listing() const {
         std::vector<std::string> names;
-        std::system(("ls '" + narrowPath() + "' >'" + file(".names") + "'").c_str());
-        std::ifstream list(file(".names"));
-        for (std::string name; std::getline(list, name);) names.push_back(name);
+        for (const auto& entry : std::filesystem::directory_iterator(path())) {
+            const std::string name = entry.path().filename().string();
+            if (!name.starts_with('.')) names.push_back(name);
+        }
+        std::sort(names.begin(), names.end());
         return names;
     }
-
-private:
-    std::string narrowPath() const { return CStringMB(m_folder.path().c_str()).c_str(); }
-    TempFolder m_folder;
 };
 
 /// The data segment of a measurement file as elements.
@@ -69,7 +35,7 @@ template <class T>
 std::vector<T> dataOf(const std::string& path) {
     CSAFFile header;
     if (!header.Load(CString(path).c_str())) throw std::runtime_error(path + " has no header");
-    const std::string bytes = contentOf(path).substr(header.GetDataPosition());
+    const std::string bytes = readFile(path).substr(header.GetDataPosition());
     std::vector<T> values(bytes.size() / sizeof(T));
     bytes.copy(reinterpret_cast<char*>(values.data()), values.size() * sizeof(T));
     return values;

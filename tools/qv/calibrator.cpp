@@ -13,7 +13,8 @@ namespace {
 
 constexpr double absoluteZeroCelsius = -273.15;
 constexpr double notANumber = std::numeric_limits<double>::quiet_NaN();
-/// How far the inverse table reaches beyond the calibrated range: enough that pixels outside it still get a temperature.
+/// How far the inverse table reaches beyond the calibrated range: enough that pixels outside it still get a
+/// temperature.
 constexpr double marginKelvin = 150.0;
 constexpr double lowestCelsius = -200.0;
 constexpr double firstStepKelvin = 2.0;
@@ -102,6 +103,9 @@ double InverseTable::temperature(double radiance) const {
 
 Calibrator::Calibrator(qv::CRCalFile& calibration, const CalibratorOptions& options, const std::string& name)
     : m_options(options) {
+    if (calibration.axis().getCount() == 0) {
+        throw Failure(Exit::damaged, name + ": has no spectral response, so no radiance can be calculated");
+    }
     if (!options.secondPage) {
         addPage(calibration, options.page, 1.0, name);
     } else {
@@ -201,8 +205,8 @@ std::string Calibrator::unit() const {
 
 std::string Calibrator::assumptions() const {
     std::string text = m_options.secondPage ? "pages " + std::to_string(m_options.page) + " and " +
-                                                  std::to_string(*m_options.secondPage) + " at instrument temperature " +
-                                                  number(m_options.instrument)
+                                                  std::to_string(*m_options.secondPage) +
+                                                  " at instrument temperature " + number(m_options.instrument)
                                             : "page " + std::to_string(m_options.page);
     text += ", emissivity " + number(m_options.emissivity);
     text += m_options.reflectedCelsius ? ", reflected temperature " + number(*m_options.reflectedCelsius) + " C"

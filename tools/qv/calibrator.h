@@ -18,8 +18,8 @@ enum class Inverse { automatic, polynomial, table };
 /// What the user asks for.
 struct CalibratorOptions {
     int32_t page = 0;
-    std::optional<int32_t> secondPage;      ///< With it, interpolate between two pages at `instrument`.
-    double instrument = 0.0;                ///< Instrument temperature, in the unit of the pages' tags.
+    std::optional<int32_t> secondPage;  ///< With it, interpolate between two pages at `instrument`.
+    double instrument = 0.0;            ///< Instrument temperature, in the unit of the pages' tags.
     Quantity to = Quantity::temperature;
     TemperatureUnit unit = TemperatureUnit::celsius;
     double emissivity = 1.0;
@@ -30,9 +30,9 @@ struct CalibratorOptions {
 /// The page tag that says at which instrument temperature a page was taken.
 inline constexpr char16_t instrumentTag[] = u"InstrumentTemperature";
 
-/// The inverse of a calibration's radiance integral at one emissivity: a table of temperatures over the logarithm of the
-/// radiance, read by cubic interpolation. While it is built its steps are halved until the temperature that it gives
-/// between two entries is within 0.1 mK of the integral's.
+/// The inverse of a calibration's radiance integral at one emissivity: a table of temperatures over the logarithm of
+/// the radiance, read by cubic interpolation. While it is built its steps are halved until the temperature that it
+/// gives between two entries is within 0.1 mK of the integral's.
 class InverseTable {
 public:
     InverseTable(const qv::CRCalFile& calibration, double emissivity, double lowCelsius, double highCelsius);
@@ -54,8 +54,8 @@ private:
     std::vector<double> m_logRadiance;
 };
 
-/// Converts counts. Building one evaluates the radiance integral some thousand times; converting is arithmetic alone, and
-/// may go on in several threads.
+/// Converts counts. Building one evaluates the radiance integral some thousand times; converting is arithmetic alone,
+/// and may go on in several threads.
 class Calibrator {
 public:
     /// Fails when a page is missing or has no coefficients, or when two pages do not say their instrument temperature.

@@ -47,6 +47,9 @@ void remark(const std::string& sentence);
 CLI::App* addCommand(CLI::App& parent, const std::string& name, const std::string& summary, const std::string& examples,
                      std::function<Exit()> body);
 
+/// The examples that a subcommand's help opens with; empty for the program itself.
+std::string examplesOf(const CLI::App& command);
+
 /// The outcome of the chosen subcommand.
 Exit& outcome();
 
@@ -61,5 +64,6 @@ void addImport(CLI::App& root);
 void addCalibrate(CLI::App& root);
 void addRender(CLI::App& root);
 void addDemo(CLI::App& root);
+void addReference(CLI::App& root);
 
 }  // namespace tool

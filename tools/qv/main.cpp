@@ -41,6 +41,7 @@ namespace {
 class ExamplesFirst : public CLI::Formatter {
 public:
     explicit ExamplesFirst(std::string examples) : m_examples(std::move(examples)) {}
+    const std::string& examples() const { return m_examples; }
     std::string make_description(const CLI::App* app) const override {
         return "Examples:\n" + m_examples + "\n\n" + CLI::Formatter::make_description(app);
     }
@@ -50,6 +51,11 @@ private:
 };
 
 }  // namespace
+
+std::string examplesOf(const CLI::App& command) {
+    const auto formatter = std::dynamic_pointer_cast<ExamplesFirst>(command.get_formatter());
+    return formatter == nullptr ? std::string() : formatter->examples();
+}
 
 CLI::App* addCommand(CLI::App& parent, const std::string& name, const std::string& summary, const std::string& examples,
                      std::function<Exit()> body) {
@@ -80,6 +86,7 @@ void describe(CLI::App& root) {
     addCalibrate(root);
     addRender(root);
     addDemo(root);
+    addReference(root);
 }
 
 int run(int argc, char** argv) {
