@@ -77,6 +77,7 @@ public:
     using const_reverse_iterator = std::reverse_iterator<const T*>;
 
     TArray() = default;
+    /// `n` default-constructed elements; empty without memory.
     explicit TArray(uint32_t n) { SetSize(n); }
     TArray(std::initializer_list<T> items) {
         for (const T& item : items) Add(item);
@@ -135,6 +136,7 @@ public:
     /// Stores the growth rate and returns the old one.
     uint16_t SetGrowthRate(uint16_t rate) { return std::exchange(m_growthRate, rate); }
 
+    /// Elements in the array, and those that fit before it has to grow.
     uint32_t size() const { return m_size; }
     uint32_t GetSize() const { return m_size; }
     uint32_t nItems() const { return m_size; }
@@ -145,6 +147,7 @@ public:
 
     // Adding -----------------------------------------------------------------------------------------------------
 
+    /// Appends a copy; `x` may be an element of this array.
     bool Add(const T& x) {
         const Argument item(*this, x);
         if (m_size == 0xFFFFFFFFu || !Dimension(m_size + 1)) return false;
@@ -208,6 +211,7 @@ public:
     /// Removes the element at `pos`; the result is the position of the next one.
     iterator erase(const_iterator pos) { return erase(pos, pos); }
 
+    /// Removes the last element; nothing on an empty array.
     void pop_back() {
         if (m_size != 0) Remove(m_size - 1);
     }
@@ -321,6 +325,7 @@ public:
     T* GetData() { return m_data; }
     const T* GetData() const { return m_data; }
 
+    /// Valid until the array grows or an element is inserted or removed.
     iterator begin() { return m_data; }
     iterator end() { return m_data + m_size; }
     const_iterator begin() const { return m_data; }
@@ -336,6 +341,7 @@ public:
 
     // Element and buffer primitives ------------------------------------------------------------------------------
 
+    /// Constructs or destroys one element in place.
     void Construct(T* p) { ::new (static_cast<void*>(p)) T(); }
     void Destruct(T* p) { p->~T(); }
     /// Room for `n` elements on the process heap; null when there is none.
@@ -443,6 +449,7 @@ class QV_API TSimpleArray {
 
 public:
     TSimpleArray() = default;
+    /// `n` elements, not cleared; empty without memory.
     explicit TSimpleArray(uint32_t n) { SetSize(n); }
     TSimpleArray(const TSimpleArray& other) { Copy(other); }
     virtual ~TSimpleArray() { Destroy(); }
@@ -451,6 +458,7 @@ public:
         return *this;
     }
 
+    /// Ensures a capacity of at least `n`; never shrinks.
     bool Dimension(uint32_t n) {
         if (n <= m_capacity) return true;
         const uint64_t capacity = Private::grownCapacity(m_capacity, n, m_growthRate);
@@ -469,12 +477,14 @@ public:
         return true;
     }
     bool reserve(uint32_t n) { return Dimension(n); }
+    /// Sets the size; the capacity stays when the array gets smaller.
     bool SetSize(uint32_t n) {
         if (!Dimension(n)) return false;
         m_size = n;
         return true;
     }
     bool resize(uint32_t n) { return SetSize(n); }
+    /// Appends `x`.
     bool Add(T x) {
         if (m_size == 0xFFFFFFFFu || !Dimension(m_size + 1)) return false;
         m_data[m_size++] = x;
@@ -496,6 +506,7 @@ public:
         return whole;
     }
 
+    /// Size 0; Empty keeps the buffer, Destroy frees it.
     void Empty() { m_size = 0; }
     void clear() { m_size = 0; }
     void Destroy() {
@@ -503,17 +514,21 @@ public:
         m_data = nullptr;
         m_size = m_capacity = 0;
     }
+    /// Takes over a buffer of `n` elements on the process heap.
     void Attach(T* buffer, uint32_t n) {
         Destroy();
         m_data = buffer;
         m_size = m_capacity = n;
     }
+    /// Gives the buffer to the caller (HeapFree) and leaves the array empty.
     T* Detach() {
         m_size = m_capacity = 0;
         return std::exchange(m_data, nullptr);
     }
+    /// Stores the growth rate and returns the old one.
     uint16_t SetGrowthRate(uint16_t rate) { return std::exchange(m_growthRate, rate); }
 
+    /// Unchecked; neither form extends the array.
     T& operator[](uint32_t i) { return m_data[i]; }
     const T& operator[](uint32_t i) const { return m_data[i]; }
     T* data() { return m_data; }
@@ -542,6 +557,7 @@ template <class T>
 class QV_API TStack : public TArray<T> {
 public:
     using TArray<T>::TArray;
+    /// Appends a copy; false without memory.
     bool Push(const T& x) { return this->Add(x); }
     /// Moves the last element to `out` and removes it; false on an empty stack.
     bool Pop(T& out) {
@@ -560,6 +576,7 @@ template <class T>
 class QV_API TQueue : public TArray<T> {
 public:
     using TArray<T>::TArray;
+    /// Appends a copy; false without memory.
     bool Enqueue(const T& x) { return this->Add(x); }
     /// Moves the first element to `out` and removes it; false on an empty queue.
     bool Dequeue(T& out) {

@@ -18,6 +18,7 @@ namespace qv {
 /// Bitwise relocatable; no locks.
 class QV_API CDateTime {
 public:
+    /// A tick is 100 ns.
     static constexpr int64_t ticksPerSecond = 10'000'000;
 
     CDateTime() = default;
@@ -45,6 +46,7 @@ public:
     CDateTime ToUtc() const;
     CDateTime ToLocal() const;
 
+    /// Calendar fields, read at the value's own offset.
     int GetYear() const;
     int GetMonth() const;  ///< 1 to 12.
     int GetDay() const;    ///< 1 to 31.
@@ -74,6 +76,7 @@ public:
     /// @return  False, the value left as it was, when the text has any other form or names no real date.
     bool FromISOString(const CString& text);
 
+    /// By the instant alone.
     friend bool operator==(const CDateTime& a, const CDateTime& b) { return a.m_ticks == b.m_ticks; }
     friend std::strong_ordering operator<=>(const CDateTime& a, const CDateTime& b) { return a.m_ticks <=> b.m_ticks; }
 

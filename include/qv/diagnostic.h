@@ -17,6 +17,7 @@ struct QV_API CDiagnostic {
     int64_t byteOffset = -1;  ///< Byte position in the file, -1 when it does not apply.
     int64_t line = -1;        ///< Line number from 1, -1 when it does not apply.
 
+    /// There is a reason to report.
     bool IsSet() const;
     /// One sentence: "frame.saf: expected a DATA line, found the end of the file (byte 512)". Empty when not set.
     CString ToString() const;

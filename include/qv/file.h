@@ -37,23 +37,30 @@ public:
     virtual uint32_t Write(const void* data, uint32_t count) = 0;
     /// Returns the count of bytes read; a short count means the end of the data or a failure.
     virtual uint32_t Read(void* data, uint32_t count) = 0;
+    /// In bytes.
     virtual int64_t GetSize() = 0;
+    /// In bytes from the beginning.
     virtual int64_t GetPosition() = 0;
     /// Returns the new position. Origins as in the enumeration above.
     virtual int64_t Seek(int64_t offset, uint32_t origin) = 0;
+    /// Cuts the file or lengthens it; false when it cannot.
     virtual bool SetSize(int64_t size) = 0;
+    /// Hands what is buffered to the system.
     virtual void Flush() = 0;
+    /// Ends the use of the file; the object may be destroyed, or opened anew where its class can.
     virtual void Close() = 0;
 
     // Basics -----------------------------------------------------------------------------------------------------
 
     /// What the file's own file system knows of its name (cut at 511 characters).
     IFileSystem::CDirectoryEntry GetFileInfo();
+    /// The position afterwards, as Seek gives it.
     int64_t SetPosition(int64_t position) { return Seek(position, fromBegin); }
     int64_t SeekToBegin() { return Seek(0, fromBegin); }
     int64_t SeekToEnd() { return Seek(0, fromEnd); }
     int64_t GetLength() { return GetSize(); }
     void SetLength(int64_t size) { (void)SetSize(size); }
+    /// Bytes from the position to the end; below 0 when the position lies behind it.
     int64_t GetRemaining() { return GetSize() - GetPosition(); }
     /// Whether all `count` bytes came or went; true without a call for 0 bytes.
     bool ReadBytes(void* data, uint32_t count) { return count == 0 || Read(data, count) == count; }
@@ -152,12 +159,12 @@ public:
     /// 0 when the read fails.
     int32_t GetUTF8Character();
 
-    // A length of 4 bytes (by the swap rule), then the text without a terminator.
-    // Writing: a null pointer writes length 0; a body that was not written whole is taken back by a seek to the
-    // prefix, with false.
-    // Reading: a short prefix is false. A short body, too little memory or too small a buffer is false with the
-    // position back at the prefix; the target is left as it was, but a buffer may hold what was read. Text ends at its
-    // first NUL in a string target.
+    /// A length of 4 bytes (by the swap rule), then the text without a terminator.
+    /// Writing: a null pointer writes length 0; a body that was not written whole is taken back by a seek to the
+    /// prefix, with false.
+    /// Reading: a short prefix is false. A short body, too little memory or too small a buffer is false with the
+    /// position back at the prefix; the target is left as it was, but a buffer may hold what was read. Text ends at its
+    /// first NUL in a string target.
     bool PutString(const char* text);
     /// As UTF-8, or in the given code page.
     bool PutString(const char16_t* text);
@@ -217,6 +224,7 @@ public:
     bool GetFixedLengthString(CString& out, uint32_t n);
     /// The text cut or padded with zeros to n bytes. False only when the text itself came short.
     bool PutFixedLengthString(const char* text, uint32_t n);
+    /// Writes `count` bytes of 0; false on a short write.
     bool WriteZeros(uint32_t count);
 
     // Editing in place -------------------------------------------------------------------------------------------
@@ -247,6 +255,7 @@ private:
     bool getScalar(void* out, uint32_t width);
 };
 
+/// The file's byte order as a reader may set it: see IFile.
 bool& swapFlag(IFile& file);
 
 /// A file on disk: a thin layer over a descriptor, with nothing buffered.
@@ -283,7 +292,9 @@ public:
     /// Wraps an open descriptor, which is then closed with the object.
     static TSharedPtr<IFile> Create(void* handle);
 
+    /// A closed file.
     CFile();
+    /// Takes over an open descriptor (Attach).
     explicit CFile(void* handle);
     CFile(const CFile& other);
     CFile& operator=(const CFile& other);
@@ -350,6 +361,7 @@ class QV_API CMemFile : public IFile {
 public:
     static TSharedPtr<CMemFile> Create();
 
+    /// An empty file that may grow.
     CMemFile();
     /// Copies position, grow flag and bytes. The copy owns its bytes, also when the other does not.
     CMemFile(const CMemFile& other);
@@ -373,6 +385,7 @@ public:
     /// strictly above the request. Returns the old rate. 0 counts as 1.
     uint32_t SetGrowthRate(uint32_t rate);
 
+    /// The block, for GetSize() bytes; null when there is none. Any call that grows the file may move it.
     uint8_t* GetData() { return m_data; }
     uint8_t* data() { return m_data; }
     const uint8_t* data() const { return m_data; }
@@ -422,12 +435,14 @@ class QV_API CBoundedFile : public IFile {
 public:
     /// No file: reads and writes give 0.
     CBoundedFile();
+    /// The window [start, start + size) of `file`, with the position at its beginning.
     CBoundedFile(TSharedPtr<IFile> file, int64_t start, int64_t size);
     CBoundedFile(const CBoundedFile& other);
     CBoundedFile& operator=(const CBoundedFile& other);
     ~CBoundedFile() override;
     static TSharedPtr<IFile> Create(TSharedPtr<IFile> file, int64_t start, int64_t size);
 
+    /// Where the window begins in the underlying file.
     int64_t GetStartPos() const { return m_start; }
 
     /// The empty string.

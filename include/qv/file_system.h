@@ -55,6 +55,7 @@ public:
         TArray<CDirectoryEntry> entries;
 
         CDirectoryListing();
+        /// An empty listing, to be filled by the file system.
         CDirectoryListing(IFileSystem* owner, const char16_t* listedDirectory);
 
         /// Sorts in place.

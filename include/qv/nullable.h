@@ -22,6 +22,7 @@ namespace Private {
 template <class T>
 class nullable {
 public:
+    /// Unset.
     nullable() = default;
     nullable(T value) : m_value(value), m_isSet(true) {}
     nullable(nullptr_t) {}
@@ -53,6 +54,7 @@ public:
     /// The value, or `fallback` when nothing is held.
     T get(T fallback) const { return m_isSet ? m_value : fallback; }
 
+    /// Whether a value is held; isNull says the opposite.
     bool hasValue() const { return m_isSet; }
     bool isSet() const { return m_isSet; }
     bool isNull() const { return !m_isSet; }

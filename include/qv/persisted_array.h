@@ -121,6 +121,7 @@ public:
     uint32_t SetElementSize(uint32_t size) { return m_window.setElementSize(size); }
     uint32_t GetElementSize() const { return m_window.elementSize(); }
 
+    /// The number of elements, in memory and in the file together.
     uint32_t size() const { return m_window.count(); }
     uint32_t GetSize() const { return m_window.count(); }
     uint32_t nItems() const { return m_window.count(); }

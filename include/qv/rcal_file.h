@@ -64,7 +64,7 @@ struct QV_API BACKGROUND_FILE {
     uint32_t yOffset = 0;
     uint32_t width = 0;
     uint32_t height = 0;
-    EDataType type = EDataType::none;
+    EDataType type = EDataType::none;  ///< Of a pixel.
     TSharedPtr<ITypedBuffer> pixels;
 };
 
@@ -72,34 +72,34 @@ struct QV_API BACKGROUND_FILE {
 struct QV_API POLY_OVERRIDE {
     bool valid = false;
     int32_t order = 0;
-    TArray<double> values;
+    TArray<double> values;  ///< Lowest power first.
 };
 
 /// One page: points, polynomials, range, background.
 struct QV_API CAL_PAGE {
-    bool radiance = true;
+    bool radiance = true;       ///< Stored only.
     int32_t areaUnits = 0;      ///< 0 to 2: cm squared, diameter, side; 3 to 5: the same in inches.
     int32_t distanceUnits = 0;  ///< 0 cm, 1 in, 2 ft.
     TArray<CAL_POINT> points;   ///< Ascending by temperature.
-    double checkCounts = 0.0;
+    double checkCounts = 0.0;   ///< The four check values are stored only.
     double checkRadiance = 0.0;
-    int32_t polyOrder = 1;  ///< Counts to radiance.
-    double lookupStart = 0.0;
+    int32_t polyOrder = 1;     ///< Counts to radiance.
+    double lookupStart = 0.0;  ///< Temperatures of the lookup table: first, last (degrees Celsius) and step.
     double lookupEnd = 100.0;
     double lookupDelta = 1.0;
-    double lookupEmissivity = 1.0;
+    double lookupEmissivity = 1.0;  ///< That its radiances are calculated for.
     double checkTemperature = 0.0;
     double checkLookup = 0.0;
-    int32_t tempPolyOrder = 6;  ///< Radiance to temperature.
-    TArray<double> lookupRadiance;
+    int32_t tempPolyOrder = 6;      ///< Radiance to temperature.
+    TArray<double> lookupRadiance;  ///< Calculated, as many as temperatures.
     TArray<double> lookupTemperature;
-    TArray<double> coeffs;
-    TArray<double> tempCoeffs;
-    double r2 = 0.0;
-    double tempR2 = 0.0;
+    TArray<double> coeffs;      ///< Calculated, counts to radiance, lowest power first.
+    TArray<double> tempCoeffs;  ///< Calculated, radiance to temperature, lowest power first.
+    double r2 = 0.0;            ///< Of `coeffs`; 0 where the fit failed.
+    double tempR2 = 0.0;        ///< Of `tempCoeffs`; likewise.
     POLY_OVERRIDE coeffsOverride;
     POLY_OVERRIDE tempCoeffsOverride;
-    double tpfact = 1.0;
+    double tpfact = 1.0;  ///< Stored only.
     bool tpfactValid = false;
     BACKGROUND_TYPE backgroundType = BACKGROUND_TYPE::notSet;
     double backgroundValue = 0.0;
@@ -116,15 +116,15 @@ struct QV_API CAL_PAGE {
 
 /// A response curve: as it was read, and on the calibration's working axis.
 struct QV_API RCAL_CURVE {
-    TArray<double> rawX;
+    TArray<double> rawX;  ///< As it was read, in microns.
     TArray<double> rawY;
-    TArray<double> x;
+    TArray<double> x;  ///< On the working axis.
     TArray<double> y;
 };
 
 /// An additional response, such as a lens or a filter. The spelling is the format's.
 struct QV_API RESPONCE {
-    CString file;
+    CString file;  ///< Path of the curve file.
     bool enabled = true;
     EResponseStatus status = EResponseStatus::notSet;
     RCAL_CURVE curve;
@@ -147,6 +147,7 @@ public:
         CCurve(const TArray<double>* xValues, const TArray<double>* yValues) : m_x(xValues), m_y(yValues) {}
         /// The smaller of the two arrays' counts.
         uint32_t getCount() const;
+        /// 0 past the end.
         double getX(uint32_t index) const;
         double getY(uint32_t index) const;
 
@@ -160,6 +161,7 @@ public:
     public:
         explicit CAxis(const CRCalFile* file) : m_file(file) {}
         uint32_t getCount() const;
+        /// 0 past the end.
         double operator[](uint32_t index) const;
 
     private:
@@ -172,6 +174,7 @@ public:
         CCoefficients(const CRCalFile* file, int32_t page, bool reverse)
             : m_file(file), m_page(page), m_reverse(reverse) {}
         uint32_t getCount() const;
+        /// 0 past the end.
         double operator[](uint32_t index) const;
         /// Quality of the calculated fit; 0 where it failed.
         double getR2() const;
@@ -186,6 +189,7 @@ public:
     class QV_API CLookup {
     public:
         CLookup(CRCalFile* file, int32_t page) : m_file(file), m_page(page) {}
+        /// The table's temperatures, and the emissivity of its radiances. A setter rebuilds the table and its fit.
         double getStart() const;
         void setStart(double celsius);
         double getEnd() const;
@@ -209,6 +213,7 @@ public:
         /// Automatic: the range spans the enabled points.
         bool getAuto() const;
         void setAuto(bool automatic);
+        /// The six ends, as they were set or as the points gave them.
         double getMinCounts() const;
         void setMinCounts(double counts);
         double getMaxCounts() const;
@@ -231,7 +236,10 @@ public:
     class QV_API CCalPoint {
     public:
         CCalPoint(CRCalFile* file, int32_t page, int32_t point) : m_file(file), m_page(page), m_point(point) {}
+        /// The page has a point of this index.
         bool getExists() const;
+        /// The members of CAL_POINT. A setter re-runs what depends on it: the point's radiance, the page's fit, and
+        /// for `temperature` and `enabled` the automatic range.
         double getTemperature() const;
         void setTemperature(double celsius);
         double getEmissivity() const;
@@ -261,11 +269,13 @@ public:
         int32_t m_point;
     };
 
+    /// The points of a page, ascending by temperature.
     class QV_API CCalPoints {
     public:
         CCalPoints(CRCalFile* file, int32_t page) : m_file(file), m_page(page) {}
         /// Adds a point, sorts and refits. The result is the point's index after sorting, -1 for no such page.
         int32_t Add(const CAL_POINT& point);
+        /// Removes a point and refits; false out of range.
         bool Remove(int32_t index);
         int32_t getCount() const;
         int32_t getNumEnabled() const;
@@ -276,14 +286,17 @@ public:
         int32_t m_page;
     };
 
+    /// One page: its points, range, lookup table and polynomials.
     class QV_API CCalPage {
     public:
         CCalPage(CRCalFile* file, int32_t page) : m_file(file), m_page(page) {}
+        /// The calibration has a page of this index.
         bool getExists() const;
         /// The order in use: the override's where it is valid.
         int32_t getPolyOrder() const;
         /// Clamped to the number of points less one, then to at least 1.
         void setPolyOrder(int32_t order);
+        /// The same of the polynomial from radiance to temperature.
         int32_t getTempPolyOrder() const;
         void setTempPolyOrder(int32_t order);
         /// Radiance of a measurement by the coefficients in use; 0 without any.
@@ -295,6 +308,8 @@ public:
         /// Lowest and highest temperature of the page's range; false for no such page.
         bool GetTemperatureRange(double& low, double& high) const;
 
+        /// The page's parts. `coefficients` lead from counts to radiance, `tempCoefficients` from radiance to
+        /// temperature.
         CCalPoints points() const { return CCalPoints(m_file, m_page); }
         CRange range() const { return CRange(m_file, m_page); }
         CLookup lookup() const { return CLookup(m_file, m_page); }
@@ -306,11 +321,13 @@ public:
         int32_t m_page;
     };
 
+    /// The pages of the calibration, from 0.
     class QV_API CCalPages {
     public:
         explicit CCalPages(CRCalFile* file) : m_file(file) {}
         /// Adds a page and calculates it; the result is its index.
         int32_t Add(const CAL_PAGE& page = CAL_PAGE());
+        /// False out of range.
         bool Remove(int32_t index);
         int32_t getCount() const;
         CCalPage operator[](int32_t index) const { return CCalPage(m_file, index); }
@@ -319,7 +336,7 @@ public:
         CRCalFile* m_file;
     };
 
-    /// The computed response: 1 from start to end.
+    /// The computed response: 1 from `start` to `end`, in steps of `delta`.
     class QV_API CTophat {
     public:
         explicit CTophat(CRCalFile* file) : m_file(file) {}
@@ -334,6 +351,7 @@ public:
         CRCalFile* m_file;
     };
 
+    /// The camera's own response: a file's curve, or the top-hat.
     class QV_API CSpectralResponse {
     public:
         explicit CSpectralResponse(CRCalFile* file) : m_file(file) {}
@@ -341,12 +359,15 @@ public:
         ESpectralResponseType getType() const;
         /// `file` loads the file and falls back to the top-hat when that fails.
         void setType(ESpectralResponseType type);
+        /// Path of the response file. Setting it loads the file, and puts it in force unless the top-hat was chosen.
         const CString& getFile() const;
         void setFile(const CString& path);
+        /// What became of loading the file.
         EResponseStatus getStatus() const;
         /// The band in use: the override where it is valid.
         double getBandpassLow() const;
         double getBandpassHigh() const;
+        /// The curve on the working axis, and as it was read.
         CCurve getCurve() const;
         CCurve getRawCurve() const;
 
@@ -354,6 +375,7 @@ public:
         CRCalFile* m_file;
     };
 
+    /// A further factor of the response, such as a lens or a filter; 0 outside its own axis.
     class QV_API CAdditionalResponse {
     public:
         CAdditionalResponse(CRCalFile* file, int32_t index) : m_file(file), m_index(index) {}
@@ -369,11 +391,13 @@ public:
         int32_t m_index;
     };
 
+    /// The list of further factors, from 0.
     class QV_API CAdditionalResponses {
     public:
         explicit CAdditionalResponses(CRCalFile* file) : m_file(file) {}
         /// Adds an enabled response and loads it; the result is its index.
         int32_t Add(const CString& path);
+        /// False out of range.
         bool Remove(int32_t index);
         int32_t getCount() const;
         CAdditionalResponse operator[](int32_t index) const { return CAdditionalResponse(m_file, index); }
@@ -414,6 +438,7 @@ public:
     CRCalFile& operator=(const CRCalFile& other);
     ~CRCalFile();
 
+    /// Proxies of the calibration's parts; they are for use while the calibration lives.
     CCalPages calPages() { return CCalPages(this); }
     CCalPage calPage(int32_t page) { return CCalPage(this, page); }
     CTophat tophat() { return CTophat(this); }
@@ -447,7 +472,7 @@ public:
     /// The revision of the file that was read; 7 for a new calibration.
     int32_t getRevision() const;
 
-    // Tags: page -1 is the calibration's own list. A page that does not exist has no tags.
+    /// Tags: page -1 is the calibration's own list. A page that does not exist has no tags: null, or false.
     const CTagArray& GetTags(int32_t page = -1) const;
     const char16_t* GetTag(const char16_t* name, int32_t page = -1) const;
     bool SetTag(const char16_t* name, const char16_t* value, int32_t page = -1);
@@ -474,9 +499,9 @@ public:
     /// Planck's law, and once more unmultiplied.
     void GetFinalPlanck(TArray<double>& x, TArray<double>& y, double t, double e) const;
 
-    // Polynomials: `Get` gives the override where it is valid and the calculated one otherwise, `GetCalc` the
-    // calculated one, `GetUsed` the override, `SetUsed` writes the override. False for a page that does not exist. The
-    // forms with a double* write GetNumCoeffsForOrder(order) values, or as many as there are.
+    /// Polynomials: `Get` gives the override where it is valid and the calculated one otherwise, `GetCalc` the
+    /// calculated one, `GetUsed` the override, `SetUsed` writes the override. False for a page that does not exist. The
+    /// forms with a double* write GetNumCoeffsForOrder(order) values, or as many as there are.
     bool GetPolyOrder(int32_t page, int32_t& order) const;
     bool GetCoefficients(int32_t page, double* values) const;
     bool GetCoefficients(int32_t page, TArray<double>& values) const;
@@ -484,6 +509,7 @@ public:
     bool GetTempCoefficients(int32_t page, double* values) const;
     bool GetTempCoefficients(int32_t page, TArray<double>& values) const;
 
+    /// The calculated ones.
     bool GetCalcPolyOrder(int32_t page, int32_t& order) const;
     bool GetCalcCoefficients(int32_t page, double* values) const;
     bool GetCalcCoefficients(int32_t page, TArray<double>& values) const;
@@ -491,6 +517,7 @@ public:
     bool GetCalcTempCoefficients(int32_t page, double* values) const;
     bool GetCalcTempCoefficients(int32_t page, TArray<double>& values) const;
 
+    /// The overrides, and whether they are valid.
     bool GetUsedPolyOrder(int32_t page, int32_t& order) const;
     bool GetUsedCoefficients(int32_t page, double* values, bool* valid = nullptr) const;
     bool GetUsedCoefficients(int32_t page, int32_t& order, double* values, bool* valid = nullptr) const;
@@ -505,6 +532,7 @@ public:
     /// Takes GetNumCoeffsForOrder(order) values.
     bool SetUsedCoefficients(int32_t page, int32_t order, const double* values, bool valid);
     bool SetUsedTempCoefficients(int32_t page, int32_t order, const double* values, bool valid);
+    /// The override is valid and takes the place of the calculated polynomial.
     bool GetCoeffsOverridden(int32_t page) const;
     bool GetTempCoeffsOverridden(int32_t page) const;
     /// The calculated polynomial has this order, and no coefficient differs by more than 1e-8.
@@ -517,6 +545,7 @@ public:
     static int GetNumCoeffsForOrder(int order);
 
     // The band, in microns -----------------------------------------------------------------------------------------
+    /// In use, calculated from the response, and the override; SetUsed writes the override.
     void GetBandpass(double& low, double& high) const;
     void GetCalcBandpass(double& low, double& high) const;
     void GetUsedBandpass(double& low, double& high, bool* valid = nullptr) const;
@@ -526,6 +555,7 @@ public:
     bool EqualBandpass(double low, double high) const;
 
     // Values that are stored only ----------------------------------------------------------------------------------
+    /// No calculation looks at these. Those with a page are false, 0 or notSet for a page that does not exist.
     void GetRange(double& value, bool& valid) const;
     void SetRange(double value, bool valid);
     void GetFOV(double& horz, double& vert, bool& valid) const;

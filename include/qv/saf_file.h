@@ -20,7 +20,7 @@ class CTagFile;
 
 /// One header line. Values are always text.
 struct SAF_TAG {
-    CString name;
+    CString name;  ///< Without blanks.
     CString value;
 };
 
@@ -32,6 +32,7 @@ struct SAF_SAVE_PLAN {
     int64_t remove = 0;  ///< Bytes closed there; the data move down.
     uint32_t pad = 0;    ///< Bytes of padding afterwards.
 
+    /// The data are not left where they are.
     bool movesData() const { return insert != 0 || remove != 0; }
 };
 

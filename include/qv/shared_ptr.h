@@ -24,6 +24,7 @@ namespace qv {
 template <class T>
 class TSharedPtr {
 public:
+    /// Called with the object in place of `delete`.
     using Destroyer = void (*)(T*);
 
     TSharedPtr() noexcept = default;
@@ -90,6 +91,7 @@ public:
         std::swap(m_destroy, other.m_destroy);
     }
 
+    /// The object; null when the pointer is empty.
     T* get() const noexcept { return m_object; }
     T* operator->() const noexcept { return m_object; }
     T& operator*() const noexcept { return *m_object; }

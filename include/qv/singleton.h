@@ -39,9 +39,11 @@ public:
     TSingletonPtr() {
         if constexpr (EagerInit != 0) GetInstance();
     }
+    /// Nothing to copy: all of one type reach the same instance.
     TSingletonPtr(const TSingletonPtr&) {}
     TSingletonPtr& operator=(const TSingletonPtr&) { return *this; }
 
+    /// The instance, made by the first caller. REQUIRES: the exit pass has not destroyed it.
     static T* GetInstance() {
         if (T* made = m_pInst.load(std::memory_order_acquire)) return made;
         return makeOrWait();

@@ -301,6 +301,7 @@ public:
     View view() const noexcept { return View(c_str(), length()); }
     operator View() const noexcept { return view(); }
 
+    /// In characters of the own width, embedded NULs included; 0 for a null handle.
     int GetLength() const noexcept { return m_rep == nullptr ? 0 : m_rep->length; }
     bool IsEmpty() const noexcept { return GetLength() == 0; }
 
@@ -331,6 +332,7 @@ public:
 
     // Changing ---------------------------------------------------------------------------------------------------
 
+    /// Appends all of `s`, or its first `n` characters.
     void Concatenate(Text s, ptrdiff_t n = -1);
     TString& operator+=(Text s) {
         Concatenate(s);
@@ -369,6 +371,7 @@ public:
 
     // Searching: -1 when not found -------------------------------------------------------------------------------
 
+    /// The first `ch` from `start` on.
     int FindChar(Ch ch) const { return FindChar(0, ch); }
     int FindChar(int start, Ch ch) const;
     /// Any character of `set`.
@@ -473,6 +476,7 @@ public:
     // Positions past the end throw COutOfRangeException, counts are clamped to the end. assign and substr of a part
     // fail as append does, insert as replace does.
 
+    /// Replaces the text.
     TString& assign(const TString& other) { return *this = other; }
     TString& assign(const TString& other, size_t pos, size_t n = npos);
     TString& assign(const Ch* s, size_t n);
@@ -484,6 +488,7 @@ public:
         return assign(text.data(), text.size());
     }
 
+    /// Adds at the end.
     TString& append(const TString& other, size_t pos, size_t n = npos);
     TString& append(const Ch* s, size_t n);
     TString& append(Text s);
@@ -497,6 +502,7 @@ public:
     /// Nothing on an empty string.
     void pop_back();
 
+    /// Adds in front of `pos`.
     TString& insert(size_t pos, const TString& other, size_t pos2, size_t n = npos) {
         return replace(pos, 0, other, pos2, n);
     }
@@ -521,6 +527,7 @@ public:
         return begin() + pos;
     }
 
+    /// Removes `n` characters from `pos` on.
     TString& erase(size_t pos = 0, size_t n = npos);
     /// Returns the position behind what was removed.
     template <Private::PositionIn<Ch> It>
@@ -534,6 +541,7 @@ public:
         return begin() + pos;
     }
 
+    /// Puts a text in the place of `n` characters from `pos` on.
     TString& replace(size_t pos, size_t n, const TString& other, size_t pos2, size_t n2 = npos);
     TString& replace(size_t pos, size_t n, const Ch* s, size_t n2);
     TString& replace(size_t pos, size_t n, Text s);
@@ -556,6 +564,7 @@ public:
         return replace(first, last, text.data(), text.size());
     }
 
+    /// Throws COutOfRangeException at and past the end.
     Ch& at(size_t pos);
     const Ch& at(size_t pos) const;
     /// The terminator of an empty string; the shared static character when it might be written.
@@ -589,6 +598,7 @@ public:
     void resize(size_t n) { resize(n, Ch()); }
     void resize(size_t n, Ch ch);
 
+    /// The `n` characters from `pos` on.
     TString substr(size_t pos = 0, size_t n = npos) const;
     /// Copies without a terminator; returns the units copied.
     size_t copy(Ch* dst, size_t n, size_t pos = 0) const;

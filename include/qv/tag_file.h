@@ -20,11 +20,17 @@ class CXMLFile;
 /// The name may hold variables: "%3%" stands for exactly three digits, "%%" for one or more (see CTagFile::FindTag).
 class QV_API CTagEntry {
 public:
+    // The values are those of the binary form.
+    /// Type of the tag's value.
     enum class DATA_TYPE : int32_t { Text, Int16, Int32, Flt32, Flt64 };
+    /// What the list of text values is for.
     enum class TEXT_VALUES_MODE : int32_t { Disabled, UseAsBounds, UseAsSuggestions };
+    /// How an editor is to treat a change of the tag.
     enum class WRITE_MODE : int32_t { PromptForUpdate, ChangeCurrentOnly, ChangeAll, ReadOnly };
+    /// Where the tag is written.
     enum class LOCATION : int32_t { Header, Include, Default };
     // clang-format off
+    /// Unit of a numeric value.
     enum class UNITS : int32_t {
         None, Years, Days, Hours, Minutes, Seconds, Degrees, Meters, MetersPerSecond, Microns, Microradians, Klbf,
         Percent, Milimeters, Hertz, Kelvin, GramPerCubicMeter, Milibar, PartsPerMillion, Kilometers
@@ -44,6 +50,7 @@ public:
     const CString& GetDescription() const { return m_description; }
     void SetDataType(DATA_TYPE type) { m_dataType = type; }
     DATA_TYPE GetDataType() const { return m_dataType; }
+    /// Lowest and highest value of a numeric tag, and whether they are in use.
     void SetNumericBounds(bool use, double low, double high);
     void GetNumericBounds(bool& use, double& low, double& high) const;
     void SetTextValuesMode(TEXT_VALUES_MODE mode) { m_textValuesMode = mode; }
@@ -57,7 +64,9 @@ public:
     void SetLocation(LOCATION location) { m_location = location; }
     LOCATION GetLocation() const { return m_location; }
 
+    /// Appends a text value; false without memory.
     bool AddTextValue(const char16_t* value);
+    /// False past the end.
     bool RemoveTextValue(uint32_t index);
     /// The text value at `index`; null past the end.
     const char16_t* GetTextValue(uint32_t index) const;
@@ -76,8 +85,8 @@ public:
     bool Save(CXMLFile& xml) const;
     bool Load(CXMLFile& xml);
 
-    // Display texts. XToStr of a value outside the table gives the table's first text ("Include" for locations);
-    // StrToX compares without regard to case, and unknown text is value 0 (and false).
+    /// Display texts. XToStr of a value outside the table gives the table's first text ("Include" for locations);
+    /// StrToX compares without regard to case, and unknown text is value 0 (and false).
     static const char16_t* DataTypeToStr(DATA_TYPE value);
     static const char16_t* TextValuesModeToStr(TEXT_VALUES_MODE value);
     static const char16_t* CategoryToStr(CATEGORY value);
@@ -130,6 +139,7 @@ public:
     /// The entry at `index`; past the end a shared empty one.
     CTagEntry& GetTagEntry(uint32_t index);
     CTagEntry& operator[](uint32_t index) { return GetTagEntry(index); }
+    /// By name without regard to case, as FindTag wants it.
     void Sort();
     void Destroy() { TArray<CTagEntry>::Destroy(); }
 
@@ -153,6 +163,7 @@ public:
     bool Save(IFileSystem* fs, const char16_t* path);
     bool Save(TSharedPtr<IFile> file);
 
+    /// The XML form alone.
     bool LoadXML(const char16_t* path);
     bool LoadXML(IFileSystem* fs, const char16_t* path);
     bool LoadXML(TSharedPtr<IFile> file);
@@ -160,6 +171,7 @@ public:
     bool SaveXML(IFileSystem* fs, const char16_t* path);
     bool SaveXML(TSharedPtr<IFile> file);
 
+    /// The binary form alone: versions 0 to 3 are read, 3 is written.
     bool LoadBinary(const char16_t* path);
     bool LoadBinary(IFileSystem* fs, const char16_t* path);
     bool LoadBinary(TSharedPtr<IFile> file);
@@ -175,6 +187,7 @@ QV_API CTagFile& GetTagFile();
 /// A plain list of named values, in order of addition. Names compare without regard to case.
 class QV_API CTagArray {
 public:
+    /// A name and a value, which is always text.
     struct QV_API TAG {
         CString name;
         CString value;
@@ -196,6 +209,7 @@ public:
     /// Replaces the first match, otherwise appends; a null name does nothing.
     void SetTagValue(const char16_t* name, const char16_t* value);
     void Set(const char16_t* name, const char16_t* value) { SetTagValue(name, value); }
+    /// Removes the first match; false when there is none.
     bool RemoveTag(const char16_t* name);
     bool Remove(const char16_t* name) { return RemoveTag(name); }
 

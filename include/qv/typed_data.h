@@ -72,6 +72,7 @@ struct QV_API STypedData {
     EDataType type = EDataType::none;
 
     STypedData() = default;
+    /// REQUIRES: `elements` holds elements of that type, and outlives this.
     STypedData(void* elements, EDataType elementType) : pointer(elements), type(elementType) {}
 
     /// One element of an STypedData: reads as double and takes a double, by the rules of ITypedBuffer's getAt and
@@ -96,13 +97,14 @@ struct QV_API STypedData {
 class QV_API ITypedBuffer {
 public:
     virtual ~ITypedBuffer();
+    /// The type of the elements.
     virtual EDataType type() const = 0;
     /// The first element; null when the buffer is empty.
     virtual void* data() const = 0;
     /// The number of elements.
     virtual uint32_t size() const = 0;
 
-    // data() as a pointer to the named type. None of them looks at type().
+    /// data() as a pointer to the named type. None of them looks at type().
     int8_t* int8() const { return static_cast<int8_t*>(data()); }
     uint8_t* uint8() const { return static_cast<uint8_t*>(data()); }
     int16_t* int16() const { return static_cast<int16_t*>(data()); }
@@ -115,6 +117,7 @@ public:
     double* flt64() const { return static_cast<double*>(data()); }
     SRGB* rgb24() const { return static_cast<SRGB*>(data()); }
 
+    /// Pointer and type, for the functions on arrays; the buffer keeps the ownership.
     STypedData typedData() const { return STypedData(data(), type()); }
     /// Bytes of all elements, as a 32-bit product.
     uint32_t sizeInBytes() const { return DataTypeSize(type()) * size(); }

@@ -35,6 +35,7 @@ QV_API const CString& sharedEmptyText();
 /// Threads: none of it is thread-safe.
 class QV_API CXMLFile {
 public:
+    /// What a node is.
     enum NODETYPE : int32_t {
         NODETYPE_ELEMENT = 0,
         NODETYPE_PI = 1,  ///< Processing instruction, such as the prolog.
@@ -42,6 +43,7 @@ public:
         NODETYPE_COMMENT = 3,
     };
 
+    /// A name and a value, decoded.
     struct ATTRIB {
         CString name = Private::sharedEmptyText();
         CString value = Private::sharedEmptyText();
@@ -65,6 +67,7 @@ public:
     /// A node of the tree. It owns its children; deleting it does not unlink it from the list it stands in.
     class QV_API CNode {
     public:
+        /// Nodes without a parent, the caller's until they are inserted. The last two forms make elements.
         explicit CNode(NODETYPE nodeType = NODETYPE_ELEMENT);
         CNode(NODETYPE nodeType, const CString& nodeName, const CString& nodeValue = Private::sharedEmptyText());
         CNode(NODETYPE nodeType, const CString& nodeName, const CString& nodeValue, const CAttribArray& list);
@@ -79,7 +82,7 @@ public:
         CString value = Private::sharedEmptyText();  ///< An element's text, a comment's body.
         CAttribArray attributes;                     ///< Two of one name may stand here when the document had them.
 
-        // Neighbours; null where there is none. Root is the first node of the top level that this node hangs under.
+        /// Neighbours; null where there is none. Root is the first node of the top level that this node hangs under.
         CNode* Root() const;
         CNode* Parent() const { return m_parent; }
         CNode* Child() const { return m_firstChild; }
@@ -90,8 +93,8 @@ public:
         CNode* First() const;
         CNode* Last() const;
 
-        // The first node with that name: from this one on, from the first sibling on, behind this one, among the
-        // children. Null when there is none.
+        /// The first node with that name: from this one on, from the first sibling on, behind this one, among the
+        /// children. Null when there is none.
         CNode* Find(const CString& wanted) const;
         CNode* FindFirst(const CString& wanted) const;
         CNode* FindNext(const CString& wanted) const;
@@ -102,6 +105,7 @@ public:
         CString GetAttribute(const CString& wanted) const;
         CString GetAttribute(const CString& wanted, const CString& fallback) const;
 
+        /// How many children there are, of all names or of one. Counts them each time.
         uint32_t NumChildren() const;
         uint32_t NumChildren(const CString& wanted) const;
         bool HasChildren() const { return m_firstChild != nullptr; }

@@ -103,6 +103,9 @@ double InverseTable::temperature(double radiance) const {
 
 Calibrator::Calibrator(qv::CRCalFile& calibration, const CalibratorOptions& options, const std::string& name)
     : m_options(options) {
+    if (calibration.axis().getCount() == 0) {
+        throw Failure(Exit::damaged, name + ": has no spectral response, so no radiance can be calculated");
+    }
     if (!options.secondPage) {
         addPage(calibration, options.page, 1.0, name);
     } else {
