@@ -3,6 +3,7 @@
 #include <atomic>
 #include <cmath>
 #include <exception>
+#include <filesystem>
 #include <iostream>
 #include <memory>
 #include <mutex>
@@ -193,6 +194,15 @@ Tally convertFrames(const Recording& source, const Calibrator& calibrator, const
     return total;
 }
 
+/// A path as a tag's line can hold it: of a long one the file's name, and marks in place of what would end the line.
+std::string nameForTag(const std::string& path) {
+    constexpr size_t longest = 400;
+    std::string name = path.size() <= longest ? path : std::filesystem::path(path).filename().string();
+    std::replace_if(
+        name.begin(), name.end(), [](char c) { return c == '\r' || c == '\n'; }, '?');
+    return name;
+}
+
 /// The source's header with the result's description.
 void writeHeader(const Recording& source, const Calibrator& calibrator, const Options& options, qv::CSAFFile& header) {
     source.header().MakeDuplicate(header);
@@ -202,7 +212,7 @@ void writeHeader(const Recording& source, const Calibrator& calibrator, const Op
     setLayoutTags(header, layout);
     if (!keyword.empty()) header[u"KeyWrd"] = wide(keyword).c_str();
     header[u"DaUnit"] = wide(calibrator.unit()).c_str();
-    header[u"CAFile"] = wide(options.calibration).c_str();
+    header[u"CAFile"] = wide(nameForTag(options.calibration)).c_str();
     header[u"CaPage"] =
         wide(options.calibrator.secondPage ? options.between : std::to_string(options.calibrator.page)).c_str();
     if (options.calibrator.secondPage) header[u"CaInst"] = wide(exact(options.calibrator.instrument)).c_str();
@@ -223,6 +233,8 @@ void readBetween(Options& options) {
         throw Failure(Exit::usage, "--between: \"" + options.between + "\" is not of the form N:M");
     }
     if (!options.at) throw Failure(Exit::usage, "--between needs --at, the instrument temperature");
+    if (!std::isfinite(*options.at)) throw Failure(Exit::usage, "--at must be a temperature in degrees Celsius");
+    options.between = std::to_string(first) + ":" + std::to_string(second);
     options.calibrator.page = first;
     options.calibrator.secondPage = second;
     options.calibrator.instrument = *options.at;
@@ -272,6 +284,10 @@ Exit calibrate(Options& options) {
     options.calibrator.reflectedCelsius = options.reflected;
     if (!(options.calibrator.emissivity > 0.0 && options.calibrator.emissivity <= 1.0)) {
         throw Failure(Exit::usage, "--emissivity must be above 0 and at most 1");
+    }
+    constexpr double absoluteZeroCelsius = -273.15;
+    if (options.reflected && !(*options.reflected >= absoluteZeroCelsius && std::isfinite(*options.reflected))) {
+        throw Failure(Exit::usage, "--reflected must be a temperature in degrees Celsius, not below absolute zero");
     }
     const Recording source(options.recording);
     if (source.layout().type == qv::EDataType::rgb24) {

@@ -5,6 +5,7 @@
 #include "command.h"
 #include "qv/diagnostic.h"
 #include "qv/file_system.h"
+#include "source.h"
 #include "target.h"
 #include "text.h"
 
@@ -49,10 +50,7 @@ ResponseState spectralState(qv::CRCalFile& calibration) {
 void loadCalibration(qv::CRCalFile& calibration, const std::string& path) {
     qv::IFileSystem& disk = qv::fileSystem();
     qv::ClearDiagnostic();
-    const auto type = disk.GetFileInfo(wide(path).c_str()).type;
-    if (type != qv::IFileSystem::typeFile) {
-        throw Failure(Exit::io, path + (type == qv::IFileSystem::typeDirectory ? ": is a folder" : ": no such file"));
-    }
+    requireFile(path);
     if (calibration.Load(&disk, wide(path).c_str(), 0)) return;
     const bool known = qv::CRCalFile::IsRCalFile(&disk, wide(path));
     throw diagnosed(known ? Exit::damaged : Exit::wrongKind, path, "is no calibration");

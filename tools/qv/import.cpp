@@ -1,4 +1,5 @@
 // qv import: plain raw frames become a recording.
+#include <charconv>
 #include <iostream>
 #include <memory>
 
@@ -8,6 +9,7 @@
 #include "qv/diagnostic.h"
 #include "qv/file_system.h"
 #include "recording.h"
+#include "source.h"
 #include "target.h"
 #include "text.h"
 
@@ -27,10 +29,13 @@ struct Options {
 };
 
 Layout layoutOf(const Options& options) {
-    unsigned width = 0;
-    unsigned height = 0;
-    char rest = 0;
-    if (std::sscanf(options.raw.c_str(), "%ux%u%c", &width, &height, &rest) != 2 || width == 0 || height == 0 ||
+    uint32_t width = 0;
+    uint32_t height = 0;
+    const char* const end = options.raw.data() + options.raw.size();
+    const auto first = std::from_chars(options.raw.data(), end, width);
+    const bool cross = first.ec == std::errc() && first.ptr != end && *first.ptr == 'x';
+    const auto second = cross ? std::from_chars(first.ptr + 1, end, height) : first;
+    if (!cross || second.ec != std::errc() || second.ptr != end || width == 0 || height == 0 ||
         uint64_t{width} * height > 0x8000000) {
         throw Failure(Exit::usage, "--raw: \"" + options.raw + "\" is not a frame size such as 640x512");
     }
@@ -55,8 +60,8 @@ std::vector<Source> checkInputs(const Options& options, Layout& layout) {
     std::vector<Source> sources;
     uint64_t frames = 0;
     for (const std::string& path : options.inputs) {
+        requireFile(path);
         const auto info = qv::fileSystem().GetFileInfo(wide(path).c_str());
-        if (info.type != qv::IFileSystem::typeFile) throw Failure(Exit::io, path + ": no such file");
         const int64_t count = info.size / layout.frameBytes();
         if (count == 0 || info.size % layout.frameBytes() != 0) {
             throw Failure(Exit::damaged, path + ": " + std::to_string(info.size) + " bytes are not whole frames of " +
@@ -84,7 +89,8 @@ void addUserTags(const Options& options, qv::CSAFFile& header) {
     }
 }
 
-void copyFrames(const Source& source, const Layout& layout, qv::IFile& out, Progress& progress) {
+void copyFrames(const Source& source, const Layout& layout, qv::IFile& out, const std::string& output,
+                Progress& progress) {
     const qv::TSharedPtr<qv::IFile> in = qv::fileSystem().CreateFileW(wide(source.path).c_str(), 0x212);
     if (!in) throw diagnosed(Exit::io, source.path, "cannot be opened");
     std::vector<std::byte> frame(layout.frameBytes());
@@ -94,7 +100,7 @@ void copyFrames(const Source& source, const Layout& layout, qv::IFile& out, Prog
         }
         if (layout.bigEndian) reverseElements(frame.data(), layout.pixels(), qv::DataTypeSize(layout.type));
         if (!out.WriteBytes(frame.data(), layout.frameBytes())) {
-            throw Failure(Exit::io, "the recording cannot be written (is the disk full?)");
+            throw Failure(Exit::io, output + ": cannot be written (is the disk full?)");
         }
         progress.advance();
     }
@@ -115,7 +121,7 @@ Exit import(const Options& options) {
         header.SaveTo(out, position, true);
         out->SetPosition(position);
         Progress progress("import", layout.frames, layout.frameBytes());
-        for (const Source& source : sources) copyFrames(source, layout, *out, progress);
+        for (const Source& source : sources) copyFrames(source, layout, *out, options.output, progress);
     }
     target.commit();
     if (options.json) {

@@ -12,6 +12,7 @@
 #include "qv/saf_file.h"
 #include "qv/tag_file.h"
 #include "recording.h"
+#include "source.h"
 #include "table.h"
 #include "text.h"
 
@@ -366,9 +367,7 @@ using Describe = Exit (*)(const std::string& path, Sheet& sheet, std::string& pr
 /// What describes a file, by how the file begins; null when nothing does.
 Describe describerOf(const std::string& path) {
     qv::IFileSystem& disk = qv::fileSystem();
-    const auto type = disk.GetFileInfo(wide(path).c_str()).type;
-    if (type == qv::IFileSystem::typeDirectory) throw Failure(Exit::io, path + ": is a folder");
-    if (type != qv::IFileSystem::typeFile) throw Failure(Exit::io, path + ": no such file");
+    requireFile(path);
     qv::ClearDiagnostic();
     const qv::TSharedPtr<qv::IFile> file =
         disk.CreateFileW(wide(path).c_str(), 0x212);  // existing, read, share reading

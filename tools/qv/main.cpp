@@ -128,6 +128,9 @@ int run(int argc, char** argv) {
     } catch (const std::bad_alloc&) {
         std::cerr << "qv: out of memory\n";
         return static_cast<int>(Exit::io);
+    } catch (const std::exception& error) {  // the standard library's own: no thread to be had, a folder that vanished
+        std::cerr << "qv: " << error.what() << '\n';
+        return static_cast<int>(Exit::io);
     }
     std::cout.flush();
     if (!std::cout) {

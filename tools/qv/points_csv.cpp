@@ -6,6 +6,7 @@
 #include <fstream>
 
 #include "command.h"
+#include "source.h"
 
 namespace tool {
 
@@ -85,8 +86,9 @@ public:
     Reader(const std::string& path, const std::map<PointColumn, std::string>& names) : m_path(path), m_names(names) {}
 
     PointTable read() {
+        requireFile(m_path);
         std::ifstream in(m_path, std::ios::binary);
-        if (!in) throw Failure(Exit::io, m_path + ": no such file, or it cannot be opened");
+        if (!in) throw Failure(Exit::io, m_path + ": cannot be opened");
         PointTable table;
         for (std::string line; std::getline(in, line);) {
             if (++m_line == 1 && line.starts_with("\xEF\xBB\xBF")) line.erase(0, 3);

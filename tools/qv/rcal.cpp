@@ -12,6 +12,7 @@
 #include "points_csv.h"
 #include "qv/diagnostic.h"
 #include "rcal_report.h"
+#include "source.h"
 #include "text.h"
 
 namespace tool {
@@ -68,6 +69,7 @@ std::vector<double> numbers(const std::string& text, size_t count, const std::st
 
 /// A calibration is used from other folders than it was made in.
 qv::CString absolutePath(const std::string& path) {
+    requireFile(path);
     return wide(std::filesystem::absolute(path).lexically_normal().string());
 }
 

@@ -7,6 +7,7 @@
 #include "command.h"
 #include "qv/diagnostic.h"
 #include "qv/file_system.h"
+#include "source.h"
 #include "text.h"
 
 namespace tool {
@@ -71,11 +72,8 @@ std::string Recording::tag(const char16_t* name) const { return narrow(m_header.
 Recording::Recording(const std::string& path) : m_path(path) {
     qv::IFileSystem& disk = qv::fileSystem();
     qv::ClearDiagnostic();
+    requireFile(path);
     const auto info = disk.GetFileInfo(wide(path).c_str());
-    if (info.type != qv::IFileSystem::typeFile) {
-        throw Failure(Exit::io,
-                      path + (info.type == qv::IFileSystem::typeDirectory ? ": is a folder" : ": no such file"));
-    }
     if (!qv::CSAFFile::IsSAFFile(&disk, wide(path).c_str())) {
         throw diagnosed(Exit::wrongKind, path, "is no recording (it does not begin with HdSize)");
     }

@@ -51,7 +51,8 @@ std::pair<double, double> spanOf(const Options& options, std::vector<float> valu
         double low = 0.0;
         double high = 0.0;
         char rest = 0;
-        if (std::sscanf(options.range.c_str(), "%lf:%lf%c", &low, &high, &rest) != 2 || !(low < high)) {
+        if (std::sscanf(options.range.c_str(), "%lf:%lf%c", &low, &high, &rest) != 2 || !(low < high) ||
+            !std::isfinite(high - low)) {
             throw Failure(Exit::usage, "--range: \"" + options.range + "\" is not of the form LOW:HIGH");
         }
         return {low, high};
@@ -80,8 +81,7 @@ std::string assumptions(const Recording& recording) {
     const std::string instrument = recording.tag(u"CaInst");
     return (instrument.empty() ? "page " + recording.tag(u"CaPage")
                                : "pages " + recording.tag(u"CaPage") + " at " + instrument) +
-           ", emissivity " + emissivity + ", reflected " +
-           recording.tag(u"CaRefl");
+           ", emissivity " + emissivity + ", reflected " + recording.tag(u"CaRefl");
 }
 
 Exit render(const Options& options) {

@@ -11,6 +11,7 @@
 #include "qv/saf_file.h"
 #include "qv/tag_file.h"
 #include "recording.h"
+#include "source.h"
 #include "table.h"
 #include "text.h"
 
@@ -32,7 +33,7 @@ struct Options {
 void load(qv::CSAFFile& header, const std::string& path) {
     qv::IFileSystem& disk = qv::fileSystem();
     qv::ClearDiagnostic();
-    if (!disk.FileExists(wide(path).c_str())) throw Failure(Exit::io, path + ": no such file");
+    requireFile(path);
     if (header.Load(wide(path).c_str())) return;
     const bool known = qv::CSAFFile::IsSAFFile(&disk, wide(path).c_str());
     throw diagnosed(known ? Exit::damaged : Exit::wrongKind, path, "has no measurement header");
@@ -150,9 +151,7 @@ Exit removeTags(const Options& options) {
 Exit sortTags(const Options& options) {
     if (!options.dictionary.empty()) {
         qv::ClearDiagnostic();
-        if (!qv::fileSystem().FileExists(wide(options.dictionary).c_str())) {
-            throw Failure(Exit::io, options.dictionary + ": no such file");
-        }
+        requireFile(options.dictionary);
         if (!qv::GetTagFile().Load(wide(options.dictionary).c_str())) {
             throw diagnosed(Exit::wrongKind, options.dictionary, "is no tag dictionary");
         }

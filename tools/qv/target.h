@@ -8,10 +8,12 @@
 namespace tool {
 
 /// A file that is written under a temporary name beside its place and takes the place when it is committed. Without a
-/// commit nothing is left behind.
+/// commit nothing is left behind, also when the program is interrupted. One at a time.
 class Target {
 public:
-    /// Fails when the place is taken, unless `force`. A folder in the place, or one that cannot be written, fails too.
+    /// Fails when the place is taken, unless `force`, which replaces a file (the one a symbolic link leads to) and
+    /// keeps its permissions. A folder, a device or a pipe in the place, or a folder that cannot be written, fails
+    /// always.
     Target(const std::string& path, bool force);
     ~Target();
     Target(const Target&) = delete;

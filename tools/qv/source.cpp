@@ -1,0 +1,33 @@
+#include "source.h"
+
+#include <filesystem>
+
+#include "command.h"
+#include "qv/diagnostic.h"
+#include "qv/file_system.h"
+#include "text.h"
+
+namespace tool {
+
+bool isNameable(const std::string& path) { return path.find('\\') == std::string::npos && narrow(wide(path)) == path; }
+
+void requireFile(const std::string& path) {
+    if (!isNameable(path)) {
+        throw Failure(Exit::io, path + ": is not a name in UTF-8 without backslashes, and cannot be opened");
+    }
+    std::error_code error;
+    const auto type = std::filesystem::status(path, error).type();
+    if (type == std::filesystem::file_type::regular) {
+        constexpr uint32_t toRead = 0x2 | 0x10 | 0x300;  // existing, read, share everything
+        qv::ClearDiagnostic();
+        if (!qv::fileSystem().CreateFileW(wide(path).c_str(), toRead))
+            throw diagnosed(Exit::io, path, "cannot be opened");
+        return;
+    }
+    if (type == std::filesystem::file_type::directory) throw Failure(Exit::io, path + ": is a folder");
+    if (type == std::filesystem::file_type::not_found) throw Failure(Exit::io, path + ": no such file");
+    if (type == std::filesystem::file_type::none) throw Failure(Exit::io, path + ": " + error.message());
+    throw Failure(Exit::io, path + ": is a device or a pipe, not a file");
+}
+
+}  // namespace tool

@@ -1,0 +1,15 @@
+// Input files that are there and are files.
+#pragma once
+
+#include <string>
+
+namespace tool {
+
+/// Whether the library can name `path`: its names are UTF-8, and a backslash separates folders in them.
+bool isNameable(const std::string& path);
+
+/// Fails with one sentence unless `path` is a file on disk that can be read, or a symbolic link that leads to one. A
+/// folder, a device and a pipe fail: readers go back and forth in their file, and a pipe would be waited on for ever.
+void requireFile(const std::string& path);
+
+}  // namespace tool
