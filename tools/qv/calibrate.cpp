@@ -326,24 +326,22 @@ void addCalibrate(CLI::App& root) {
     auto* page = command->add_option("--page", options->calibrator.page, "Page of the calibration, from 0");
     command->add_option("--between", options->between, "Interpolate between two pages, as N:M")->excludes(page);
     command->add_option("--at", options->at, "Instrument temperature to interpolate at");
-    command->add_option("--to", options->calibrator.to, "temperature (default) or radiance")
-        ->transform(CLI::CheckedTransformer(
-            std::map<std::string, Quantity>{{"radiance", Quantity::radiance}, {"temperature", Quantity::temperature}}));
-    command->add_option("--unit", options->calibrator.unit, "C (default), F, K or R")
-        ->transform(CLI::CheckedTransformer(std::map<std::string, TemperatureUnit>{{"C", TemperatureUnit::celsius},
-                                                                                   {"F", TemperatureUnit::fahrenheit},
-                                                                                   {"K", TemperatureUnit::kelvin},
-                                                                                   {"R", TemperatureUnit::rankine}},
-                                            CLI::ignore_case));
+    addChoice<Quantity>(*command, "--to", options->calibrator.to,
+                        {{"temperature", Quantity::temperature}, {"radiance", Quantity::radiance}},
+                        "What the result holds (temperature)");
+    addChoice<TemperatureUnit>(*command, "--unit", options->calibrator.unit,
+                               {{"C", TemperatureUnit::celsius},
+                                {"F", TemperatureUnit::fahrenheit},
+                                {"K", TemperatureUnit::kelvin},
+                                {"R", TemperatureUnit::rankine}},
+                               "Unit of temperatures (C)");
     command->add_option("--emissivity", options->calibrator.emissivity, "Emissivity of the source (1)");
     command->add_option("--reflected", options->reflected, "Temperature [C] of what the source reflects (nothing)");
-    command
-        ->add_option(
-            "--inverse", options->calibrator.inverse,
-            "table: the calibration's own integral; polynomial: the page's fit; auto (default): the polynomial "
-            "when the user has overridden it")
-        ->transform(CLI::CheckedTransformer(std::map<std::string, Inverse>{
-            {"auto", Inverse::automatic}, {"polynomial", Inverse::polynomial}, {"table", Inverse::table}}));
+    addChoice<Inverse>(
+        *command, "--inverse", options->calibrator.inverse,
+        {{"auto", Inverse::automatic}, {"polynomial", Inverse::polynomial}, {"table", Inverse::table}},
+        "table: the calibration's own integral; polynomial: the page's fit; auto (default): the polynomial when the "
+        "user has overridden it, else the table");
     command->add_flag("--force", options->force, "Replace the output when it exists");
     command->add_flag("--json", options->json, "Facts as JSON");
 }

@@ -126,7 +126,7 @@ Calibrator::Calibrator(qv::CRCalFile& calibration, const CalibratorOptions& opti
         addPage(calibration, pages[0], 1.0 - weight, name);
         addPage(calibration, pages[1], weight, name);
     }
-    prepareInverse(calibration);
+    prepareInverse(calibration, name);
 }
 
 void Calibrator::addPage(qv::CRCalFile& calibration, int32_t index, double weight, const std::string& name) {
@@ -150,7 +150,7 @@ void Calibrator::addPage(qv::CRCalFile& calibration, int32_t index, double weigh
     m_maxCelsius = first ? record->maxTemperature : std::min(m_maxCelsius, record->maxTemperature);
 }
 
-void Calibrator::prepareInverse(qv::CRCalFile& calibration) {
+void Calibrator::prepareInverse(qv::CRCalFile& calibration, const std::string& name) {
     m_path = calibration.CalcRadiance(0.0, 0.0);
     if (m_options.reflectedCelsius) {
         m_reflected = calibration.CalcRadiance(*m_options.reflectedCelsius, 1.0 - m_options.emissivity) - m_path;
@@ -162,7 +162,10 @@ void Calibrator::prepareInverse(qv::CRCalFile& calibration) {
     if (m_inverse == Inverse::polynomial) {
         qv::TArray<double> coefficients;
         calibration.GetTempCoefficients(m_options.page, coefficients);
-        if (coefficients.size() < 2) throw Failure(Exit::damaged, "the page has no fit from radiance to temperature");
+        if (coefficients.size() < 2) {
+            throw Failure(Exit::damaged, name + ": page " + std::to_string(m_options.page) +
+                                             " has no fit from radiance to temperature");
+        }
         m_reverse = toVector(coefficients);
         m_lookupEmissivity = calibration.calPage(m_options.page).lookup().getEmissivity();
         return;
@@ -170,7 +173,7 @@ void Calibrator::prepareInverse(qv::CRCalFile& calibration) {
     const double low = std::max(m_minCelsius - marginKelvin, lowestCelsius);
     m_table.emplace(calibration, m_options.emissivity, low, m_maxCelsius + marginKelvin);
     if (!(m_table->worstKelvin() <= 10 * toleranceKelvin)) {
-        throw Failure(Exit::damaged, "the calibration's radiance does not rise with temperature: no inverse table");
+        throw Failure(Exit::damaged, name + ": its radiance does not rise with temperature: no inverse table");
     }
 }
 

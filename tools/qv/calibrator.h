@@ -85,7 +85,7 @@ private:
     };
 
     void addPage(qv::CRCalFile& calibration, int32_t index, double weight, const std::string& name);
-    void prepareInverse(qv::CRCalFile& calibration);
+    void prepareInverse(qv::CRCalFile& calibration, const std::string& name);
     double celsius(double radiance) const;
 
     CalibratorOptions m_options;

@@ -5,6 +5,7 @@
 #include <functional>
 #include <stdexcept>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace tool {
@@ -46,6 +47,27 @@ void remark(const std::string& sentence);
 /// Options are added to the result by the caller and live in what `body` captures.
 CLI::App* addCommand(CLI::App& parent, const std::string& name, const std::string& summary, const std::string& examples,
                      std::function<Exit()> body);
+
+/// Adds an option that takes one of a few words, in any case; help and errors list them.
+template <class T>
+CLI::Option* addChoice(CLI::App& command, const std::string& name, T& choice,
+                       const std::vector<std::pair<std::string, T>>& words, const std::string& help) {
+    std::string list;
+    for (const auto& [word, value] : words) list += (list.empty() ? "" : "|") + word;
+    const auto take = [&choice, words, name, list](const std::string& given) {
+        for (const auto& [word, value] : words) {
+            if (CLI::detail::to_lower(word) != CLI::detail::to_lower(given)) continue;
+            choice = value;
+            return;
+        }
+        throw CLI::ValidationError(name, "\"" + given + "\" is not one of " + list);
+    };
+    return command.add_option_function<std::string>(name, take, help)->type_name(list);
+}
+
+/// The parts of "NAME=VALUE", cut at the first equals sign. Fails with a sentence that begins with `option` where
+/// there is none, or no name.
+std::pair<std::string, std::string> splitTag(const std::string& tag, const std::string& option);
 
 /// The examples that a subcommand's help opens with; empty for the program itself.
 std::string examplesOf(const CLI::App& command);

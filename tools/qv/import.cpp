@@ -77,18 +77,15 @@ std::vector<Source> checkInputs(const Options& options, Layout& layout) {
 
 void addUserTags(const Options& options, qv::CSAFFile& header) {
     for (const std::string& tag : options.tags) {
-        const size_t equals = tag.find('=');
-        if (equals == std::string::npos)
-            throw Failure(Exit::usage, "--tag: \"" + tag + "\" is not of the form NAME=VALUE");
-        const std::string name = tag.substr(0, equals);
-        checkTagLine(name, tag.substr(equals + 1));
+        const auto [name, value] = splitTag(tag, "--tag");
+        checkTagLine(name, value);
         for (const char16_t* layout : {u"KeyWrd", u"xPixls", u"yPixls", u"NumDPs", u"DaType", u"BytOrd"}) {
             if (wide(name).CompareNoCase(layout) == 0) {
                 throw Failure(Exit::usage,
                               "--tag: " + name + " says what the frames are and follows from --raw and --type");
             }
         }
-        header[wide(name).c_str()] = wide(tag.substr(equals + 1)).c_str();
+        header[wide(name).c_str()] = wide(value).c_str();
     }
 }
 

@@ -66,6 +66,14 @@ CLI::App* addCommand(CLI::App& parent, const std::string& name, const std::strin
     return command;
 }
 
+std::pair<std::string, std::string> splitTag(const std::string& tag, const std::string& option) {
+    const size_t equals = tag.find('=');
+    if (equals == 0 || equals == std::string::npos) {
+        throw Failure(Exit::usage, option + ": \"" + tag + "\" is not of the form NAME=VALUE");
+    }
+    return {tag.substr(0, equals), tag.substr(equals + 1)};
+}
+
 namespace {
 
 constexpr char summary[] = "Thermal-infrared recordings and calibrations";
@@ -89,11 +97,29 @@ void describe(CLI::App& root) {
     addReference(root);
 }
 
+/// What stands where a command should, with the commands in front of it: "tags frob".
+std::string unknownWord(const CLI::App& app) {
+    for (const CLI::App* verb : app.get_subcommands()) {
+        const std::string deeper = unknownWord(*verb);
+        return deeper.empty() ? "" : verb->get_name() + " " + deeper;
+    }
+    if (app.get_subcommands([](const CLI::App*) { return true; }).empty()) return "";
+    const std::vector<std::string> left = app.remaining();
+    return left.empty() ? "" : left.front();
+}
+
 int run(int argc, char** argv) {
     CLI::App root(summary);
     describe(root);
     try {
         root.parse(argc, argv);
+    } catch (const CLI::RequiredError& error) {
+        if (const std::string word = unknownWord(root); !word.empty()) {
+            std::cerr << "qv: there is no command " << word << "\nRun with --help for more information.\n";
+            return static_cast<int>(Exit::usage);
+        }
+        root.exit(error);
+        return static_cast<int>(Exit::usage);
     } catch (const CLI::ParseError& error) {
         return root.exit(error) == 0 ? 0 : static_cast<int>(Exit::usage);
     } catch (const Failure& failure) {

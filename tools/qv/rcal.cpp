@@ -123,11 +123,8 @@ void setResponses(qv::CRCalFile& calibration, const Options& options) {
 
 void setTags(qv::CRCalFile& calibration, const Options& options) {
     for (const std::string& tag : options.tags) {
-        const size_t equals = tag.find('=');
-        if (equals == 0 || equals == std::string::npos) {
-            throw Failure(Exit::usage, "--tag: \"" + tag + "\" is not of the form NAME=VALUE");
-        }
-        calibration.SetTag(wide(tag.substr(0, equals)).c_str(), wide(tag.substr(equals + 1)).c_str());
+        const auto [name, value] = splitTag(tag, "--tag");
+        calibration.SetTag(wide(name).c_str(), wide(value).c_str());
     }
 }
 

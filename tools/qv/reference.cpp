@@ -52,7 +52,9 @@ void printOption(const CLI::Option& option, std::ostream& out) {
     const std::vector<std::string> names = optionNames(option);
     const std::string name = names.empty() ? option.get_name(true) : joined(names, ", ");
     const bool takesValue = !names.empty() && option.get_items_expected_max() > 0;
-    out << ".TP\n\\fB" << roff(name) << "\\fR" << (takesValue ? " \\fIVALUE\\fR" : "") << '\n'
+    const std::string type = option.get_type_name();
+    const std::string value = type.find('|') == type.npos ? "VALUE" : type;  // or the words that it takes
+    out << ".TP\n\\fB" << roff(name) << "\\fR" << (takesValue ? " \\fI" + roff(value) + "\\fR" : "") << '\n'
         << roff(option.get_description()) << (option.get_required() ? " (required)" : "") << '\n';
 }
 

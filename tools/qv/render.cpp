@@ -129,9 +129,9 @@ void addRender(CLI::App& root) {
                    [options] { return render(*options); });
     command->add_option("recording", options->recording, "Recording")->required();
     command->add_option("--frame", options->frame, "Frame, from 0");
-    command->add_option("--palette", options->palette, "iron (default), gray or rainbow")
-        ->transform(CLI::CheckedTransformer(std::map<std::string, Palette>{
-            {"iron", Palette::iron}, {"gray", Palette::gray}, {"rainbow", Palette::rainbow}}));
+    addChoice<Palette>(*command, "--palette", options->palette,
+                       {{"iron", Palette::iron}, {"gray", Palette::gray}, {"rainbow", Palette::rainbow}},
+                       "Colours from low to high (iron)");
     command->add_option("--range", options->range, "Values at the ends of the palette, as LOW:HIGH");
     command->add_option("-o,--output", options->output, "Picture to write")->required();
     command->add_flag("--force", options->force, "Replace the output when it exists");

@@ -129,10 +129,9 @@ Exit set(const Options& options) {
     qv::CSAFFile header;
     load(header, options.file);
     for (const std::string& tag : options.names) {
-        const size_t equals = tag.find('=');
-        if (equals == std::string::npos) throw Failure(Exit::usage, "\"" + tag + "\" is not of the form NAME=VALUE");
-        checkTagLine(tag.substr(0, equals), tag.substr(equals + 1));
-        header.SetTagValue(wide(tag.substr(0, equals)).c_str(), wide(tag.substr(equals + 1)).c_str());
+        const auto [name, value] = splitTag(tag, "tags set");
+        checkTagLine(name, value);
+        header.SetTagValue(wide(name).c_str(), wide(value).c_str());
     }
     save(header, options);
     return Exit::done;
