@@ -405,7 +405,8 @@ void CSAFFile::writeHeader(IFile& file, uint32_t pad) {
     }
     safPad::append(header, pad);
     header += "DATA\r\n";
-    file.WriteBytes(header.data(), static_cast<uint32_t>(header.size()));
+    if (file.WriteBytes(header.data(), static_cast<uint32_t>(header.size()))) return;
+    SetDiagnostic(CString(), u"room for the header", u"a short write", file.GetPosition());
 }
 
 template class TArray<SAF_TAG>;

@@ -130,7 +130,8 @@ public:
 
     /// Writes the header into an open file. `dataPosition` is where its data begin (0 with an empty file) and receives
     /// where they begin afterwards. SaveTo starts from 0: on a file that has content it inserts at the front.
-    /// The object's own path and data position are not touched. Always true.
+    /// The object's own path and data position are not touched. Always true: a header that could not be written leaves
+    /// its diagnostic, here as in Save.
     bool SaveTo(TSharedPtr<IFile> file, uint32_t& dataPosition, bool addPad);
     bool Update(TSharedPtr<IFile> file, uint32_t& dataPosition, bool addPad);
 

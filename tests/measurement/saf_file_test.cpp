@@ -296,4 +296,21 @@ TEST(SafSelfTest, Passes) {
 }
 
 }  // namespace
+TEST(SafSave, AHeaderThatDoesNotFitItsFileLeavesADiagnostic) {
+    CSAFFile header;
+    header.New(false);
+    header[u"Camera"] = u"MW1";
+    for (const uint32_t room : {0u, 1u, 20u}) {
+        const auto file = CMemFile::Create();
+        file->SetSize(room);
+        file->SetGrow(false);
+        TSharedPtr<IFile> target = file;
+        uint32_t position = room;
+        ClearDiagnostic();
+        EXPECT_TRUE(header.Update(target, position, false)) << room;
+        EXPECT_TRUE(LastDiagnostic().IsSet()) << room;
+    }
+    ClearDiagnostic();
+}
+
 }  // namespace qv

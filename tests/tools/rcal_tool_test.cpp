@@ -172,6 +172,7 @@ TEST(RcalTool, RefusesInOneSentence) {
     place.write("far.txt", "8 1\n9 1\n");
     place.write("ok.csv", "temperature,counts\n1,2\n");
     place.write("letters.csv", "temperature,counts\n1,2\n3,x\n");
+    place.write("commas.csv", "temperature,counts\n10,5,1000\n20,5,2000\n");
     place.write("cold.csv", "temperature_K,counts\n-1,2\n");
     place.write("heads.csv", "a,b\n1,2\n");
     place.write("empty.csv", "");
@@ -192,6 +193,7 @@ TEST(RcalTool, RefusesInOneSentence) {
         {"new b.rcal --modtran one.txt", 2, "--transmission"},
         {"new b.rcal --tag novalue", 2, "NAME=VALUE"},
         {"points a.rcal letters.csv", 4, "letters.csv: line 3: \"x\" is no number"},
+        {"points a.rcal commas.csv", 4, "decimal comma"},
         {"points a.rcal cold.csv", 4, "absolute zero"},
         {"points a.rcal heads.csv", 3, "no column holds temperatures"},
         {"points a.rcal empty.csv", 3, "head line"},

@@ -14,6 +14,7 @@
 #include "command.h"
 #include "json.h"
 #include "progress.h"
+#include "qv/diagnostic.h"
 #include "recording.h"
 #include "table.h"
 #include "target.h"
@@ -301,7 +302,9 @@ Exit calibrate(Options& options) {
     qv::CSAFFile header;
     writeHeader(source, calibrator, options, header);
     uint32_t position = 0;
+    qv::ClearDiagnostic();
     header.SaveTo(target.open(), position, true);
+    if (qv::LastDiagnostic().IsSet()) throw diagnosed(Exit::io, options.output, "cannot be written");
     const Tally tally = convertFrames(source, calibrator, target, position);
     target.commit();
     report(options, source, calibrator, tally);

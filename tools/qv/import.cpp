@@ -118,7 +118,9 @@ Exit import(const Options& options) {
     {
         const qv::TSharedPtr<qv::IFile> out = target.open();
         uint32_t position = 0;
+        qv::ClearDiagnostic();
         header.SaveTo(out, position, true);
+        if (qv::LastDiagnostic().IsSet()) throw diagnosed(Exit::io, options.output, "cannot be written");
         out->SetPosition(position);
         Progress progress("import", layout.frames, layout.frameBytes());
         for (const Source& source : sources) copyFrames(source, layout, *out, options.output, progress);

@@ -13,6 +13,7 @@ namespace tool {
 namespace {
 
 constexpr double absoluteZeroCelsius = -273.15;
+constexpr size_t mostPoints = 10000;  // each point that is added makes the page's fits anew
 
 struct Known {
     PointColumn column;
@@ -97,6 +98,8 @@ public:
             if (m_separator == 0) {
                 head(line, table);
             } else {
+                if (table.rows.size() == mostPoints)
+                    fail(Exit::damaged, "more than " + std::to_string(mostPoints) + " points");
                 table.rows.push_back(row(cellsOf(line, m_separator)));
             }
         }
@@ -119,6 +122,7 @@ private:
     void head(const std::string& line, PointTable& table) {
         m_separator = line.find(';') != std::string::npos ? ';' : line.find('\t') != std::string::npos ? '\t' : ',';
         const std::vector<std::string> cells = cellsOf(line, m_separator);
+        m_columns = cells.size();
         for (size_t i = 0; i < cells.size(); ++i) {
             if (!place(cells[i], i)) table.ignored.push_back(cells[i]);
         }
@@ -170,6 +174,10 @@ private:
     }
 
     PointRow row(const std::vector<std::string>& cells) const {
+        // A decimal comma among commas would shift what stands behind it.
+        for (size_t i = m_columns; i < cells.size(); ++i) {
+            if (!cells[i].empty()) fail(Exit::damaged, "more cells than the head line has (a decimal comma?)");
+        }
         PointRow out;
         out.point.temperature = *value(cells, PointColumn::temperature);
         out.point.measurement = *value(cells, PointColumn::counts);
@@ -189,6 +197,7 @@ private:
     const std::map<PointColumn, std::string>& m_names;
     std::map<PointColumn, Place> m_places;
     char m_separator = 0;
+    size_t m_columns = 0;
     size_t m_line = 0;
 };
 

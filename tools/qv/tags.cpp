@@ -110,7 +110,9 @@ void save(qv::CSAFFile& header, const Options& options) {
         checkSpace(options.file, plan.insert);
     }
     qv::ClearDiagnostic();
-    if (!options.dryRun && !header.Save()) throw diagnosed(Exit::io, options.file, "cannot be written");
+    if (!options.dryRun && (!header.Save() || qv::LastDiagnostic().IsSet())) {  // a failed write is told by that alone
+        throw diagnosed(Exit::io, options.file, "cannot be written");
+    }
     if (options.json) {
         Json::document("qv.tags.1")
             .set("file", options.file)
