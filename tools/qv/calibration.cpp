@@ -90,6 +90,15 @@ std::vector<ResponseState> responses(qv::CRCalFile& calibration) {
     return states;
 }
 
+Json jsonOf(const ResponseState& state) {
+    return Json::object()
+        .set("name", state.name)
+        .set("state", state.what)
+        .set("file", state.file)
+        .set("inForce", state.inForce)
+        .set("missing", state.missing);
+}
+
 void warnOfMissingResponses(qv::CRCalFile& calibration, const std::string& path) {
     for (const ResponseState& state : responses(calibration)) {
         if (!state.missing) continue;

@@ -4,6 +4,7 @@
 #include <string>
 #include <vector>
 
+#include "json.h"
 #include "qv/rcal_file.h"
 
 namespace tool {
@@ -24,6 +25,7 @@ struct ResponseState {
     bool missing = false;  ///< It should be in force and is not.
 };
 std::vector<ResponseState> responses(qv::CRCalFile& calibration);
+Json jsonOf(const ResponseState& state);
 
 /// Warns of responses that could not be loaded: without them the temperatures are others. --quiet does not silence it.
 void warnOfMissingResponses(qv::CRCalFile& calibration, const std::string& path);

@@ -222,10 +222,10 @@ Json addPolynomial(const std::string& label, int32_t order, double r2, const qv:
                    const qv::POLY_OVERRIDE& override, Table& table) {
     Json json = Json::object().set("order", order).set("r2", r2).set("coefficients", numbers(coefficients));
     json.set("overridden", override.valid);
-    table.add({label, std::to_string(order), number(r2, 10), words(coefficients), override.valid ? "no" : "yes"});
+    table.add({label, std::to_string(order), number(r2, 10), override.valid ? "no" : "yes", words(coefficients)});
     if (override.valid) {
         json.set("overrideOrder", override.order).set("overrideCoefficients", numbers(override.values));
-        table.add({label + ", override", std::to_string(override.order), "", words(override.values), "yes"});
+        table.add({label + ", override", std::to_string(override.order), "", "yes", words(override.values)});
     }
     return json;
 }
@@ -239,8 +239,8 @@ Json addPage(const qv::CAL_PAGE& page, int32_t index, Sheet& sheet) {
     Table fits({{"fit", Table::Align::left},
                 {"order"},
                 {"R2"},
-                {"coefficients, lowest power first", Table::Align::left},
-                {"in use", Table::Align::left}});
+                {"in use", Table::Align::left},
+                {"coefficients, lowest power first", Table::Align::left}});
     json.set("radianceFit",
              addPolynomial("counts to radiance", page.polyOrder, page.r2, page.coeffs, page.coeffsOverride, fits));
     json.set("temperatureFit", addPolynomial("radiance to temperature", page.tempPolyOrder, page.tempR2,
@@ -291,12 +291,7 @@ Exit describeCalibration(const std::string& path, Sheet& sheet, std::string& pro
     Json responseFacts = Json::array();
     for (const ResponseState& state : responses(calibration)) {
         table.add({state.name, state.what, state.file});
-        responseFacts.push(Json::object()
-                               .set("name", state.name)
-                               .set("state", state.what)
-                               .set("file", state.file)
-                               .set("inForce", state.inForce)
-                               .set("missing", state.missing));
+        responseFacts.push(jsonOf(state));
         if (state.missing) problem = path + ": " + state.name + " " + state.file + ": " + state.what;
     }
     sheet.add("pageCount", "pages", pages, std::to_string(pages));

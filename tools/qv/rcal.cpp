@@ -43,6 +43,7 @@ struct Options {
     std::optional<int32_t> tempOrder;
     std::string lookup;
     Limits limits;
+    bool dryRun = false;
     bool json = false;
     bool csv = false;
 };
@@ -189,14 +190,7 @@ void printResponses(qv::CRCalFile& calibration, const Options& options) {
 
 Json jsonResponses(qv::CRCalFile& calibration, const Options& options, const std::string& schema) {
     Json files = Json::array();
-    for (const ResponseState& state : responses(calibration)) {
-        files.push(Json::object()
-                       .set("name", state.name)
-                       .set("file", state.file)
-                       .set("state", state.what)
-                       .set("inForce", state.inForce)
-                       .set("missing", state.missing));
-    }
+    for (const ResponseState& state : responses(calibration)) files.push(jsonOf(state));
     Json tags = Json::object();
     for (const auto& tag : calibration.GetTags()) tags.set(narrow(tag.name), narrow(tag.value));
     return Json::document(schema)
@@ -265,6 +259,15 @@ Exit check(const Options& options) {
     requirePage(calibration, options);
     warnOfMissingResponses(calibration, options.file);
     return printReport(calibration, options, "qv.rcal.check.1", true) ? Exit::done : Exit::negative;
+}
+
+/// Replaces the calibration's file, or says that it does not.
+void saveInPlace(qv::CRCalFile& calibration, const Options& options) {
+    if (options.dryRun) {
+        remark("qv: " + options.file + ": is left as it is (--dry-run)");
+    } else {
+        saveCalibration(calibration, options.file, true);
+    }
 }
 
 // points -------------------------------------------------------------------------------------------------------------
@@ -339,9 +342,13 @@ Exit addPointsTo(const Options& options) {
                        .set("added", static_cast<uint64_t>(placed.points.size()))
                        .set("points", points.getCount()));
     }
-    saveCalibration(calibration, options.file, true);
+    saveInPlace(calibration, options);
     if (options.json) {
-        Json::document("qv.rcal.points.1").set("file", options.file).set("pages", pages).print(std::cout);
+        Json::document("qv.rcal.points.1")
+            .set("file", options.file)
+            .set("dryRun", options.dryRun)
+            .set("pages", pages)
+            .print(std::cout);
     } else {
         options.csv ? text.printCsv(std::cout) : text.print(std::cout);
     }
@@ -390,7 +397,7 @@ Exit fit(const Options& options) {
         if (!options.lookup.empty()) setLookup(page, options.lookup);
         if (options.tempOrder) page.setTempPolyOrder(*options.tempOrder);
     }
-    saveCalibration(calibration, options.file, true);
+    saveInPlace(calibration, options);
     printReport(calibration, options, "qv.rcal.fit.1", false);
     return Exit::done;
 }
@@ -404,6 +411,10 @@ CLI::App* addVerb(CLI::App& parent, const std::shared_ptr<Options>& options, con
     verb->add_option("file", options->file, "Calibration")->required();
     verb->add_flag("--json", options->json, "Facts as JSON");
     return verb;
+}
+
+void addDryRun(CLI::App* verb, const std::shared_ptr<Options>& options) {
+    verb->add_flag("--dry-run", options->dryRun, "Show the outcome, and leave the file as it is");
 }
 
 void addNew(CLI::App& parent, const std::shared_ptr<Options>& options) {
@@ -448,6 +459,7 @@ void addPointsVerb(CLI::App& parent, const std::shared_ptr<Options>& options) {
             [options, column = column](const std::string& value) { options->columns[column] = value; },
             "Name of the column that holds it");
     }
+    addDryRun(verb, options);
     verb->add_flag("--csv", options->csv, "Comma-separated");
 }
 
@@ -471,6 +483,7 @@ void addRcal(CLI::App& root) {
                              "  qv rcal fit camera.rcal --page 0 --order 3 --temp-order 8 --lookup -20:150:1",
                              fit);
     addReportOptions(verb, options);
+    addDryRun(verb, options);
     verb->add_option("--order", options->order, "Order of the polynomial from counts to radiance");
     verb->add_option("--temp-order", options->tempOrder, "Order of the polynomial from radiance to temperature");
     verb->add_option("--lookup", options->lookup,
