@@ -32,9 +32,7 @@ using namespace qv;
 constexpr int fitOrder = 6;
 constexpr uint32_t fitPoints = 16384;
 
-double fitTruth(double x) {
-    return 3.0 + x * (2.0 - 1e-4 * x);
-}
+double fitTruth(double x) { return 3.0 + x * (2.0 - 1e-4 * x); }
 
 void fitData(TArray<double>& x, TArray<double>& y) {
     for (uint32_t i = 0; i < fitPoints; ++i) {

@@ -22,9 +22,7 @@ TSharedPtr<IFile> openFile(IFileSystem* fileSystem, const char16_t* path, uint32
 
 }  // namespace
 
-CXMLFile::~CXMLFile() {
-    Destroy();
-}
+CXMLFile::~CXMLFile() { Destroy(); }
 
 void CXMLFile::Destroy() {
     Private::deleteSiblings(m_root);
@@ -32,9 +30,7 @@ void CXMLFile::Destroy() {
     m_pastTheEnd = false;
 }
 
-bool CXMLFile::Load(const char16_t* path) {
-    return Load(&fileSystem(), path);
-}
+bool CXMLFile::Load(const char16_t* path) { return Load(&fileSystem(), path); }
 
 bool CXMLFile::Load(IFileSystem* fileSystem, const char16_t* path) {
     const CString kept(path);  // `path` may stand in this tree
@@ -53,9 +49,7 @@ bool CXMLFile::Load(TSharedPtr<IFile> file) {
     return loaded;
 }
 
-bool CXMLFile::Save(const char16_t* path) const {
-    return Save(&fileSystem(), path);
-}
+bool CXMLFile::Save(const char16_t* path) const { return Save(&fileSystem(), path); }
 
 bool CXMLFile::Save(IFileSystem* fileSystem, const char16_t* path) const {
     return Save(openFile(fileSystem, path, openToWrite));
@@ -77,9 +71,7 @@ bool CXMLFile::moveTo(CNode* node) {
     return true;
 }
 
-bool CXMLFile::Root() {
-    return moveTo(m_root);
-}
+bool CXMLFile::Root() { return moveTo(m_root); }
 
 bool CXMLFile::Parent() {
     if (m_curr == nullptr) return false;
@@ -188,8 +180,6 @@ bool CXMLFile::FindNext(const CString& name) {
     return false;
 }
 
-bool CXMLFile::FindFirstChild(const CString& name) {
-    return m_curr != nullptr && moveTo(m_curr->FindChild(name));
-}
+bool CXMLFile::FindFirstChild(const CString& name) { return m_curr != nullptr && moveTo(m_curr->FindChild(name)); }
 
 }  // namespace qv

@@ -53,9 +53,7 @@ CXMLFile::CNode::CNode(const CString& elementName, const CString& elementValue)
     : CNode(NODETYPE_ELEMENT, elementName, elementValue) {}
 CXMLFile::CNode::CNode(const CString& elementName, const CAttribArray& list)
     : CNode(NODETYPE_ELEMENT, elementName, Private::sharedEmptyText(), list) {}
-CXMLFile::CNode::~CNode() {
-    deleteChildren();
-}
+CXMLFile::CNode::~CNode() { deleteChildren(); }
 
 /// Each node's children are put in front of its next sibling before the node goes, so that one list is left to delete.
 void CXMLFile::CNode::deleteChildren() {
@@ -96,15 +94,9 @@ CXMLFile::CNode* CXMLFile::CNode::Last() const {
 CXMLFile::CNode* CXMLFile::CNode::Find(const CString& wanted) const {
     return findFrom(const_cast<CNode*>(this), wanted);
 }
-CXMLFile::CNode* CXMLFile::CNode::FindFirst(const CString& wanted) const {
-    return findFrom(First(), wanted);
-}
-CXMLFile::CNode* CXMLFile::CNode::FindNext(const CString& wanted) const {
-    return findFrom(m_next, wanted);
-}
-CXMLFile::CNode* CXMLFile::CNode::FindChild(const CString& wanted) const {
-    return findFrom(m_firstChild, wanted);
-}
+CXMLFile::CNode* CXMLFile::CNode::FindFirst(const CString& wanted) const { return findFrom(First(), wanted); }
+CXMLFile::CNode* CXMLFile::CNode::FindNext(const CString& wanted) const { return findFrom(m_next, wanted); }
+CXMLFile::CNode* CXMLFile::CNode::FindChild(const CString& wanted) const { return findFrom(m_firstChild, wanted); }
 
 CString CXMLFile::CNode::GetAttribute(const CString& wanted) const {
     return GetAttribute(wanted, Private::sharedEmptyText());

@@ -35,9 +35,7 @@ constexpr std::array<uint8_t, 256> classes = [] {
     return table;
 }();
 
-constexpr uint8_t classOf(char ch) {
-    return classes[static_cast<uint8_t>(ch)];
-}
+constexpr uint8_t classOf(char ch) { return classes[static_cast<uint8_t>(ch)]; }
 
 /// A reference is looked for in this many bytes, its & and ; included.
 constexpr size_t longestReference = 16;
@@ -117,9 +115,7 @@ bool XmlInput::more() {
     return got != 0;
 }
 
-int64_t XmlInput::line() const {
-    return m_line + std::count<const char*>(m_block.get(), m_at, '\n');
-}
+int64_t XmlInput::line() const { return m_line + std::count<const char*>(m_block.get(), m_at, '\n'); }
 
 bool XmlInput::startsWith(std::string_view text) {
     while (static_cast<size_t>(m_end - m_at) < text.size()) {
@@ -157,9 +153,7 @@ void XmlInput::readUntilByte(char stop) {
 // XmlReader -----------------------------------------------------------------------------------------------------------
 
 XmlReader::XmlReader(IFile& file, bool keepText) : m_file(file), m_input(file), m_keepText(keepText) {}
-XmlReader::~XmlReader() {
-    deleteSiblings(m_first);
-}
+XmlReader::~XmlReader() { deleteSiblings(m_first); }
 
 CXMLFile::CNode* XmlReader::release() {
     m_last = nullptr;
@@ -177,9 +171,7 @@ bool XmlReader::readDocument() {
     return finish(read);
 }
 
-bool XmlReader::readOne() {
-    return finish(readTree());
-}
+bool XmlReader::readOne() { return finish(readTree()); }
 
 /// The blocks may have gone past what was used.
 bool XmlReader::finish(bool read) {
@@ -442,9 +434,7 @@ bool XmlReader::replaceReferences(std::string_view raw) {
     }
 }
 
-bool XmlReader::failReference() {
-    return fail(u"a ';' within sixteen bytes of an '&'");
-}
+bool XmlReader::failReference() { return fail(u"a ';' within sixteen bytes of an '&'"); }
 
 bool XmlReader::fail(const char16_t* expected) {
     char16_t name[512];

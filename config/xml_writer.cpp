@@ -33,12 +33,8 @@ bool isEscaped(char16_t ch, bool attribute) {
     return ch < 128 && !escapes[ch].empty() && (attribute || (ch != u'\n' && ch != u'\r'));
 }
 
-bool isHighSurrogate(char16_t ch) {
-    return (ch & 0xFC00) == 0xD800;
-}
-bool isLowSurrogate(char16_t ch) {
-    return (ch & 0xFC00) == 0xDC00;
-}
+bool isHighSurrogate(char16_t ch) { return (ch & 0xFC00) == 0xD800; }
+bool isLowSurrogate(char16_t ch) { return (ch & 0xFC00) == 0xDC00; }
 
 }  // namespace
 

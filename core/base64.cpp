@@ -23,9 +23,7 @@ constexpr std::array<uint8_t, 128> meanings = [] {
     return table;
 }();
 
-constexpr uint8_t meaningOf(char16_t ch) {
-    return ch < 128 ? meanings[ch] : skipped;
-}
+constexpr uint8_t meaningOf(char16_t ch) { return ch < 128 ? meanings[ch] : skipped; }
 
 /// Calls `group(bytes, count)` for each complete group of four characters, until it returns false.
 template <class Group>

@@ -25,9 +25,7 @@ struct Date {
     int year, month, day;
 };
 
-constexpr int64_t floorDiv(int64_t a, int64_t b) {
-    return a / b - (a % b < 0 ? 1 : 0);
-}
+constexpr int64_t floorDiv(int64_t a, int64_t b) { return a / b - (a % b < 0 ? 1 : 0); }
 
 // A year is taken to begin in March, so that the leap day ends it; 400 years make one cycle of 146097 days. Day 0 is
 // 1601-01-01, the 306th day of the year that began in March 1600.
@@ -118,57 +116,24 @@ bool appendField(std::u16string& text, char16_t letter, const Fields& fields, in
     const auto milliseconds = static_cast<int>(fields.fractionTicks / ticksPerMillisecond);
     const std::u16string_view month = monthNames[fields.date.month - 1], day = dayNames[fields.dayOfWeek];
     switch (letter) {
-        case u'Y':
-            appendNumber(text, fields.date.year, 4);
-            return true;
-        case u'y':
-            appendNumber(text, fields.date.year % 100, 2);
-            return true;
-        case u'm':
-            appendNumber(text, fields.date.month, 2);
-            return true;
+        case u'Y': appendNumber(text, fields.date.year, 4); return true;
+        case u'y': appendNumber(text, fields.date.year % 100, 2); return true;
+        case u'm': appendNumber(text, fields.date.month, 2); return true;
         case u'd':
-        case u'D':
-            appendNumber(text, fields.date.day, 2);
-            return true;
-        case u'H':
-            appendNumber(text, fields.hour, 2);
-            return true;
-        case u'I':
-            appendNumber(text, (fields.hour + 11) % 12 + 1, 2);
-            return true;
-        case u'M':
-            appendNumber(text, fields.minute, 2);
-            return true;
-        case u'S':
-            appendNumber(text, fields.second, 2);
-            return true;
-        case u'L':
-            appendNumber(text, milliseconds, 3);
-            return true;
-        case u'p':
-            text += fields.hour < 12 ? u"AM" : u"PM";
-            return true;
-        case u'z':
-            appendOffset(text, offsetMinutes, false);
-            return true;
-        case u'B':
-            text += month;
-            return true;
-        case u'b':
-            text += month.substr(0, 3);
-            return true;
-        case u'A':
-            text += day;
-            return true;
-        case u'a':
-            text += day.substr(0, 3);
-            return true;
-        case u'%':
-            text += u'%';
-            return true;
-        default:
-            return false;
+        case u'D': appendNumber(text, fields.date.day, 2); return true;
+        case u'H': appendNumber(text, fields.hour, 2); return true;
+        case u'I': appendNumber(text, (fields.hour + 11) % 12 + 1, 2); return true;
+        case u'M': appendNumber(text, fields.minute, 2); return true;
+        case u'S': appendNumber(text, fields.second, 2); return true;
+        case u'L': appendNumber(text, milliseconds, 3); return true;
+        case u'p': text += fields.hour < 12 ? u"AM" : u"PM"; return true;
+        case u'z': appendOffset(text, offsetMinutes, false); return true;
+        case u'B': text += month; return true;
+        case u'b': text += month.substr(0, 3); return true;
+        case u'A': text += day; return true;
+        case u'a': text += day.substr(0, 3); return true;
+        case u'%': text += u'%'; return true;
+        default: return false;
     }
 }
 
@@ -258,12 +223,8 @@ int64_t ticksOf(const Date& date, int hour, int minute, int second, int64_t frac
 
 }  // namespace
 
-CDateTime CDateTime::UtcNow() {
-    return FromFileTime(platform::systemTimeTicks());
-}
-CDateTime CDateTime::Now() {
-    return UtcNow().ToLocal();
-}
+CDateTime CDateTime::UtcNow() { return FromFileTime(platform::systemTimeTicks()); }
+CDateTime CDateTime::Now() { return UtcNow().ToLocal(); }
 
 CDateTime CDateTime::FromFileTime(uint64_t ticks) {
     CDateTime time;
@@ -296,9 +257,7 @@ CDateTime CDateTime::FromLocal(int year, int month, int day, int hour, int minut
     return FromFields(offset, year, month, day, hour, minute, second, millisecond);
 }
 
-CDateTime CDateTime::ToUtc() const {
-    return FromFileTime(ToFileTime());
-}
+CDateTime CDateTime::ToUtc() const { return FromFileTime(ToFileTime()); }
 
 CDateTime CDateTime::ToLocal() const {
     CDateTime time = *this;
@@ -306,30 +265,14 @@ CDateTime CDateTime::ToLocal() const {
     return time;
 }
 
-int CDateTime::GetYear() const {
-    return fieldsOf(*this).date.year;
-}
-int CDateTime::GetMonth() const {
-    return fieldsOf(*this).date.month;
-}
-int CDateTime::GetDay() const {
-    return fieldsOf(*this).date.day;
-}
-int CDateTime::GetHour() const {
-    return fieldsOf(*this).hour;
-}
-int CDateTime::GetMinute() const {
-    return fieldsOf(*this).minute;
-}
-int CDateTime::GetSecond() const {
-    return fieldsOf(*this).second;
-}
-int CDateTime::GetDayOfWeek() const {
-    return fieldsOf(*this).dayOfWeek;
-}
-int CDateTime::GetMillisecond() const {
-    return static_cast<int>(m_ticks % ticksPerSecond / ticksPerMillisecond);
-}
+int CDateTime::GetYear() const { return fieldsOf(*this).date.year; }
+int CDateTime::GetMonth() const { return fieldsOf(*this).date.month; }
+int CDateTime::GetDay() const { return fieldsOf(*this).date.day; }
+int CDateTime::GetHour() const { return fieldsOf(*this).hour; }
+int CDateTime::GetMinute() const { return fieldsOf(*this).minute; }
+int CDateTime::GetSecond() const { return fieldsOf(*this).second; }
+int CDateTime::GetDayOfWeek() const { return fieldsOf(*this).dayOfWeek; }
+int CDateTime::GetMillisecond() const { return static_cast<int>(m_ticks % ticksPerSecond / ticksPerMillisecond); }
 
 CString CDateTime::Format(const char16_t* pattern, int limit) const {
     const Fields fields = fieldsOf(*this);

@@ -12,15 +12,9 @@ CException::CException(CException&& other) noexcept : m_message(std::move(other.
 CException& CException::operator=(const CException&) = default;
 CException::~CException() = default;
 
-CString CException::message() const {
-    return m_message;
-}
-CStringMB CException::what() const {
-    return CStringMB(m_message.c_str());
-}
-const CException* CException::innerException() const {
-    return m_inner;
-}
+CString CException::message() const { return m_message; }
+CStringMB CException::what() const { return CStringMB(m_message.c_str()); }
+const CException* CException::innerException() const { return m_inner; }
 
 #define QV_DEFINE_EXCEPTION(Name, Base)                                                       \
     Name::Name(CString message, const CException* inner) : Base(std::move(message), inner) {} \
@@ -37,9 +31,7 @@ QV_DEFINE_EXCEPTION(CRuntimeErrorException, CException);
 #undef QV_DEFINE_EXCEPTION
 
 namespace Private {
-void throwIndexOutOfBounds() {
-    throw CException(CString(u"Index out of bounds."));
-}
+void throwIndexOutOfBounds() { throw CException(CString(u"Index out of bounds.")); }
 }  // namespace Private
 
 }  // namespace qv

@@ -94,17 +94,10 @@ public:
     void set(double magnitude, const Conversion& conversion) {
         const size_t asked = conversion.hasPrecision ? std::min(conversion.precision, padLimit) : 6;
         switch (toLower(conversion.type)) {
-            case 'f':
-                write(magnitude, std::chars_format::fixed, asked);
-                break;
-            case 'e':
-                write(magnitude, std::chars_format::scientific, asked);
-                break;
-            case 'g':
-                setGeneral(magnitude, std::max<size_t>(asked, 1), conversion.alternate);
-                break;
-            default:
-                setHex(magnitude, asked, conversion.hasPrecision);
+            case 'f': write(magnitude, std::chars_format::fixed, asked); break;
+            case 'e': write(magnitude, std::chars_format::scientific, asked); break;
+            case 'g': setGeneral(magnitude, std::max<size_t>(asked, 1), conversion.alternate); break;
+            default: setHex(magnitude, asked, conversion.hasPrecision);
         }
         if (conversion.alternate) forcePoint();
         if (conversion.isUpper()) makeUpper(m_text, m_end);
@@ -223,23 +216,12 @@ private:
     void readFlags(Conversion& conversion) {
         for (;; ++m_at) {
             switch (peek()) {
-                case '-':
-                    conversion.left = true;
-                    break;
-                case '+':
-                    conversion.plus = true;
-                    break;
-                case ' ':
-                    conversion.blank = true;
-                    break;
-                case '#':
-                    conversion.alternate = true;
-                    break;
-                case '0':
-                    conversion.zeroPad = true;
-                    break;
-                default:
-                    return;
+                case '-': conversion.left = true; break;
+                case '+': conversion.plus = true; break;
+                case ' ': conversion.blank = true; break;
+                case '#': conversion.alternate = true; break;
+                case '0': conversion.zeroPad = true; break;
+                default: return;
             }
         }
     }
@@ -301,9 +283,7 @@ private:
             case 'u':
             case 'o':
             case 'x':
-            case 'X':
-                printInteger(conversion);
-                return true;
+            case 'X': printInteger(conversion); return true;
             case 'f':
             case 'F':
             case 'e':
@@ -311,28 +291,15 @@ private:
             case 'g':
             case 'G':
             case 'a':
-            case 'A':
-                printReal(conversion);
-                return true;
+            case 'A': printReal(conversion); return true;
             case 'c':
-            case 'C':
-                printCharacter(conversion);
-                return true;
+            case 'C': printCharacter(conversion); return true;
             case 's':
-            case 'S':
-                printText(conversion);
-                return true;
-            case 'p':
-                printPointer(conversion);
-                return true;
-            case 'n':
-                nextArg();
-                return true;
-            case '%':
-                m_out += Ch('%');
-                return true;
-            default:
-                return false;
+            case 'S': printText(conversion); return true;
+            case 'p': printPointer(conversion); return true;
+            case 'n': nextArg(); return true;
+            case '%': m_out += Ch('%'); return true;
+            default: return false;
         }
     }
 
@@ -473,9 +440,7 @@ private:
 
 }  // namespace
 
-void format(std::string& out, std::string_view pattern, FormatArgs args) {
-    Formatter<char>(out, pattern, args).run();
-}
+void format(std::string& out, std::string_view pattern, FormatArgs args) { Formatter<char>(out, pattern, args).run(); }
 void format(std::u16string& out, std::u16string_view pattern, FormatArgs args) {
     Formatter<char16_t>(out, pattern, args).run();
 }

@@ -7,9 +7,7 @@ namespace qv {
 const nullptr_t null{};
 
 namespace Private {
-void throwNullableNotSet() {
-    throw CRuntimeErrorException(CString(u"nullable value is not set."));
-}
+void throwNullableNotSet() { throw CRuntimeErrorException(CString(u"nullable value is not set.")); }
 void throwNullableIsSet() {
     throw CRuntimeErrorException(CString(u"can't use & operator (set by pointer) because nullable value is set."));
 }

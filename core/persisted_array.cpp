@@ -47,9 +47,7 @@ PersistedWindow::PersistedWindow(TSharedPtr<IFile> file, uint32_t budgetBytes, u
     takeCapacity(std::max(m_budgetBytes / m_elementSize, 1u));
     m_cache = allocRecords(m_capacity, m_elementSize).release();
 }
-PersistedWindow::~PersistedWindow() {
-    std::free(m_cache);
-}
+PersistedWindow::~PersistedWindow() { std::free(m_cache); }
 
 unsigned char* PersistedWindow::element(uint32_t index) {
     if (index == 0xFFFFFFFFu) throwIndexOutOfBounds();

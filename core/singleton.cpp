@@ -69,18 +69,12 @@ ExitTable& exitTable() {
     return *table;
 }
 
-void ExitTable::exitCallback() {
-    exitTable().run();
-}
+void ExitTable::exitCallback() { exitTable().run(); }
 
 }  // namespace
 
-void DeleteAtExit(void* object, int32_t order, void (*function)(void*)) {
-    exitTable().add({object, order, function});
-}
+void DeleteAtExit(void* object, int32_t order, void (*function)(void*)) { exitTable().add({object, order, function}); }
 
-void switchToThread() {
-    platform::yieldThread();
-}
+void switchToThread() { platform::yieldThread(); }
 
 }  // namespace qv::Private

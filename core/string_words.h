@@ -29,13 +29,9 @@ size_t search(std::basic_string_view<Ch> where, size_t start, std::basic_string_
 }
 
 /// A position of the standard library as one of the capitalised interface.
-inline int toPosition(size_t pos) {
-    return pos == std::string_view::npos ? -1 : static_cast<int>(pos);
-}
+inline int toPosition(size_t pos) { return pos == std::string_view::npos ? -1 : static_cast<int>(pos); }
 
-constexpr int sign(int difference) {
-    return difference < 0 ? -1 : difference > 0 ? 1 : 0;
-}
+constexpr int sign(int difference) { return difference < 0 ? -1 : difference > 0 ? 1 : 0; }
 
 }  // namespace
 

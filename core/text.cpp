@@ -117,9 +117,7 @@ inline char32_t readCharacter(const char16_t*& at, const char16_t* end) {
 inline size_t unitsOf(char32_t character, const char*) {
     return character < 0x80 ? 1 : character < 0x800 ? 2 : character < 0x10000 ? 3 : 4;
 }
-inline size_t unitsOf(char32_t character, const char16_t*) {
-    return character < 0x10000 ? 1 : 2;
-}
+inline size_t unitsOf(char32_t character, const char16_t*) { return character < 0x10000 ? 1 : 2; }
 
 inline char* writeCharacter(char32_t character, char* dst) {
     const auto put = [&dst](char32_t byte) { *dst++ = static_cast<char>(static_cast<unsigned char>(byte)); };
@@ -223,9 +221,7 @@ constexpr char32_t asCharacter(char32_t code) {
 
 }  // namespace
 
-size_t convertedLength(std::string_view utf8) {
-    return Conversion<false, char, char16_t>(utf8, nullptr, noRoom).run();
-}
+size_t convertedLength(std::string_view utf8) { return Conversion<false, char, char16_t>(utf8, nullptr, noRoom).run(); }
 size_t convertedLength(std::u16string_view utf16) {
     return Conversion<false, char16_t, char>(utf16, nullptr, noRoom).run();
 }
@@ -267,25 +263,13 @@ bool encode(unsigned codePage, std::u16string_view utf16, std::string& bytes) {
     return true;
 }
 
-char16_t toLowerOutsideAscii(char16_t ch) {
-    return mapped(ch, lowerIndex);
-}
-char16_t toUpperOutsideAscii(char16_t ch) {
-    return mapped(ch, upperIndex);
-}
+char16_t toLowerOutsideAscii(char16_t ch) { return mapped(ch, lowerIndex); }
+char16_t toUpperOutsideAscii(char16_t ch) { return mapped(ch, upperIndex); }
 
-int compareToNul(std::string_view a, std::string_view b) {
-    return compareUnits(a, b, false);
-}
-int compareToNul(std::u16string_view a, std::u16string_view b) {
-    return compareUnits(a, b, false);
-}
-int compareNoCase(std::string_view a, std::string_view b) {
-    return compareUnits(a, b, true);
-}
-int compareNoCase(std::u16string_view a, std::u16string_view b) {
-    return compareUnits(a, b, true);
-}
+int compareToNul(std::string_view a, std::string_view b) { return compareUnits(a, b, false); }
+int compareToNul(std::u16string_view a, std::u16string_view b) { return compareUnits(a, b, false); }
+int compareNoCase(std::string_view a, std::string_view b) { return compareUnits(a, b, true); }
+int compareNoCase(std::u16string_view a, std::u16string_view b) { return compareUnits(a, b, true); }
 int compareNoCase(std::string_view a, std::string_view b, size_t n) {
     return compareUnits(a.substr(0, n), b.substr(0, n), true);
 }

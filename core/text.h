@@ -54,12 +54,8 @@ inline char16_t toUpper(char16_t ch) {
     return toUpperOutsideAscii(ch);
 }
 /// ASCII letters alone: a unit of UTF-8 outside ASCII is no character.
-inline char toLower(char ch) {
-    return ch >= 'A' && ch <= 'Z' ? static_cast<char>(ch + 32) : ch;
-}
-inline char toUpper(char ch) {
-    return ch >= 'a' && ch <= 'z' ? static_cast<char>(ch - 32) : ch;
-}
+inline char toLower(char ch) { return ch >= 'A' && ch <= 'Z' ? static_cast<char>(ch + 32) : ch; }
+inline char toUpper(char ch) { return ch >= 'a' && ch <= 'z' ? static_cast<char>(ch - 32) : ch; }
 
 /// Blank, \t, \n, \v, \f, \r.
 template <class Ch>

@@ -174,23 +174,11 @@ double readReal(std::basic_string_view<Ch> text, size_t* used) {
 
 }  // namespace
 
-int32_t atol(std::string_view text) {
-    return readInteger<int32_t>(text);
-}
-int32_t wtol(std::u16string_view text) {
-    return readInteger<int32_t>(text);
-}
-int64_t atoll(std::string_view text) {
-    return readInteger<int64_t>(text);
-}
-int64_t wtoll(std::u16string_view text) {
-    return readInteger<int64_t>(text);
-}
-double atof(std::string_view text, size_t* used) {
-    return readReal(text, used);
-}
-double wtof(std::u16string_view text, size_t* used) {
-    return readReal(text, used);
-}
+int32_t atol(std::string_view text) { return readInteger<int32_t>(text); }
+int32_t wtol(std::u16string_view text) { return readInteger<int32_t>(text); }
+int64_t atoll(std::string_view text) { return readInteger<int64_t>(text); }
+int64_t wtoll(std::u16string_view text) { return readInteger<int64_t>(text); }
+double atof(std::string_view text, size_t* used) { return readReal(text, used); }
+double wtof(std::u16string_view text, size_t* used) { return readReal(text, used); }
 
 }  // namespace qv::text

@@ -7,9 +7,7 @@
 
 namespace qv {
 
-CString CBool::ToString(bool value) {
-    return CString(value ? u"true" : u"false");
-}
+CString CBool::ToString(bool value) { return CString(value ? u"true" : u"false"); }
 
 bool CBool::Parse(const CString& text) {
     std::u16string_view word = text;
@@ -21,16 +19,10 @@ bool CBool::Parse(const CString& text) {
     return text::wtof(word) != 0;
 }
 
-CString CInt32::ToString(int32_t value) {
-    return CString::FromInt(value);
-}
-int32_t CInt32::Parse(const CString& text) {
-    return text::wtol(text.c_str());
-}
+CString CInt32::ToString(int32_t value) { return CString::FromInt(value); }
+int32_t CInt32::Parse(const CString& text) { return text::wtol(text.c_str()); }
 
-CString CFlt64::ToString(double value) {
-    return CString::FromDouble(value);
-}
+CString CFlt64::ToString(double value) { return CString::FromDouble(value); }
 
 CString CFlt64::ToStringExact(double value) {
     char digits[32];
@@ -38,8 +30,6 @@ CString CFlt64::ToStringExact(double value) {
     return CString(std::string_view(digits, static_cast<size_t>(result.ptr - digits)));
 }
 
-double CFlt64::Parse(const CString& text) {
-    return text::wtof(text.c_str());
-}
+double CFlt64::Parse(const CString& text) { return text::wtof(text.c_str()); }
 
 }  // namespace qv

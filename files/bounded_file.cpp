@@ -56,33 +56,19 @@ uint32_t CBoundedFile::Write(const void* data, uint32_t count) {
 int64_t CBoundedFile::Seek(int64_t offset, uint32_t origin) {
     int64_t base = 0;
     switch (origin) {
-        case fromBegin:
-            break;
-        case fromCurrent:
-            base = m_position;
-            break;
-        case fromEnd:
-            base = m_size;
-            break;
-        default:
-            return m_position;
+        case fromBegin: break;
+        case fromCurrent: base = m_position; break;
+        case fromEnd: base = m_size; break;
+        default: return m_position;
     }
     m_position = std::clamp<int64_t>(addHeld(base, offset), 0, std::max<int64_t>(m_size, 0));
     return m_position;
 }
 
-int64_t CBoundedFile::GetSize() {
-    return m_size;
-}
-int64_t CBoundedFile::GetPosition() {
-    return m_position;
-}
-bool CBoundedFile::SetSize(int64_t) {
-    return false;
-}
-IFileSystem& CBoundedFile::GetFileSystem() {
-    return fileSystem();
-}
+int64_t CBoundedFile::GetSize() { return m_size; }
+int64_t CBoundedFile::GetPosition() { return m_position; }
+bool CBoundedFile::SetSize(int64_t) { return false; }
+IFileSystem& CBoundedFile::GetFileSystem() { return fileSystem(); }
 void CBoundedFile::Close() {}
 
 void CBoundedFile::Flush() {

@@ -11,12 +11,8 @@ namespace {
 
 using platform::FileHandle;
 
-FileHandle native(void* handle) {
-    return static_cast<FileHandle>(reinterpret_cast<intptr_t>(handle));
-}
-void* carried(FileHandle file) {
-    return reinterpret_cast<void*>(static_cast<intptr_t>(file));
-}
+FileHandle native(void* handle) { return static_cast<FileHandle>(reinterpret_cast<intptr_t>(handle)); }
+void* carried(FileHandle file) { return reinterpret_cast<void*>(static_cast<intptr_t>(file)); }
 
 platform::Disposition dispositionOf(uint32_t flags) {
     if (flags & CFile::openOrCreate) return platform::Disposition::openOrCreate;
@@ -62,16 +58,12 @@ TSharedPtr<IFile> CFile::Create(const char16_t* filename, uint32_t flags) {
     return file;
 }
 
-TSharedPtr<IFile> CFile::Create(void* handle) {
-    return TSharedPtr<IFile>(new CFile(handle));
-}
+TSharedPtr<IFile> CFile::Create(void* handle) { return TSharedPtr<IFile>(new CFile(handle)); }
 
 CFile::CFile() = default;
 CFile::CFile(void* handle) : m_handle(handle) {}
 CFile::CFile(const CFile& other) : IFile(other), m_handle(other.m_handle), m_path(other.m_path) {}
-CFile::~CFile() {
-    CFile::Close();
-}
+CFile::~CFile() { CFile::Close(); }
 
 CFile& CFile::operator=(const CFile& other) {
     if (this == &other) return *this;
@@ -111,13 +103,9 @@ bool CFile::Open(const char16_t* filename, uint32_t flags) {
 }
 
 /// The one place that hears of every failed open; a log line "CFile::Open(%s) FAILED." belongs here.
-void CFile::logOpenFailure(int error) {
-    (void)Private::succeeded(error, m_path.c_str(), u"a file to open");
-}
+void CFile::logOpenFailure(int error) { (void)Private::succeeded(error, m_path.c_str(), u"a file to open"); }
 
-bool CFile::Remove(const char16_t* filename) {
-    return filename != nullptr && fileSystem().DeleteFileW(filename);
-}
+bool CFile::Remove(const char16_t* filename) { return filename != nullptr && fileSystem().DeleteFileW(filename); }
 
 bool CFile::SetEOF() {
     const int64_t position = GetPosition();
@@ -139,23 +127,15 @@ uint32_t CFile::Read(void* data, uint32_t count) {
     return done;
 }
 
-int64_t CFile::GetSize() {
-    return platform::fileSize(native(m_handle));
-}
-int64_t CFile::GetPosition() {
-    return Seek(0, fromCurrent);
-}
+int64_t CFile::GetSize() { return platform::fileSize(native(m_handle)); }
+int64_t CFile::GetPosition() { return Seek(0, fromCurrent); }
 
 int64_t CFile::Seek(int64_t offset, uint32_t origin) {
     switch (origin) {
-        case fromBegin:
-            return platform::seekFile(native(m_handle), offset, platform::Origin::begin);
-        case fromCurrent:
-            return platform::seekFile(native(m_handle), offset, platform::Origin::current);
-        case fromEnd:
-            return platform::seekFile(native(m_handle), offset, platform::Origin::end);
-        default:
-            return 0;
+        case fromBegin: return platform::seekFile(native(m_handle), offset, platform::Origin::begin);
+        case fromCurrent: return platform::seekFile(native(m_handle), offset, platform::Origin::current);
+        case fromEnd: return platform::seekFile(native(m_handle), offset, platform::Origin::end);
+        default: return 0;
     }
 }
 
@@ -180,8 +160,6 @@ char16_t* CFile::GetFilename(char16_t* buffer, int bufferChars) {
     return buffer;
 }
 
-IFileSystem& CFile::GetFileSystem() {
-    return fileSystem();
-}
+IFileSystem& CFile::GetFileSystem() { return fileSystem(); }
 
 }  // namespace qv

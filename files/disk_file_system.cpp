@@ -16,9 +16,7 @@ namespace qv {
 template class TSingletonPtr<CFileSystem, 1, 0>;
 TSingletonPtr<CFileSystem, 1, 0> FileSystem;
 
-CFileSystem& fileSystem() {
-    return *TSingletonPtr<CFileSystem, 1, 0>::GetInstance();
-}
+CFileSystem& fileSystem() { return *TSingletonPtr<CFileSystem, 1, 0>::GetInstance(); }
 
 namespace {
 
@@ -141,13 +139,9 @@ bool createWithParents(const char16_t* path) {
 CFileSystem::CFileSystem() = default;
 CFileSystem::~CFileSystem() = default;
 
-TSharedPtr<IFileSystem::IDirectoryMonitor> CFileSystem::MonitorDirectory(const char16_t*, uint32_t) {
-    return nullptr;
-}
+TSharedPtr<IFileSystem::IDirectoryMonitor> CFileSystem::MonitorDirectory(const char16_t*, uint32_t) { return nullptr; }
 
-TSharedPtr<IFile> CFileSystem::CreateFileW(const char16_t* path, uint32_t flags) {
-    return CFile::Create(path, flags);
-}
+TSharedPtr<IFile> CFileSystem::CreateFileW(const char16_t* path, uint32_t flags) { return CFile::Create(path, flags); }
 
 IFileSystem::CDirectoryListing CFileSystem::GetDirectoryListing(const char16_t* directory, const char16_t* pattern) {
     char16_t current[pathChars] = u".";

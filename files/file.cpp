@@ -9,9 +9,7 @@ namespace qv {
 
 namespace {
 
-void reverseBytes(uint8_t* bytes, uint32_t count) {
-    std::reverse(bytes, bytes + count);
-}
+void reverseBytes(uint8_t* bytes, uint32_t count) { std::reverse(bytes, bytes + count); }
 
 template <class T, T (*Reverse)(T)>
 void reverseAs(uint8_t* at, uint64_t count) {
@@ -23,26 +21,16 @@ void reverseAs(uint8_t* at, uint64_t count) {
     }
 }
 
-uint16_t reversed16(uint16_t v) {
-    return __builtin_bswap16(v);
-}
-uint32_t reversed32(uint32_t v) {
-    return __builtin_bswap32(v);
-}
-uint64_t reversed64(uint64_t v) {
-    return __builtin_bswap64(v);
-}
+uint16_t reversed16(uint16_t v) { return __builtin_bswap16(v); }
+uint32_t reversed32(uint32_t v) { return __builtin_bswap32(v); }
+uint64_t reversed64(uint64_t v) { return __builtin_bswap64(v); }
 
 void reverseElements(uint8_t* at, uint64_t count, uint32_t size) {
     switch (size) {
-        case 1:
-            return;
-        case 2:
-            return reverseAs<uint16_t, reversed16>(at, count);
-        case 4:
-            return reverseAs<uint32_t, reversed32>(at, count);
-        case 8:
-            return reverseAs<uint64_t, reversed64>(at, count);
+        case 1: return;
+        case 2: return reverseAs<uint16_t, reversed16>(at, count);
+        case 4: return reverseAs<uint32_t, reversed32>(at, count);
+        case 8: return reverseAs<uint64_t, reversed64>(at, count);
         default:
             for (uint64_t i = 0; i < count; ++i, at += size) reverseBytes(at, size);
     }

@@ -82,9 +82,7 @@ bool copyThroughDisk(IFileSystem& system, const char16_t* from, const char16_t* 
     return copied;
 }
 
-bool canCopyAcross(IFileSystem& system) {
-    return (system.GetCapabilities() & IFileSystem::copiesAcross) != 0;
-}
+bool canCopyAcross(IFileSystem& system) { return (system.GetCapabilities() & IFileSystem::copiesAcross) != 0; }
 
 }  // namespace
 

@@ -145,9 +145,7 @@ bool readArchiveLength(IFile& file, uint32_t& length) {
 
 }  // namespace
 
-bool IFile::PutString(const char* text) {
-    return writePrefixed(*this, viewOf(text));
-}
+bool IFile::PutString(const char* text) { return writePrefixed(*this, viewOf(text)); }
 
 bool IFile::PutString(const char16_t* text) {
     return writePrefixed(*this, std::string_view(text::toUtf8(viewOf(text))));
@@ -159,9 +157,7 @@ bool IFile::PutString(uint32_t codePage, const char16_t* text) {
     return writePrefixed(*this, std::string_view(bytes));
 }
 
-bool IFile::PutUnicodeString(const char16_t* text) {
-    return writePrefixed(*this, viewOf(text));
-}
+bool IFile::PutUnicodeString(const char16_t* text) { return writePrefixed(*this, viewOf(text)); }
 
 bool IFile::GetString(CString& out) {
     return readPrefixed<char>(*this, anyLength, [&](const char* text, uint32_t) {
@@ -191,15 +187,9 @@ bool IFile::GetString(uint32_t codePage, CString& out) {
     });
 }
 
-bool IFile::GetString(char* buffer, int size) {
-    return readToBuffer(*this, buffer, size);
-}
-bool IFile::GetUnicodeString(char16_t* buffer, int size) {
-    return readToBuffer(*this, buffer, size);
-}
-bool IFile::GetString(char16_t* buffer, int size) {
-    return GetString(text::codePageUtf8, buffer, size);
-}
+bool IFile::GetString(char* buffer, int size) { return readToBuffer(*this, buffer, size); }
+bool IFile::GetUnicodeString(char16_t* buffer, int size) { return readToBuffer(*this, buffer, size); }
+bool IFile::GetString(char16_t* buffer, int size) { return GetString(text::codePageUtf8, buffer, size); }
 
 bool IFile::GetString(uint32_t codePage, char16_t* buffer, int size) {
     return readPrefixed<char>(*this, anyLength, [&](const char* bytes, uint32_t count) {
@@ -314,9 +304,7 @@ bool IFile::GetFixedLengthString(CStringMB& out, uint32_t n) {
     return false;
 }
 
-bool IFile::GetFixedLengthString(CString& out, uint32_t n) {
-    return readField(*this, out, n);
-}
+bool IFile::GetFixedLengthString(CString& out, uint32_t n) { return readField(*this, out, n); }
 
 bool IFile::PutFixedLengthString(const char* text, uint32_t n) {
     const std::string_view bytes = viewOf(text);

@@ -23,12 +23,8 @@ using Entry = IFileSystem::CDirectoryEntry;
 int orderByName(const Entry& a, const Entry& b) {
     return text::compareNoCase(std::u16string_view(a.name), std::u16string_view(b.name));
 }
-int orderBySize(const Entry& a, const Entry& b) {
-    return order(a.size, b.size);
-}
-int orderByTime(const Entry& a, const Entry& b) {
-    return order(a.modified, b.modified);
-}
+int orderBySize(const Entry& a, const Entry& b) { return order(a.size, b.size); }
+int orderByTime(const Entry& a, const Entry& b) { return order(a.modified, b.modified); }
 
 using OrderBy = int (*)(const Entry&, const Entry&);
 constexpr OrderBy keyOrders[][3] = {
@@ -58,13 +54,9 @@ int compareEntries(void* context, const void* left, const void* right) {
 }  // namespace
 
 // The texts are copied up to their ends alone: most of an entry's 2 KiB is never used.
-IFileSystem::CDirectoryEntry::CDirectoryEntry() {
-    name[0] = path[0] = 0;
-}
+IFileSystem::CDirectoryEntry::CDirectoryEntry() { name[0] = path[0] = 0; }
 
-IFileSystem::CDirectoryEntry::CDirectoryEntry(const CDirectoryEntry& other) : CDirectoryEntry() {
-    *this = other;
-}
+IFileSystem::CDirectoryEntry::CDirectoryEntry(const CDirectoryEntry& other) : CDirectoryEntry() { *this = other; }
 
 IFileSystem::CDirectoryEntry& IFileSystem::CDirectoryEntry::operator=(const CDirectoryEntry& other) {
     if (this == &other) return *this;
@@ -76,9 +68,7 @@ IFileSystem::CDirectoryEntry& IFileSystem::CDirectoryEntry::operator=(const CDir
     return *this;
 }
 
-IFileSystem::CDirectoryListing::CDirectoryListing() {
-    entries.SetGrowthRate(Private::doublingRate);
-}
+IFileSystem::CDirectoryListing::CDirectoryListing() { entries.SetGrowthRate(Private::doublingRate); }
 
 IFileSystem::CDirectoryListing::CDirectoryListing(IFileSystem* owner, const char16_t* listedDirectory)
     : CDirectoryListing() {
@@ -95,51 +85,23 @@ void IFileSystem::CDirectoryListing::Sort(uint32_t flags) {
 IFileSystem::IDirectoryMonitor::~IDirectoryMonitor() = default;
 IFileSystem::~IFileSystem() = default;
 
-TSharedPtr<IFileSystem::IDirectoryMonitor> IFileSystem::MonitorDirectory(const char16_t*, uint32_t) {
-    return nullptr;
-}
-uint32_t IFileSystem::GetCapabilities() {
-    return 0;
-}
-bool IFileSystem::Defragment() {
-    return false;
-}
+TSharedPtr<IFileSystem::IDirectoryMonitor> IFileSystem::MonitorDirectory(const char16_t*, uint32_t) { return nullptr; }
+uint32_t IFileSystem::GetCapabilities() { return 0; }
+bool IFileSystem::Defragment() { return false; }
 
-bool IFileSystem::CopyFileW(IFileSystem*, const char16_t*, const char16_t*, bool, CopyCallback, void*) {
-    return false;
-}
-bool IFileSystem::CopyFileW(const char16_t*, IFileSystem*, const char16_t*, bool, CopyCallback, void*) {
-    return false;
-}
-bool IFileSystem::CopyFileW(TSharedPtr<IFile>, const char16_t*, int64_t, bool, CopyCallback, void*) {
-    return false;
-}
-bool IFileSystem::CopyFileW(TSharedPtr<IFile>, const char16_t*, bool, CopyCallback, void*) {
-    return false;
-}
-bool IFileSystem::CopyFileW(const char16_t*, TSharedPtr<IFile>, CopyCallback, void*) {
-    return false;
-}
-bool IFileSystem::CopyFileW(const char16_t*, const char16_t*, bool, CopyCallback, void*) {
-    return false;
-}
+bool IFileSystem::CopyFileW(IFileSystem*, const char16_t*, const char16_t*, bool, CopyCallback, void*) { return false; }
+bool IFileSystem::CopyFileW(const char16_t*, IFileSystem*, const char16_t*, bool, CopyCallback, void*) { return false; }
+bool IFileSystem::CopyFileW(TSharedPtr<IFile>, const char16_t*, int64_t, bool, CopyCallback, void*) { return false; }
+bool IFileSystem::CopyFileW(TSharedPtr<IFile>, const char16_t*, bool, CopyCallback, void*) { return false; }
+bool IFileSystem::CopyFileW(const char16_t*, TSharedPtr<IFile>, CopyCallback, void*) { return false; }
+bool IFileSystem::CopyFileW(const char16_t*, const char16_t*, bool, CopyCallback, void*) { return false; }
 
-bool IFileSystem::SetFileAttributesW(const char16_t*, uint32_t) {
-    return false;
-}
-bool IFileSystem::SetFileModifiedTime(const char16_t*, CDateTime) {
-    return false;
-}
+bool IFileSystem::SetFileAttributesW(const char16_t*, uint32_t) { return false; }
+bool IFileSystem::SetFileModifiedTime(const char16_t*, CDateTime) { return false; }
 
-bool IFileSystem::FileExists(const char16_t* path) {
-    return IsFile(path);
-}
-bool IFileSystem::IsFile(const char16_t* path) {
-    return (GetFileInfo(path).type & typeFile) != 0;
-}
-bool IFileSystem::IsDirectory(const char16_t* path) {
-    return (GetFileInfo(path).type & typeDirectory) != 0;
-}
+bool IFileSystem::FileExists(const char16_t* path) { return IsFile(path); }
+bool IFileSystem::IsFile(const char16_t* path) { return (GetFileInfo(path).type & typeFile) != 0; }
+bool IFileSystem::IsDirectory(const char16_t* path) { return (GetFileInfo(path).type & typeDirectory) != 0; }
 
 CString IFileSystem::GetCurrentWorkingDirectory() {
     char16_t buffer[longPathChars];

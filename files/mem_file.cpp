@@ -27,15 +27,11 @@ void copyBytes(void* to, const void* from, uint32_t count) {
 }
 }  // namespace
 
-TSharedPtr<CMemFile> CMemFile::Create() {
-    return TSharedPtr<CMemFile>(new CMemFile);
-}
+TSharedPtr<CMemFile> CMemFile::Create() { return TSharedPtr<CMemFile>(new CMemFile); }
 
 CMemFile::CMemFile() = default;
 
-CMemFile::CMemFile(const CMemFile& other) : IFile(other) {
-    *this = other;
-}
+CMemFile::CMemFile(const CMemFile& other) : IFile(other) { *this = other; }
 
 CMemFile& CMemFile::operator=(const CMemFile& other) {
     if (this == &other) return *this;
@@ -80,22 +76,16 @@ void CMemFile::Destroy() {
     m_capacity = m_size = m_written = 0;
 }
 
-void CMemFile::Empty() {
-    m_size = 0;
-}
+void CMemFile::Empty() { m_size = 0; }
 
 void CMemFile::Reset() {
     (void)SetSize(0);
     Seek(0, fromBegin);
 }
 
-void CMemFile::SetGrow(bool grow) {
-    m_grow = grow;
-}
+void CMemFile::SetGrow(bool grow) { m_grow = grow; }
 
-uint32_t CMemFile::SetGrowthRate(uint32_t rate) {
-    return std::exchange(m_growthRate, std::max(rate, 1u));
-}
+uint32_t CMemFile::SetGrowthRate(uint32_t rate) { return std::exchange(m_growthRate, std::max(rate, 1u)); }
 
 /// False, with the block as it was, without memory.
 bool CMemFile::ensureCapacity(uint64_t wanted) {
@@ -156,16 +146,10 @@ uint32_t CMemFile::Read(void* data, uint32_t count) {
 int64_t CMemFile::Seek(int64_t offset, uint32_t origin) {
     int64_t base = 0;
     switch (origin) {
-        case fromBegin:
-            break;
-        case fromCurrent:
-            base = m_position;
-            break;
-        case fromEnd:
-            base = m_size;
-            break;
-        default:
-            return m_position;
+        case fromBegin: break;
+        case fromCurrent: base = m_position; break;
+        case fromEnd: base = m_size; break;
+        default: return m_position;
     }
     const int64_t held = std::clamp(offset, -largestPosition, largestPosition);
     m_position = static_cast<uint32_t>(std::clamp<int64_t>(base + held, 0, largestPosition));
@@ -181,15 +165,9 @@ bool CMemFile::SetSize(int64_t size) {
     return true;
 }
 
-int64_t CMemFile::GetSize() {
-    return m_size;
-}
-int64_t CMemFile::GetPosition() {
-    return m_position;
-}
-IFileSystem& CMemFile::GetFileSystem() {
-    return fileSystem();
-}
+int64_t CMemFile::GetSize() { return m_size; }
+int64_t CMemFile::GetPosition() { return m_position; }
+IFileSystem& CMemFile::GetFileSystem() { return fileSystem(); }
 void CMemFile::Flush() {}
 void CMemFile::Close() {}
 

@@ -16,8 +16,6 @@ void copyNativeName(std::string_view name, char16_t* dst, size_t chars);
 /// Leaves a diagnostic for a platform error; returns whether there was none.
 bool succeeded(int error, const char16_t* path, const char16_t* expected);
 
-constexpr bool isSeparator(char16_t c) {
-    return c == u'/' || c == u'\\';
-}
+constexpr bool isSeparator(char16_t c) { return c == u'/' || c == u'\\'; }
 
 }  // namespace qv::Private

@@ -16,9 +16,7 @@ namespace {
 using Private::isSeparator;
 using View = std::u16string_view;
 
-size_t lengthOf(const char16_t* text) {
-    return View(text).size();
-}
+size_t lengthOf(const char16_t* text) { return View(text).size(); }
 
 /// Source and target may overlap.
 char16_t* copyText(char16_t* dst, const char16_t* src) {
@@ -26,9 +24,7 @@ char16_t* copyText(char16_t* dst, const char16_t* src) {
     return dst;
 }
 
-char16_t* copyText(char16_t* dst, const std::u16string& src) {
-    return copyText(dst, src.c_str());
-}
+char16_t* copyText(char16_t* dst, const std::u16string& src) { return copyText(dst, src.c_str()); }
 
 /// The pieces of a path, one after the other, without allocation.
 class Pieces {
@@ -46,9 +42,7 @@ private:
     const char16_t* m_at;
 };
 
-bool samePiece(View a, View b) {
-    return text::compareNoCase(a, b) == 0;
-}
+bool samePiece(View a, View b) { return text::compareNoCase(a, b) == 0; }
 
 /// How many pieces `path` has behind all of `directory`'s; -1 when those do not match.
 int piecesBelow(const char16_t* directory, const char16_t* path) {
@@ -103,9 +97,7 @@ const char16_t* IFileSystem::GetFilename(const char16_t* path) {
     return name;
 }
 
-char16_t* IFileSystem::GetFilename(char16_t* dst, const char16_t* path) {
-    return copyText(dst, GetFilename(path));
-}
+char16_t* IFileSystem::GetFilename(char16_t* dst, const char16_t* path) { return copyText(dst, GetFilename(path)); }
 
 const char16_t* IFileSystem::GetExtension(const char16_t* path) {
     const char16_t* dot = nullptr;
@@ -130,9 +122,7 @@ char16_t* IFileSystem::GetDirectory(char16_t* path) {
     return path;
 }
 
-char16_t* IFileSystem::GetDirectory(char16_t* dst, const char16_t* path) {
-    return GetDirectory(copyText(dst, path));
-}
+char16_t* IFileSystem::GetDirectory(char16_t* dst, const char16_t* path) { return GetDirectory(copyText(dst, path)); }
 
 char16_t* IFileSystem::MakePath(char16_t* dst, const char16_t* dir, const char16_t* name, char16_t slash) {
     AppendTrailingSlash(dst, dir, slash);
@@ -183,9 +173,7 @@ char16_t* IFileSystem::AppendTrailingSlash(char16_t* dst, const char16_t* path, 
     return AppendTrailingSlash(copyText(dst, path), slash);
 }
 
-char16_t* IFileSystem::RemoveLeadingSlash(char16_t* path) {
-    return RemoveLeadingSlash(path, path);
-}
+char16_t* IFileSystem::RemoveLeadingSlash(char16_t* path) { return RemoveLeadingSlash(path, path); }
 
 char16_t* IFileSystem::RemoveLeadingSlash(char16_t* dst, const char16_t* path) {
     while (isSeparator(*path)) ++path;
@@ -217,9 +205,7 @@ char16_t* IFileSystem::GetFirstPathItem(char16_t* dst, const char16_t* path) {
     return dst;
 }
 
-bool IFileSystem::IsSamePath(const char16_t* a, const char16_t* b) {
-    return piecesBelow(a, b) == 0;
-}
+bool IFileSystem::IsSamePath(const char16_t* a, const char16_t* b) { return piecesBelow(a, b) == 0; }
 bool IFileSystem::InDirectory(const char16_t* directory, const char16_t* path) {
     return piecesBelow(directory, path) == 1;
 }
@@ -227,15 +213,9 @@ bool IFileSystem::IsChildOfDirectory(const char16_t* directory, const char16_t* 
     return piecesBelow(directory, path) > 0;
 }
 
-bool IFileSystem::IsWindowsPath(const char16_t* path) {
-    return text::isLetter(path[0]) && path[1] == u':';
-}
-bool IFileSystem::IsUNCPath(const char16_t* path) {
-    return isSeparator(path[0]) && isSeparator(path[1]);
-}
-bool IFileSystem::IsUnixPath(const char16_t* path) {
-    return isSeparator(path[0]) && !isSeparator(path[1]);
-}
+bool IFileSystem::IsWindowsPath(const char16_t* path) { return text::isLetter(path[0]) && path[1] == u':'; }
+bool IFileSystem::IsUNCPath(const char16_t* path) { return isSeparator(path[0]) && isSeparator(path[1]); }
+bool IFileSystem::IsUnixPath(const char16_t* path) { return isSeparator(path[0]) && !isSeparator(path[1]); }
 
 bool IFileSystem::IsURL(const char16_t* path) {
     const char16_t* at = path;

@@ -14,48 +14,20 @@ void readOne(qv::IFile& file, uint8_t reader) {
     qv::CStringMB bytes;
     int32_t character = 0;
     switch (reader % 14) {
-        case 0:
-            (void)file.GetString(text);
-            break;
-        case 1:
-            (void)file.GetString(bytes);
-            break;
-        case 2:
-            (void)file.GetString(narrow, 300);
-            break;
-        case 3:
-            (void)file.GetString(wide, 300);
-            break;
-        case 4:
-            (void)file.GetString(1252, text);
-            break;
-        case 5:
-            (void)file.GetString(1252, wide, 300);
-            break;
-        case 6:
-            (void)file.GetUnicodeString(text);
-            break;
-        case 7:
-            (void)file.GetUnicodeString(wide, 300);
-            break;
-        case 8:
-            (void)file.GetArchiveString(text);
-            break;
-        case 9:
-            (void)file.SkipArchiveString();
-            break;
-        case 10:
-            (void)file.GetLine(narrow, 300);
-            break;
-        case 11:
-            (void)file.GetFixedLengthString(bytes, file.GetDWORD());
-            break;
-        case 12:
-            (void)file.GetUTF8Character(character);
-            break;
-        case 13:
-            (void)file.SkipString();
-            break;
+        case 0: (void)file.GetString(text); break;
+        case 1: (void)file.GetString(bytes); break;
+        case 2: (void)file.GetString(narrow, 300); break;
+        case 3: (void)file.GetString(wide, 300); break;
+        case 4: (void)file.GetString(1252, text); break;
+        case 5: (void)file.GetString(1252, wide, 300); break;
+        case 6: (void)file.GetUnicodeString(text); break;
+        case 7: (void)file.GetUnicodeString(wide, 300); break;
+        case 8: (void)file.GetArchiveString(text); break;
+        case 9: (void)file.SkipArchiveString(); break;
+        case 10: (void)file.GetLine(narrow, 300); break;
+        case 11: (void)file.GetFixedLengthString(bytes, file.GetDWORD()); break;
+        case 12: (void)file.GetUTF8Character(character); break;
+        case 13: (void)file.SkipString(); break;
     }
 }
 

@@ -28,13 +28,9 @@ constexpr char16_t sizeTag[] = u"HdSize";
 constexpr char16_t dataTag[] = u"DATA";
 constexpr char16_t padTag[] = u"saf_padding";
 
-bool same(const CString& a, const char16_t* b) {
-    return text::compareNoCase(a.c_str(), b) == 0;
-}
+bool same(const CString& a, const char16_t* b) { return text::compareNoCase(a.c_str(), b) == 0; }
 
-SAF_TAG makeTag(const char16_t* name, const char16_t* value) {
-    return {CString(name), CString(value)};
-}
+SAF_TAG makeTag(const char16_t* name, const char16_t* value) { return {CString(name), CString(value)}; }
 
 bool startsAsHeader(IFile& file) {
     char first[6];
@@ -43,9 +39,7 @@ bool startsAsHeader(IFile& file) {
 }
 
 // What of a tag's text reaches the file: up to its first NUL.
-std::u16string_view written(const CString& value) {
-    return value.c_str();
-}
+std::u16string_view written(const CString& value) { return value.c_str(); }
 
 void appendUtf8(std::string& out, const CString& value) {
     const size_t start = out.size();
@@ -61,8 +55,8 @@ SAF_SAVE_PLAN planSplice(int64_t header, int64_t dataPosition) {
     return {0, 0, static_cast<uint32_t>(dataPosition - header)};
 }
 
-/// Makes room for the header, sets the pad to write and leaves the position at 0. False when the data could not be moved
-/// whole: a header written then would destroy what still stands in front.
+/// Makes room for the header, sets the pad to write and leaves the position at 0. False when the data could not be
+/// moved whole: a header written then would destroy what still stands in front.
 bool spliceFront(IFile& file, int64_t header, int64_t dataPosition, uint32_t& pad) {
     const SAF_SAVE_PLAN plan = planSplice(header, dataPosition);
     pad = plan.pad;
@@ -103,21 +97,11 @@ bool copyRest(IFile& source, IFile& target) {
 
 // Tags in memory -----------------------------------------------------------------------------------------------------
 
-CSAFFile::CTagValue::operator const char16_t*() const {
-    return ToString();
-}
-const char16_t* CSAFFile::CTagValue::ToString() const {
-    return m_file->GetTagValue(m_name);
-}
-bool CSAFFile::CTagValue::Exists() const {
-    return ToString() != nullptr;
-}
-CSAFFile::CTagValue::operator int32_t() const {
-    return ToLong(0);
-}
-CSAFFile::CTagValue::operator double() const {
-    return ToDouble(0.0);
-}
+CSAFFile::CTagValue::operator const char16_t*() const { return ToString(); }
+const char16_t* CSAFFile::CTagValue::ToString() const { return m_file->GetTagValue(m_name); }
+bool CSAFFile::CTagValue::Exists() const { return ToString() != nullptr; }
+CSAFFile::CTagValue::operator int32_t() const { return ToLong(0); }
+CSAFFile::CTagValue::operator double() const { return ToDouble(0.0); }
 int32_t CSAFFile::CTagValue::ToLong(int32_t absent) const {
     const char16_t* value = ToString();
     return value == nullptr ? absent : text::wtol(value);
@@ -212,9 +196,7 @@ bool CSAFFile::RemoveTag(const char16_t* name) {
     return FindTag(name, index) && m_tags.Remove(index);
 }
 
-bool CSAFFile::RemoveTag(uint32_t index) {
-    return m_tags.Remove(index);
-}
+bool CSAFFile::RemoveTag(uint32_t index) { return m_tags.Remove(index); }
 
 // Reading ------------------------------------------------------------------------------------------------------------
 
@@ -224,9 +206,7 @@ bool CSAFFile::IsSAFFile(IFileSystem* fs, const char16_t* path) {
     return file && startsAsHeader(*file);
 }
 
-bool CSAFFile::Load(const char16_t* path) {
-    return Load(&fileSystem(), path);
-}
+bool CSAFFile::Load(const char16_t* path) { return Load(&fileSystem(), path); }
 
 bool CSAFFile::Load(IFileSystem* fs, const char16_t* path) {
     const CString kept(path);  // `path` may be this object's own
@@ -311,16 +291,10 @@ uint32_t CSAFFile::HeaderSize() const {
     return static_cast<uint32_t>(bytes - 1);
 }
 
-SAF_SAVE_PLAN CSAFFile::PlanSave() const {
-    return planSplice(HeaderSize(), m_dataPosition);
-}
+SAF_SAVE_PLAN CSAFFile::PlanSave() const { return planSplice(HeaderSize(), m_dataPosition); }
 
-bool CSAFFile::Save() {
-    return Save(nullptr, nullptr, true);
-}
-bool CSAFFile::Save(const char16_t* path, bool addPad) {
-    return Save(&fileSystem(), path, addPad);
-}
+bool CSAFFile::Save() { return Save(nullptr, nullptr, true); }
+bool CSAFFile::Save(const char16_t* path, bool addPad) { return Save(&fileSystem(), path, addPad); }
 
 bool CSAFFile::Save(IFileSystem* fs, const char16_t* path, bool addPad) {
     const CString kept(path);  // `path` may be this object's own

@@ -12,9 +12,7 @@ constexpr char16_t groupTag[] = u"Group";
 constexpr char16_t groupCommentTag[] = u"GroupComment";
 constexpr auto commentCategory = static_cast<uint32_t>(CTagEntry::CATEGORY::Comment);
 
-bool isNamed(const SAF_TAG& tag, const char16_t* name) {
-    return text::compareNoCase(tag.name.c_str(), name) == 0;
-}
+bool isNamed(const SAF_TAG& tag, const char16_t* name) { return text::compareNoCase(tag.name.c_str(), name) == 0; }
 
 }  // namespace
 
@@ -28,9 +26,7 @@ uint32_t SafGroups::categoryOf(const CString& name) const {
     return category < CTagEntry::categoryCount ? category : 0;
 }
 
-void SafGroups::takeFront(uint32_t index) {
-    m_tags.Swap(index, m_front++);
-}
+void SafGroups::takeFront(uint32_t index) { m_tags.Swap(index, m_front++); }
 
 void SafGroups::bubble() {
     int32_t last = -1;  // the group that was recognised last; an unknown heading does not change it

@@ -212,9 +212,7 @@ private:
 
 }  // namespace
 
-bool safTest(const char16_t* folder, TArray<CString>& report) {
-    return SafTest(folder, report).run();
-}
+bool safTest(const char16_t* folder, TArray<CString>& report) { return SafTest(folder, report).run(); }
 
 bool safTest(TArray<CString>& report) {
     const CString temporary = fileSystem().GetTempFilename();

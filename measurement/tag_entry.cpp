@@ -81,12 +81,9 @@ BoundsForm boundsForm(uint16_t flags) {
     if ((flags & numericBoundsFlag) == 0) return BoundsForm::none;
     switch (typeOf(flags)) {
         case CTagEntry::DATA_TYPE::Int16:
-        case CTagEntry::DATA_TYPE::Int32:
-            return BoundsForm::integers;
-        case CTagEntry::DATA_TYPE::Flt64:
-            return BoundsForm::floats;
-        default:
-            return BoundsForm::none;
+        case CTagEntry::DATA_TYPE::Int32: return BoundsForm::integers;
+        case CTagEntry::DATA_TYPE::Flt64: return BoundsForm::floats;
+        default: return BoundsForm::none;
     }
 }
 
@@ -110,33 +107,19 @@ bool saveByte(IFile& file, E value) {
 
 }  // namespace
 
-const char16_t* CTagEntry::DataTypeToStr(DATA_TYPE value) {
-    return toText(dataTypeTexts, value);
-}
-const char16_t* CTagEntry::TextValuesModeToStr(TEXT_VALUES_MODE value) {
-    return toText(textValuesModeTexts, value);
-}
-const char16_t* CTagEntry::CategoryToStr(CATEGORY value) {
-    return toText(categoryTexts, value);
-}
-const char16_t* CTagEntry::LocationToStr(LOCATION value) {
-    return toText(locationTexts, value, 1);
-}
-const char16_t* CTagEntry::UnitsToStr(UNITS value) {
-    return toText(unitsTexts, value);
-}
-const char16_t* CTagEntry::WriteModeToStr(WRITE_MODE value) {
-    return toText(writeModeTexts, value);
-}
+const char16_t* CTagEntry::DataTypeToStr(DATA_TYPE value) { return toText(dataTypeTexts, value); }
+const char16_t* CTagEntry::TextValuesModeToStr(TEXT_VALUES_MODE value) { return toText(textValuesModeTexts, value); }
+const char16_t* CTagEntry::CategoryToStr(CATEGORY value) { return toText(categoryTexts, value); }
+const char16_t* CTagEntry::LocationToStr(LOCATION value) { return toText(locationTexts, value, 1); }
+const char16_t* CTagEntry::UnitsToStr(UNITS value) { return toText(unitsTexts, value); }
+const char16_t* CTagEntry::WriteModeToStr(WRITE_MODE value) { return toText(writeModeTexts, value); }
 
-#define QV_DEFINE_STR_TO(X, Type, texts)                          \
-    bool CTagEntry::StrTo##X(const char16_t* text, Type& value) { \
-        return fromText(texts, text, value);                      \
-    }                                                             \
-    CTagEntry::Type CTagEntry::StrTo##X(const char16_t* text) {   \
-        Type value{};                                             \
-        fromText(texts, text, value);                             \
-        return value;                                             \
+#define QV_DEFINE_STR_TO(X, Type, texts)                                                                 \
+    bool CTagEntry::StrTo##X(const char16_t* text, Type& value) { return fromText(texts, text, value); } \
+    CTagEntry::Type CTagEntry::StrTo##X(const char16_t* text) {                                          \
+        Type value{};                                                                                    \
+        fromText(texts, text, value);                                                                    \
+        return value;                                                                                    \
     }
 QV_DEFINE_STR_TO(DataType, DATA_TYPE, dataTypeTexts)
 QV_DEFINE_STR_TO(TextValuesMode, TEXT_VALUES_MODE, textValuesModeTexts)
@@ -158,12 +141,8 @@ void CTagEntry::GetNumericBounds(bool& use, double& low, double& high) const {
     high = m_highBound;
 }
 
-bool CTagEntry::AddTextValue(const char16_t* value) {
-    return m_textValues.Add(CString(value));
-}
-bool CTagEntry::RemoveTextValue(uint32_t index) {
-    return m_textValues.Remove(index);
-}
+bool CTagEntry::AddTextValue(const char16_t* value) { return m_textValues.Add(CString(value)); }
+bool CTagEntry::RemoveTextValue(uint32_t index) { return m_textValues.Remove(index); }
 const char16_t* CTagEntry::GetTextValue(uint32_t index) const {
     return index < m_textValues.size() ? m_textValues.data()[index].c_str() : nullptr;
 }
@@ -197,10 +176,8 @@ bool CTagEntry::saveBounds(IFile& file, uint16_t flags) const {
     switch (boundsForm(flags)) {
         case BoundsForm::integers:
             return file.PutInt64(truncateToInt64(m_lowBound)) && file.PutInt64(truncateToInt64(m_highBound));
-        case BoundsForm::floats:
-            return file.PutFlt64(m_lowBound) && file.PutFlt64(m_highBound);
-        default:
-            return true;
+        case BoundsForm::floats: return file.PutFlt64(m_lowBound) && file.PutFlt64(m_highBound);
+        default: return true;
     }
 }
 
@@ -228,10 +205,8 @@ bool CTagEntry::loadBounds(IFile& file, uint16_t flags) {
             m_lowBound = static_cast<double>(low);
             m_highBound = static_cast<double>(high);
             return true;
-        case BoundsForm::floats:
-            return file.GetFlt64(m_lowBound) && file.GetFlt64(m_highBound);
-        default:
-            return true;
+        case BoundsForm::floats: return file.GetFlt64(m_lowBound) && file.GetFlt64(m_highBound);
+        default: return true;
     }
 }
 

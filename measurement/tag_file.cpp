@@ -64,9 +64,7 @@ CTagEntry& CTagFile::GetTagEntry(uint32_t index) {
     return index < size() ? data()[index] : absent;
 }
 
-void CTagFile::Sort() {
-    TArray<CTagEntry>::Sort(&compareEntryNames);
-}
+void CTagFile::Sort() { TArray<CTagEntry>::Sort(&compareEntryNames); }
 
 bool CTagFile::FindTag(const char16_t* name, uint32_t& index) const {
     if (name == nullptr) return false;
@@ -127,9 +125,7 @@ bool CTagFile::Load(TSharedPtr<IFile> file) {
     return LoadXML(file);
 }
 
-bool CTagFile::Save(TSharedPtr<IFile> file) {
-    return SaveBinary(file);
-}
+bool CTagFile::Save(TSharedPtr<IFile> file) { return SaveBinary(file); }
 
 bool CTagFile::LoadBinary(TSharedPtr<IFile> file) {
     Destroy();
@@ -204,9 +200,7 @@ bool CTagFile::SaveXML(TSharedPtr<IFile> file) {
     bool CTagFile::Name(IFileSystem* fs, const char16_t* path) {  \
         return withFile(*this, &CTagFile::Name, fs, path, flags); \
     }                                                             \
-    bool CTagFile::Name(const char16_t* path) {                   \
-        return Name(&fileSystem(), path);                         \
-    }
+    bool CTagFile::Name(const char16_t* path) { return Name(&fileSystem(), path); }
 QV_DEFINE_PATH_FORMS(Load, openForReading)
 QV_DEFINE_PATH_FORMS(LoadXML, openForReading)
 QV_DEFINE_PATH_FORMS(LoadBinary, openForReading)
@@ -240,9 +234,7 @@ uint32_t CTagArray::FindTag(const char16_t* name) const {
     return 0xFFFFFFFFu;
 }
 
-bool CTagArray::Exists(const char16_t* name) const {
-    return FindTag(name) != 0xFFFFFFFFu;
-}
+bool CTagArray::Exists(const char16_t* name) const { return FindTag(name) != 0xFFFFFFFFu; }
 
 const char16_t* CTagArray::GetTagValue(const char16_t* name) const {
     const uint32_t index = FindTag(name);

@@ -13,9 +13,7 @@ constexpr char16_t mark = u'%';
 /// Digits of a variable that count towards its value.
 constexpr size_t variableDigits = 31;
 
-bool isDigit(char16_t c) {
-    return c >= u'0' && c <= u'9';
-}
+bool isDigit(char16_t c) { return c >= u'0' && c <= u'9'; }
 
 size_t digitRun(std::u16string_view text) {
     return static_cast<size_t>(std::find_if_not(text.begin(), text.end(), isDigit) - text.begin());

@@ -130,15 +130,9 @@ double PolyValue(double x, TArray<double>& coefficients) {
     return value;
 }
 
-double ExpValue(double x, double a, double b) {
-    return std::exp(x * b) * a;
-}
-double LogValue(double x, double a, double b) {
-    return std::log(x) * a + b;
-}
-double PowValue(double x, double a, double b) {
-    return std::pow(x, b) * a;
-}
+double ExpValue(double x, double a, double b) { return std::exp(x * b) * a; }
+double LogValue(double x, double a, double b) { return std::log(x) * a + b; }
+double PowValue(double x, double a, double b) { return std::pow(x, b) * a; }
 
 void PolyCurve(TArray<double>& x, TArray<double>& y, TArray<double>& coefficients) {
     curve(x, y, [&](double v) { return PolyValue(v, coefficients); });

@@ -26,13 +26,9 @@ double integrate(const TArray<double>& x, const TArray<double>& y, Term term) {
     return sum;
 }
 
-bool hasZero(const TArray<double>& x) {
-    return std::find(x.begin(), x.end(), 0.0) != x.end();
-}
+bool hasZero(const TArray<double>& x) { return std::find(x.begin(), x.end(), 0.0) != x.end(); }
 
-double otherUnit(double v) {
-    return 10000.0 / v;
-}
+double otherUnit(double v) { return 10000.0 / v; }
 
 bool convertAxis(TArray<double>& x) {
     if (hasZero(x)) return false;
@@ -65,9 +61,7 @@ TArray<double> countAxis() {
 double IntegrateTrap(TArray<double>& x, TArray<double>& y) {
     return integrate(x, y, [](double dx, double dy, double left) { return dx * dy * 0.5 + dx * left; });
 }
-double IntegrateRectMid(TArray<double>& x, TArray<double>& y) {
-    return IntegrateTrap(x, y);
-}
+double IntegrateRectMid(TArray<double>& x, TArray<double>& y) { return IntegrateTrap(x, y); }
 double IntegrateRectTR(TArray<double>& x, TArray<double>& y) {
     return integrate(x, y, [](double dx, double dy, double left) { return dx * dy + dx * left; });
 }
@@ -143,32 +137,16 @@ void Interpolate(TArray<double>& x, TArray<double>& y, TArray<double>& newX, TAr
     Interpolate(x, y, newX, newY, outside, outside);
 }
 
-void CopyAxis(TArray<double>& dst, TArray<double>& src) {
-    dst.Copy(src);
-}
+void CopyAxis(TArray<double>& dst, TArray<double>& src) { dst.Copy(src); }
 
-double ToMicrons(double wavenumber) {
-    return otherUnit(wavenumber);
-}
-bool ToMicrons(TArray<double>& x) {
-    return convertAxis(x);
-}
-bool ToMicrons(TArray<double>& x, TArray<double>& y) {
-    return convertSpectrum(x, y);
-}
-double ToWavenumbers(double microns) {
-    return otherUnit(microns);
-}
-bool ToWavenumbers(TArray<double>& x) {
-    return convertAxis(x);
-}
-bool ToWavenumbers(TArray<double>& x, TArray<double>& y) {
-    return convertSpectrum(x, y);
-}
+double ToMicrons(double wavenumber) { return otherUnit(wavenumber); }
+bool ToMicrons(TArray<double>& x) { return convertAxis(x); }
+bool ToMicrons(TArray<double>& x, TArray<double>& y) { return convertSpectrum(x, y); }
+double ToWavenumbers(double microns) { return otherUnit(microns); }
+bool ToWavenumbers(TArray<double>& x) { return convertAxis(x); }
+bool ToWavenumbers(TArray<double>& x, TArray<double>& y) { return convertSpectrum(x, y); }
 
-void Reverse(TArray<double>& x) {
-    std::reverse(x.begin(), x.end());
-}
+void Reverse(TArray<double>& x) { std::reverse(x.begin(), x.end()); }
 void Reverse(TArray<double>& x, TArray<double>& y) {
     Reverse(x);
     Reverse(y);

@@ -12,9 +12,7 @@ namespace {
 using kernels::KernelTable;
 
 /// The tag as an index into the kernel tables, or typeCount when no table has it.
-size_t tagOf(EDataType type) {
-    return std::min<size_t>(static_cast<uint32_t>(type), kernels::typeCount);
-}
+size_t tagOf(EDataType type) { return std::min<size_t>(static_cast<uint32_t>(type), kernels::typeCount); }
 
 /// The kernel of a pair of tags; null where the pair is not handled.
 template <class Table>
@@ -56,26 +54,16 @@ void divideBy(STypedData data, T divisor, uint32_t count) {
 template <class T>
 void divide(STypedData data, T divisor, uint32_t count) {
     switch (data.type) {
-        case EDataType::int8:
-            return divideBy<0>(data, divisor, count);
-        case EDataType::uint8:
-            return divideBy<1>(data, divisor, count);
-        case EDataType::int16:
-            return divideBy<2>(data, divisor, count);
-        case EDataType::uint16:
-            return divideBy<3>(data, divisor, count);
-        case EDataType::int32:
-            return divideBy<4>(data, divisor, count);
-        case EDataType::uint32:
-            return divideBy<5>(data, divisor, count);
-        case EDataType::int64:
-            return divideBy<6>(data, divisor, count);
-        case EDataType::flt32:
-            return divideBy<8>(data, divisor, count);
-        case EDataType::flt64:
-            return divideBy<9>(data, divisor, count);
-        default:
-            return;
+        case EDataType::int8: return divideBy<0>(data, divisor, count);
+        case EDataType::uint8: return divideBy<1>(data, divisor, count);
+        case EDataType::int16: return divideBy<2>(data, divisor, count);
+        case EDataType::uint16: return divideBy<3>(data, divisor, count);
+        case EDataType::int32: return divideBy<4>(data, divisor, count);
+        case EDataType::uint32: return divideBy<5>(data, divisor, count);
+        case EDataType::int64: return divideBy<6>(data, divisor, count);
+        case EDataType::flt32: return divideBy<8>(data, divisor, count);
+        case EDataType::flt64: return divideBy<9>(data, divisor, count);
+        default: return;
     }
 }
 
@@ -100,68 +88,28 @@ bool blocksKeepOrder(STypedData dst, STypedData src, size_t count) {
 void ConvertArray(STypedData dst, STypedData src, uint32_t count) {
     runBinary(kernels::kernels().convert, dst, src, count);
 }
-void TypedMin(STypedData dst, STypedData src, uint32_t count) {
-    runBinary(kernels::kernels().min, dst, src, count);
-}
-void TypedMax(STypedData dst, STypedData src, uint32_t count) {
-    runBinary(kernels::kernels().max, dst, src, count);
-}
-void TypedSum(STypedData dst, STypedData src, uint32_t count) {
-    runBinary(kernels::kernels().sum, dst, src, count);
-}
+void TypedMin(STypedData dst, STypedData src, uint32_t count) { runBinary(kernels::kernels().min, dst, src, count); }
+void TypedMax(STypedData dst, STypedData src, uint32_t count) { runBinary(kernels::kernels().max, dst, src, count); }
+void TypedSum(STypedData dst, STypedData src, uint32_t count) { runBinary(kernels::kernels().sum, dst, src, count); }
 
-void MinMax(STypedData data, uint32_t count, uint8_t& min, uint8_t& max) {
-    minMax(data, count, min, max);
-}
-void MinMax(STypedData data, uint32_t count, int16_t& min, int16_t& max) {
-    minMax(data, count, min, max);
-}
-void MinMax(STypedData data, uint32_t count, uint16_t& min, uint16_t& max) {
-    minMax(data, count, min, max);
-}
-void MinMax(STypedData data, uint32_t count, int32_t& min, int32_t& max) {
-    minMax(data, count, min, max);
-}
-void MinMax(STypedData data, uint32_t count, uint32_t& min, uint32_t& max) {
-    minMax(data, count, min, max);
-}
-void MinMax(STypedData data, uint32_t count, int64_t& min, int64_t& max) {
-    minMax(data, count, min, max);
-}
-void MinMax(STypedData data, uint32_t count, float& min, float& max) {
-    minMax(data, count, min, max);
-}
-void MinMax(STypedData data, uint32_t count, double& min, double& max) {
-    minMax(data, count, min, max);
-}
+void MinMax(STypedData data, uint32_t count, uint8_t& min, uint8_t& max) { minMax(data, count, min, max); }
+void MinMax(STypedData data, uint32_t count, int16_t& min, int16_t& max) { minMax(data, count, min, max); }
+void MinMax(STypedData data, uint32_t count, uint16_t& min, uint16_t& max) { minMax(data, count, min, max); }
+void MinMax(STypedData data, uint32_t count, int32_t& min, int32_t& max) { minMax(data, count, min, max); }
+void MinMax(STypedData data, uint32_t count, uint32_t& min, uint32_t& max) { minMax(data, count, min, max); }
+void MinMax(STypedData data, uint32_t count, int64_t& min, int64_t& max) { minMax(data, count, min, max); }
+void MinMax(STypedData data, uint32_t count, float& min, float& max) { minMax(data, count, min, max); }
+void MinMax(STypedData data, uint32_t count, double& min, double& max) { minMax(data, count, min, max); }
 
-void TypedDiv(STypedData data, char divisor, uint32_t count) {
-    divide(data, static_cast<int8_t>(divisor), count);
-}
-void TypedDiv(STypedData data, uint8_t divisor, uint32_t count) {
-    divide(data, divisor, count);
-}
-void TypedDiv(STypedData data, int16_t divisor, uint32_t count) {
-    divide(data, divisor, count);
-}
-void TypedDiv(STypedData data, uint16_t divisor, uint32_t count) {
-    divide(data, divisor, count);
-}
-void TypedDiv(STypedData data, int32_t divisor, uint32_t count) {
-    divide(data, divisor, count);
-}
-void TypedDiv(STypedData data, uint32_t divisor, uint32_t count) {
-    divide(data, divisor, count);
-}
-void TypedDiv(STypedData data, int64_t divisor, uint32_t count) {
-    divide(data, divisor, count);
-}
-void TypedDiv(STypedData data, float divisor, uint32_t count) {
-    divide(data, divisor, count);
-}
-void TypedDiv(STypedData data, double divisor, uint32_t count) {
-    divide(data, divisor, count);
-}
+void TypedDiv(STypedData data, char divisor, uint32_t count) { divide(data, static_cast<int8_t>(divisor), count); }
+void TypedDiv(STypedData data, uint8_t divisor, uint32_t count) { divide(data, divisor, count); }
+void TypedDiv(STypedData data, int16_t divisor, uint32_t count) { divide(data, divisor, count); }
+void TypedDiv(STypedData data, uint16_t divisor, uint32_t count) { divide(data, divisor, count); }
+void TypedDiv(STypedData data, int32_t divisor, uint32_t count) { divide(data, divisor, count); }
+void TypedDiv(STypedData data, uint32_t divisor, uint32_t count) { divide(data, divisor, count); }
+void TypedDiv(STypedData data, int64_t divisor, uint32_t count) { divide(data, divisor, count); }
+void TypedDiv(STypedData data, float divisor, uint32_t count) { divide(data, divisor, count); }
+void TypedDiv(STypedData data, double divisor, uint32_t count) { divide(data, divisor, count); }
 
 // The spans of a block are taken (81 kernels) and then converted (18 kernels), which gives the bits of the 729 fused
 // loops in a tenth of their code. The block stays in the first-level cache. Arrays that overlap so that a block would

@@ -32,30 +32,18 @@ double readRGB(const void* elements, size_t index) {
 double readElement(const void* elements, EDataType type, size_t index) {
     using kernels::load;
     switch (type) {
-        case EDataType::int8:
-            return load<int8_t>(elements, index);
-        case EDataType::uint8:
-            return load<uint8_t>(elements, index);
-        case EDataType::int16:
-            return load<int16_t>(elements, index);
-        case EDataType::uint16:
-            return load<uint16_t>(elements, index);
-        case EDataType::int32:
-            return load<int32_t>(elements, index);
-        case EDataType::uint32:
-            return load<uint32_t>(elements, index);
-        case EDataType::int64:
-            return static_cast<double>(load<int64_t>(elements, index));
-        case EDataType::uint64:
-            return static_cast<double>(load<uint64_t>(elements, index));
-        case EDataType::flt32:
-            return static_cast<double>(load<float>(elements, index));
-        case EDataType::flt64:
-            return load<double>(elements, index);
-        case EDataType::rgb24:
-            return readRGB(elements, index);
-        default:
-            return 0.0;
+        case EDataType::int8: return load<int8_t>(elements, index);
+        case EDataType::uint8: return load<uint8_t>(elements, index);
+        case EDataType::int16: return load<int16_t>(elements, index);
+        case EDataType::uint16: return load<uint16_t>(elements, index);
+        case EDataType::int32: return load<int32_t>(elements, index);
+        case EDataType::uint32: return load<uint32_t>(elements, index);
+        case EDataType::int64: return static_cast<double>(load<int64_t>(elements, index));
+        case EDataType::uint64: return static_cast<double>(load<uint64_t>(elements, index));
+        case EDataType::flt32: return static_cast<double>(load<float>(elements, index));
+        case EDataType::flt64: return load<double>(elements, index);
+        case EDataType::rgb24: return readRGB(elements, index);
+        default: return 0.0;
     }
 }
 
@@ -63,28 +51,17 @@ void writeElement(void* elements, EDataType type, size_t index, double value) {
     using kernels::convert;
     using kernels::store;
     switch (type) {
-        case EDataType::int8:
-            return store(elements, index, convert<int8_t>(value));
-        case EDataType::uint8:
-            return store(elements, index, convert<uint8_t>(value));
-        case EDataType::int16:
-            return store(elements, index, convert<int16_t>(value));
-        case EDataType::uint16:
-            return store(elements, index, convert<uint16_t>(value));
-        case EDataType::int32:
-            return store(elements, index, convert<int32_t>(value));
-        case EDataType::uint32:
-            return store(elements, index, convert<uint32_t>(value));
-        case EDataType::int64:
-            return store(elements, index, convert<int64_t>(value));
-        case EDataType::uint64:
-            return store(elements, index, toUInt64(value));
-        case EDataType::flt32:
-            return store(elements, index, convert<float>(value));
-        case EDataType::flt64:
-            return store(elements, index, value);
-        default:
-            return;
+        case EDataType::int8: return store(elements, index, convert<int8_t>(value));
+        case EDataType::uint8: return store(elements, index, convert<uint8_t>(value));
+        case EDataType::int16: return store(elements, index, convert<int16_t>(value));
+        case EDataType::uint16: return store(elements, index, convert<uint16_t>(value));
+        case EDataType::int32: return store(elements, index, convert<int32_t>(value));
+        case EDataType::uint32: return store(elements, index, convert<uint32_t>(value));
+        case EDataType::int64: return store(elements, index, convert<int64_t>(value));
+        case EDataType::uint64: return store(elements, index, toUInt64(value));
+        case EDataType::flt32: return store(elements, index, convert<float>(value));
+        case EDataType::flt64: return store(elements, index, value);
+        default: return;
     }
 }
 

@@ -10,9 +10,7 @@ namespace qv::platform {
 size_t pageSize();
 
 /// `size` rounded to whole pages, always at least one page above it in count: (size / page + 1) * page.
-inline size_t wholePages(size_t size) {
-    return (size / pageSize() + 1) * pageSize();
-}
+inline size_t wholePages(size_t size) { return (size / pageSize() + 1) * pageSize(); }
 
 /// The process's limit on locked memory in bytes; all bits set when there is none.
 uint64_t lockLimit();

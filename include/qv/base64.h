@@ -13,9 +13,7 @@ namespace qv {
 /// whole, so that a text whose last line is full ends in two. No bytes give one line break. Throws std::bad_alloc when
 /// the text would be longer than a CString can hold.
 QV_API CString Base64Encode(const void* data, size_t size);
-inline CString Base64Encode(const TSimpleArray<char>& bytes) {
-    return Base64Encode(bytes.data(), bytes.size());
-}
+inline CString Base64Encode(const TSimpleArray<char>& bytes) { return Base64Encode(bytes.data(), bytes.size()); }
 
 /// The number of characters that Base64Encode gives for `size` bytes.
 constexpr size_t Base64EncodedLength(size_t size) {

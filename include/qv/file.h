@@ -92,60 +92,40 @@ public:
     X(QWORD, uint64_t) X(Int64, int64_t) X(UInt64, uint64_t)                         \
     X(Float, float)    X(Flt32, float)   X(Double, double) X(Flt64, double)
     // clang-format on
-#define QV_FILE_SCALAR_MEMBERS(Name, Type)          \
-    bool Put##Name(Type value) {                    \
-        return putScalar(&value, sizeof(Type));     \
-    }                                               \
-    bool Get##Name(Type& out) {                     \
-        return getScalar(&out, sizeof(Type));       \
-    }                                               \
-    Type Get##Name() {                              \
-        Type value{};                               \
-        (void)getScalar(&value, sizeof(Type));      \
-        return value;                               \
-    }                                               \
-    bool Skip##Name() {                             \
-        return Seek(sizeof(Type), fromCurrent) > 0; \
-    }
+#define QV_FILE_SCALAR_MEMBERS(Name, Type)                                 \
+    bool Put##Name(Type value) { return putScalar(&value, sizeof(Type)); } \
+    bool Get##Name(Type& out) { return getScalar(&out, sizeof(Type)); }    \
+    Type Get##Name() {                                                     \
+        Type value{};                                                      \
+        (void)getScalar(&value, sizeof(Type));                             \
+        return value;                                                      \
+    }                                                                      \
+    bool Skip##Name() { return Seek(sizeof(Type), fromCurrent) > 0; }
     QV_FILE_SCALARS(QV_FILE_SCALAR_MEMBERS)
 #undef QV_FILE_SCALAR_MEMBERS
 #undef QV_FILE_SCALARS
 
-    bool PutBOOL(int32_t value) {
-        return putScalar(&value, sizeof value);
-    }
+    bool PutBOOL(int32_t value) { return putScalar(&value, sizeof value); }
     /// True also at the end of the file.
     bool GetBOOL(int32_t& out) {
         (void)getScalar(&out, sizeof out);
         return true;
     }
-    int32_t GetBOOL() {
-        return GetLong();
-    }
-    bool SkipBOOL() {
-        return SkipLong();
-    }
+    int32_t GetBOOL() { return GetLong(); }
+    bool SkipBOOL() { return SkipLong(); }
 
     /// One byte, 1 for true and 0 for false. Only the byte 1 reads as true.
-    bool PutBool(bool value) {
-        return PutBYTE(value ? 1 : 0);
-    }
+    bool PutBool(bool value) { return PutBYTE(value ? 1 : 0); }
     bool GetBool(bool& out);
-    bool GetBool() {
-        return GetBYTE() == 1;
-    }
-    bool SkipBool() {
-        return SkipBYTE();
-    }
+    bool GetBool() { return GetBYTE() == 1; }
+    bool SkipBool() { return SkipBYTE(); }
 
     /// Data1, Data2 and Data3 as values, the bytes of Data4 as they are.
     bool PutGUID(const GUID& value);
     bool GetGUID(GUID& out);
     /// All zero on failure.
     GUID GetGUID();
-    bool SkipGUID() {
-        return Seek(sizeof(GUID), fromCurrent) > 0;
-    }
+    bool SkipGUID() { return Seek(sizeof(GUID), fromCurrent) > 0; }
 
     // Characters and strings -------------------------------------------------------------------------------------
 
@@ -188,9 +168,7 @@ public:
     /// Reads a length and seeks over that many bytes; whether the position is above 0 then.
     bool SkipString();
     /// The same as SkipString: it seeks over count bytes, not twice count, and stops in the middle of the characters.
-    bool SkipUnicodeString() {
-        return SkipString();
-    }
+    bool SkipUnicodeString() { return SkipString(); }
 
     /// A narrow string whose length takes 1 byte (below 255), 0xFF and 2 bytes (below 65535), or 0xFF, 0xFFFF and 4
     /// bytes. False for an empty string, although its prefix was written.
@@ -215,9 +193,7 @@ public:
 
     /// Reads `n` bytes and stores a NUL at buffer[n]: the buffer has room for n + 1. Whether all came.
     bool ReadString(char* buffer, uint32_t n);
-    bool GetFixedLengthString(char* buffer, uint32_t n) {
-        return ReadString(buffer, n);
-    }
+    bool GetFixedLengthString(char* buffer, uint32_t n) { return ReadString(buffer, n); }
     /// The text of an n-byte field up to its first NUL. On a short read the narrow string is emptied and the wide one
     /// left as it was.
     bool GetFixedLengthString(CStringMB& out, uint32_t n);
@@ -238,9 +214,7 @@ public:
     bool Insert(int64_t position, int64_t count);
 
     /// For format readers: whether multi-byte values are stored big-endian. False after construction.
-    friend bool& swapFlag(IFile& file) {
-        return file.m_swap;
-    }
+    friend bool& swapFlag(IFile& file) { return file.m_swap; }
 
 protected:
     IFile() = default;

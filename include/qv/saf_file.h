@@ -136,7 +136,8 @@ public:
     bool SaveTo(TSharedPtr<IFile> file, uint32_t& dataPosition, bool addPad);
     bool Update(TSharedPtr<IFile> file, uint32_t& dataPosition, bool addPad);
 
-    /// What Save() would do to a file that has data behind its header. Nothing is moved while the pad absorbs the change.
+    /// What Save() would do to a file that has data behind its header. Nothing is moved while the pad absorbs the
+    /// change.
     SAF_SAVE_PLAN PlanSave() const;
 
     /// Bytes of the header without padding, from "HdSize" to the end of "DATA\r\n".

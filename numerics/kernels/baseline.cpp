@@ -102,9 +102,7 @@ void divLoop(void* data, const void* divisor, size_t count) {
 
 // Filling the table -----------------------------------------------------------------------------------------------
 
-constexpr bool handled(size_t tag) {
-    return tag != tagUInt64;
-}
+constexpr bool handled(size_t tag) { return tag != tagUInt64; }
 
 template <size_t d, size_t s>
 constexpr KernelTable::Binary convertEntry() {

@@ -16,9 +16,7 @@ constexpr const KernelTable* tables[] = {&baselineKernels};
 
 }  // namespace
 
-std::span<const KernelTable* const> allKernels() {
-    return tables;
-}
+std::span<const KernelTable* const> allKernels() { return tables; }
 
 uint32_t machineFeatures() {
     uint32_t features = 0;
@@ -51,6 +49,4 @@ const KernelTable& kernels() {
 
 }  // namespace qv::kernels
 
-const char* qv::Private::kernelName() {
-    return kernels::kernels().name;
-}
+const char* qv::Private::kernelName() { return kernels::kernels().name; }

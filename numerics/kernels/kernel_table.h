@@ -43,9 +43,7 @@ struct KernelTable {
 };
 
 /// Whether the spans of two types are 32-bit magnitudes: both are integers of at most 32 bits.
-constexpr bool hasNarrowSpan(size_t a, size_t b) {
-    return a <= tagUInt32 && b <= tagUInt32;
-}
+constexpr bool hasNarrowSpan(size_t a, size_t b) { return a <= tagUInt32 && b <= tagUInt32; }
 
 extern const KernelTable baselineKernels;
 

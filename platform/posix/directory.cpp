@@ -38,9 +38,7 @@ int statusAt(int directory, const char* path, FileStatus& status) {
     return 0;
 }
 
-bool isDots(const char* name) {
-    return std::strcmp(name, ".") == 0 || std::strcmp(name, "..") == 0;
-}
+bool isDots(const char* name) { return std::strcmp(name, ".") == 0 || std::strcmp(name, "..") == 0; }
 
 /// Removes names from an open directory, directories with all that is in them. Nothing here follows a link.
 class TreeRemover {
@@ -103,9 +101,7 @@ int createTemp(std::string& path, Create create) {
 
 }  // namespace
 
-int fileStatus(const char* path, FileStatus& status) {
-    return statusAt(AT_FDCWD, path, status);
-}
+int fileStatus(const char* path, FileStatus& status) { return statusAt(AT_FDCWD, path, status); }
 
 int linkStatus(const char* path, FileStatus& status) {
     struct stat found {};
@@ -166,15 +162,9 @@ int copyPermissions(const char* from, const char* to) {
     return errorOf(chmod(to, status.st_mode & 0777));
 }
 
-int removeFile(const char* path) {
-    return errorOf(unlink(path));
-}
-int createDirectory(const char* path) {
-    return errorOf(mkdir(path, 0777));
-}
-int removeDirectory(const char* path) {
-    return errorOf(rmdir(path));
-}
+int removeFile(const char* path) { return errorOf(unlink(path)); }
+int createDirectory(const char* path) { return errorOf(mkdir(path, 0777)); }
+int removeDirectory(const char* path) { return errorOf(rmdir(path)); }
 
 int removeTree(const char* path) {
     struct stat status {};
@@ -198,9 +188,7 @@ int moveFile(const char* from, const char* to) {
     return errorOf(rename(from, to));
 }
 
-bool isOtherVolume(int error) {
-    return error == EXDEV;
-}
+bool isOtherVolume(int error) { return error == EXDEV; }
 
 int currentDirectory(std::string& path) {
     char* found = getcwd(nullptr, 0);
@@ -210,9 +198,7 @@ int currentDirectory(std::string& path) {
     return 0;
 }
 
-int setCurrentDirectory(const char* path) {
-    return errorOf(chdir(path));
-}
+int setCurrentDirectory(const char* path) { return errorOf(chdir(path)); }
 
 int createTempFile(std::string& path) {
     return createTemp(path, [](const char* name) {

@@ -17,14 +17,10 @@ namespace qv::platform {
 
 namespace {
 
-int descriptor(FileHandle file) {
-    return static_cast<int>(file);
-}
+int descriptor(FileHandle file) { return static_cast<int>(file); }
 
 /// The name under which a descriptor can be opened or changed once more.
-std::string procName(int fd) {
-    return "/proc/self/fd/" + std::to_string(fd);
-}
+std::string procName(int fd) { return "/proc/self/fd/" + std::to_string(fd); }
 
 class Descriptor {
 public:
@@ -138,9 +134,7 @@ int openFile(const OpenRequest& request, FileHandle& handle) {
 }
 
 // After an interrupted close the descriptor is gone on Linux: it is not repeated.
-void closeFile(FileHandle file) {
-    (void)close(descriptor(file));
-}
+void closeFile(FileHandle file) { (void)close(descriptor(file)); }
 
 uint32_t readFile(FileHandle file, void* data, uint32_t count, int& error) {
     return transferAll(count, error, [&](uint32_t done, uint32_t wanted) {

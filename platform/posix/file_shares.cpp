@@ -23,20 +23,14 @@ enum Claim { reads, writes, deniesReading, deniesWriting };
 
 constexpr off_t rangeBytes = off_t{1} << 32;
 constexpr off_t firstRange = off_t{1} << 62;
-constexpr off_t rangeStart(Claim claim) {
-    return firstRange + claim * rangeBytes;
-}
+constexpr off_t rangeStart(Claim claim) { return firstRange + claim * rangeBytes; }
 
 constexpr Claim opposite(Claim claim) {
     switch (claim) {
-        case reads:
-            return deniesReading;
-        case writes:
-            return deniesWriting;
-        case deniesReading:
-            return reads;
-        case deniesWriting:
-            return writes;
+        case reads: return deniesReading;
+        case writes: return deniesWriting;
+        case deniesReading: return reads;
+        case deniesWriting: return writes;
     }
     return claim;
 }

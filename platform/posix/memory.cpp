@@ -19,9 +19,7 @@ namespace {
 std::mutex limitMutex;
 rlim_t raisedBytes = 0;
 
-bool readLimit(rlimit& limit) {
-    return getrlimit(RLIMIT_MEMLOCK, &limit) == 0 && limit.rlim_cur != RLIM_INFINITY;
-}
+bool readLimit(rlimit& limit) { return getrlimit(RLIMIT_MEMLOCK, &limit) == 0 && limit.rlim_cur != RLIM_INFINITY; }
 
 /// Sets the soft limit, and the hard one with it where it stands lower and the process may move it.
 /// @return the soft limit that is in force afterwards.
@@ -101,12 +99,8 @@ void sortWithContext(void* base, size_t count, size_t size, int (*compare)(void*
     qsort_r(base, count, size, compareWithContext, &comparator);
 }
 
-void debugOutput(const char* text) {
-    (void)std::fputs(text, stderr);
-}
+void debugOutput(const char* text) { (void)std::fputs(text, stderr); }
 
-void yieldThread() {
-    (void)sched_yield();
-}
+void yieldThread() { (void)sched_yield(); }
 
 }  // namespace qv::platform

@@ -23,9 +23,7 @@ TArray<int> numbers(int count) {
     return array;
 }
 
-std::vector<int> contents(const TArray<int>& array) {
-    return {array.begin(), array.end()};
-}
+std::vector<int> contents(const TArray<int>& array) { return {array.begin(), array.end()}; }
 
 TEST(ArrayGrowth, CapacityFollowsTheRate) {
     struct Row {
@@ -225,29 +223,18 @@ public:
         const T item = makeItem<T>(pick(1000));
         // Each pair: the operation, and what it means for a vector.
         switch (pick(11)) {
-            case 0:
-                return check(m_array.Add(item), [&] { m_model.push_back(item); });
-            case 1:
-                return check(m_array.Insert(i), [&] { insert(i, 1, T()); });
-            case 2:
-                return check(m_array.Insert(item, i, j % 4), [&] { insert(i, j % 4, item); });
-            case 3:
-                return check(m_array.Remove(i, j), [&] { remove(i, j); });
-            case 4:
-                return check(m_array.Replace(item, i), [&] { grow(i + 1), m_model[i] = item; });
-            case 5:
-                return check(m_array.Move(i, j), [&] { move(i, j); });
+            case 0: return check(m_array.Add(item), [&] { m_model.push_back(item); });
+            case 1: return check(m_array.Insert(i), [&] { insert(i, 1, T()); });
+            case 2: return check(m_array.Insert(item, i, j % 4), [&] { insert(i, j % 4, item); });
+            case 3: return check(m_array.Remove(i, j), [&] { remove(i, j); });
+            case 4: return check(m_array.Replace(item, i), [&] { grow(i + 1), m_model[i] = item; });
+            case 5: return check(m_array.Move(i, j), [&] { move(i, j); });
             case 6:
                 return check(m_array.Swap(i, j), [&] { grow(std::max(i, j) + 1), std::swap(m_model[i], m_model[j]); });
-            case 7:
-                return check(m_array.SetSize(j), [&] { m_model.resize(j, T()); });
-            case 8:
-                return check(m_array.ImplicitAddition(j), [&] { grow(j); });
-            case 9:
-                m_array.SetGrowthRate(static_cast<uint16_t>(pick(3) == 0 ? 0xFFFF : 1 + pick(9)));
-                break;
-            default:
-                return check(m_array.Remove(i), [&] { remove(i, 1); });
+            case 7: return check(m_array.SetSize(j), [&] { m_model.resize(j, T()); });
+            case 8: return check(m_array.ImplicitAddition(j), [&] { grow(j); });
+            case 9: m_array.SetGrowthRate(static_cast<uint16_t>(pick(3) == 0 ? 0xFFFF : 1 + pick(9))); break;
+            default: return check(m_array.Remove(i), [&] { remove(i, 1); });
         }
         CountingHeap::succeed();
     }
@@ -298,12 +285,8 @@ void runModel() {
     EXPECT_EQ(CountingHeap::liveBlocks(), 0);
 }
 
-TEST(ArrayModel, NumbersBehaveLikeAVector) {
-    runModel<int>();
-}
-TEST(ArrayModel, StringsBehaveLikeAVector) {
-    runModel<CString>();
-}
+TEST(ArrayModel, NumbersBehaveLikeAVector) { runModel<int>(); }
+TEST(ArrayModel, StringsBehaveLikeAVector) { runModel<CString>(); }
 
 }  // namespace
 }  // namespace qv

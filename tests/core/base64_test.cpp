@@ -8,9 +8,7 @@
 namespace qv {
 namespace {
 
-CString encode(const std::string& bytes) {
-    return Base64Encode(bytes.data(), bytes.size());
-}
+CString encode(const std::string& bytes) { return Base64Encode(bytes.data(), bytes.size()); }
 
 std::string decode(const CString& text) {
     TSimpleArray<char> bytes;

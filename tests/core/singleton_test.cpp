@@ -47,15 +47,9 @@ TEST(Singleton, OnlyTheEagerOneIsMadeByItsPointer) {
 
 // The exit pass, watched on the standard error of a child process.
 
-void say(const char* text) {
-    std::fputs(text, stderr);
-}
-void sayLate(void*) {
-    say("late ");
-}
-void sayLater(void*) {
-    say("later ");
-}
+void say(const char* text) { std::fputs(text, stderr); }
+void sayLate(void*) { say("late "); }
+void sayLater(void*) { say("later "); }
 
 template <int Id, bool Registers = false>
 struct Speaker {

@@ -142,54 +142,24 @@ public:
         const size_t pos = number(m_model.size()), n = number(6);
         const Model text = randomText();
         switch (number(15)) {
-            case 0:
-                m_s.append(text), m_model.append(text);
-                break;
-            case 1:
-                m_s.append(n, 'x'), m_model.append(n, 'x');
-                break;
-            case 2:
-                m_s.insert(pos, text), m_model.insert(pos, text);
-                break;
-            case 3:
-                m_s.insert(pos, n, 'y'), m_model.insert(pos, n, 'y');
-                break;
-            case 4:
-                m_s.erase(pos, n), m_model.erase(pos, n);
-                break;
-            case 5:
-                m_s.replace(pos, n, text), m_model.replace(pos, n, text);
-                break;
-            case 6:
-                m_s.replace(pos, n, n, 'z'), m_model.replace(pos, n, n, 'z');
-                break;
-            case 7:
-                m_s.assign(text.data(), text.size() / 2), m_model.assign(text.data(), text.size() / 2);
-                break;
-            case 8:
-                m_s.resize(pos + n, 'r'), m_model.resize(pos + n, 'r');
-                break;
-            case 9:
-                m_s = m_s.substr(pos, 40), m_model = m_model.substr(pos, 40);
-                break;
+            case 0: m_s.append(text), m_model.append(text); break;
+            case 1: m_s.append(n, 'x'), m_model.append(n, 'x'); break;
+            case 2: m_s.insert(pos, text), m_model.insert(pos, text); break;
+            case 3: m_s.insert(pos, n, 'y'), m_model.insert(pos, n, 'y'); break;
+            case 4: m_s.erase(pos, n), m_model.erase(pos, n); break;
+            case 5: m_s.replace(pos, n, text), m_model.replace(pos, n, text); break;
+            case 6: m_s.replace(pos, n, n, 'z'), m_model.replace(pos, n, n, 'z'); break;
+            case 7: m_s.assign(text.data(), text.size() / 2), m_model.assign(text.data(), text.size() / 2); break;
+            case 8: m_s.resize(pos + n, 'r'), m_model.resize(pos + n, 'r'); break;
+            case 9: m_s = m_s.substr(pos, 40), m_model = m_model.substr(pos, 40); break;
             case 10:
                 m_s.insert(m_s.begin() + pos, 'i'), m_model.insert(m_model.begin() + static_cast<ptrdiff_t>(pos), 'i');
                 break;
-            case 11:
-                m_s.append(m_s, pos, n), m_model.append(Model(m_model), pos, n);
-                break;
-            case 12:
-                std::reverse(m_s.begin(), m_s.end()), std::reverse(m_model.begin(), m_model.end());
-                break;
-            case 13:
-                m_other = m_s, m_otherModel = m_model;
-                break;
-            case 14:
-                m_s.swap(m_other), m_model.swap(m_otherModel);
-                break;
-            default:
-                m_s.reserve(m_model.size() + n);
-                break;
+            case 11: m_s.append(m_s, pos, n), m_model.append(Model(m_model), pos, n); break;
+            case 12: std::reverse(m_s.begin(), m_s.end()), std::reverse(m_model.begin(), m_model.end()); break;
+            case 13: m_other = m_s, m_otherModel = m_model; break;
+            case 14: m_s.swap(m_other), m_model.swap(m_otherModel); break;
+            default: m_s.reserve(m_model.size() + n); break;
         }
     }
     void compare() {

@@ -127,9 +127,7 @@ TEST(FileSystemInterface, Defaults) {
 // Copies ------------------------------------------------------------------------------------------------------------
 
 using Steps = std::vector<std::pair<int64_t, int64_t>>;
-void record(int64_t total, int64_t done, void* context) {
-    static_cast<Steps*>(context)->emplace_back(total, done);
-}
+void record(int64_t total, int64_t done, void* context) { static_cast<Steps*>(context)->emplace_back(total, done); }
 
 TEST(Copies, GoByTheCapabilities) {
     Recorder none(0), within(2), across(4), both(6), otherAcross(4);

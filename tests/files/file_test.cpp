@@ -83,10 +83,8 @@ void checkForms(const Forms<T>& forms, bool swaps) {
     EXPECT_EQ(file.GetPosition(), int64_t{sizeof(T)});
 }
 
-#define QV_FORMS(Name, Type, value)                                                               \
-    Forms<Type> {                                                                                 \
-#Name, value, &IFile::Put##Name, &IFile::Get##Name, &IFile::Get##Name, &IFile::Skip##Name \
-    }
+#define QV_FORMS(Name, Type, value) \
+    Forms<Type> { #Name, value, &IFile::Put##Name, &IFile::Get##Name, &IFile::Get##Name, &IFile::Skip##Name }
 
 TEST(TypedFamily, EveryMemberRoundTripsInBothByteOrders) {
     for (const bool swaps : {false, true}) {

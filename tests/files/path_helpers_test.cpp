@@ -11,9 +11,7 @@ namespace {
 using View = std::u16string_view;
 using FS = IFileSystem;
 
-std::string utf8(View text) {
-    return CString(text).GetUTF8();
-}
+std::string utf8(View text) { return CString(text).GetUTF8(); }
 
 /// Rows of one helper that changes a path in place or copies it first.
 struct Row {

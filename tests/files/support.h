@@ -30,9 +30,7 @@ private:
     CString m_path;
 };
 
-inline Bytes bytesOf(CMemFile& file) {
-    return Bytes(file.data(), file.data() + file.size());
-}
+inline Bytes bytesOf(CMemFile& file) { return Bytes(file.data(), file.data() + file.size()); }
 
 inline std::string textOf(CMemFile& file) {
     return std::string(reinterpret_cast<const char*>(file.data()), file.size());

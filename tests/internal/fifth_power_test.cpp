@@ -12,8 +12,18 @@ namespace qv {
 namespace {
 
 TEST(FifthPower, HasTheBitsOfPow) {
-    std::vector<double> x = {0.0,   -0.0,   -2.5,  1.0,    2.0,    1e-70, 1e70, 5e-324, 1e-40,
-                             1e60,  std::numeric_limits<double>::infinity(), -std::numeric_limits<double>::infinity(),
+    std::vector<double> x = {0.0,
+                             -0.0,
+                             -2.5,
+                             1.0,
+                             2.0,
+                             1e-70,
+                             1e70,
+                             5e-324,
+                             1e-40,
+                             1e60,
+                             std::numeric_limits<double>::infinity(),
+                             -std::numeric_limits<double>::infinity(),
                              std::numeric_limits<double>::quiet_NaN()};
     std::mt19937_64 random(5);
     for (int i = 0; i < 2000000; ++i) {

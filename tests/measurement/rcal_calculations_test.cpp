@@ -33,9 +33,7 @@ double integral(double low, double high, double celsius, const std::function<dou
     }
     return sum * step / 3.0;
 }
-double one(double) {
-    return 1.0;
-}
+double one(double) { return 1.0; }
 
 CRCalFile tophat(double start, double end, double delta) {
     CRCalFile calibration;

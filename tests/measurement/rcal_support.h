@@ -9,9 +9,7 @@
 
 namespace qv::test {
 
-inline bool load(CRCalFile& calibration, const std::string& bytes) {
-    return calibration.Load(memoryFile(bytes), 0);
-}
+inline bool load(CRCalFile& calibration, const std::string& bytes) { return calibration.Load(memoryFile(bytes), 0); }
 
 inline std::string saved(CRCalFile& calibration) {
     TSharedPtr<IFile> file = CMemFile::Create();

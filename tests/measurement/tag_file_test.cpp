@@ -6,8 +6,8 @@
 
 #include "qv/diagnostic.h"
 #include "qv/file.h"
-#include "support/memory_file.h"
 #include "qv/xml_file.h"
+#include "support/memory_file.h"
 
 namespace qv {
 namespace {

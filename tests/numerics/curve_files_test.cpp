@@ -15,9 +15,7 @@ namespace {
 using namespace qv;
 using Values = std::vector<double>;
 
-Values valuesOf(const TArray<double>& array) {
-    return {array.begin(), array.end()};
-}
+Values valuesOf(const TArray<double>& array) { return {array.begin(), array.end()}; }
 
 class CurveFiles : public testing::Test {
 protected:

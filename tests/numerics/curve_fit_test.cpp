@@ -19,9 +19,7 @@ TArray<double> arrayOf(const std::vector<double>& values) {
     return array;
 }
 
-std::vector<double> valuesOf(const TArray<double>& array) {
-    return {array.begin(), array.end()};
-}
+std::vector<double> valuesOf(const TArray<double>& array) { return {array.begin(), array.end()}; }
 
 // Polynomials: certified coefficients of the Statistical Reference Datasets (NIST), lowest power first
 // -----------------
@@ -283,15 +281,9 @@ double planeModel(double x1, double x2, double* p, int count) {
     EXPECT_EQ(count, 3);
     return p[0] + p[1] * x1 + p[2] * x2;
 }
-double lineModel(double x, double* p, int) {
-    return p[0] + p[1] * x;
-}
-double hillModel(double x, double* p, int) {
-    return p[0] > 2.0 ? std::nan("") : p[0] * x;
-}
-double brokenModel(double, double*, int) {
-    return std::nan("");
-}
+double lineModel(double x, double* p, int) { return p[0] + p[1] * x; }
+double hillModel(double x, double* p, int) { return p[0] > 2.0 ? std::nan("") : p[0] * x; }
+double brokenModel(double, double*, int) { return std::nan(""); }
 
 TEST(LmFit2, KeepsParametersThatAreNotFree) {
     TArray<double> x1 = arrayOf({0, 1, 2, 3, 4});

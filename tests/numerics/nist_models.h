@@ -110,9 +110,7 @@ inline constexpr Named models[] = {
 };
 
 /// Of log(y).
-inline double nelson(double x1, double x2, double* b, int) {
-    return b[0] - b[1] * x1 * std::exp(-b[2] * x2);
-}
+inline double nelson(double x1, double x2, double* b, int) { return b[0] - b[1] * x1 * std::exp(-b[2] * x2); }
 
 /// Decimal digits on which all fitted values agree with the certified ones.
 inline double digits(const double* fitted, const std::vector<double>& certified) {

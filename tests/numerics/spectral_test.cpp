@@ -19,9 +19,7 @@ TArray<double> arrayOf(const std::vector<double>& values) {
     return array;
 }
 
-std::vector<double> valuesOf(const TArray<double>& array) {
-    return {array.begin(), array.end()};
-}
+std::vector<double> valuesOf(const TArray<double>& array) { return {array.begin(), array.end()}; }
 
 TEST(Planck, IsTheFormulaToTheBit) {
     TArray<double> x = arrayOf({0.5, 3.0, 4.26, 10.0, 14.0});

@@ -60,9 +60,7 @@ Exact wrapped(Exact integer, Kind kind) {
     return kind.isSigned && low >= modulus / 2 ? low - modulus : low;
 }
 
-Exact rounded(Exact value, Kind kind) {
-    return kind.bits == 32 ? Exact(float(double(value))) : Exact(double(value));
-}
+Exact rounded(Exact value, Kind kind) { return kind.bits == 32 ? Exact(float(double(value))) : Exact(double(value)); }
 
 Exact converted(Exact value, Kind from, Kind to) {
     if (to.isFloat) return to.bits == 32 ? Exact(static_cast<float>(value)) : Exact(static_cast<double>(value));
@@ -73,9 +71,7 @@ Exact converted(Exact value, Kind from, Kind to) {
     return wrapped(whole >= -limit && whole < limit ? whole : -limit, to);
 }
 
-bool same(Exact a, Exact b) {
-    return std::isnan(a) ? std::isnan(b) : a == b;
-}
+bool same(Exact a, Exact b) { return std::isnan(a) ? std::isnan(b) : a == b; }
 
 /// Elements that lie at the edges of every type, as bytes of `type`.
 std::vector<uint64_t> edgeElements(EDataType type, size_t& count) {
