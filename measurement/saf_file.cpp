@@ -61,16 +61,28 @@ SAF_SAVE_PLAN planSplice(int64_t header, int64_t dataPosition) {
     return {0, 0, static_cast<uint32_t>(dataPosition - header)};
 }
 
-/// Makes room for the header and leaves the position at 0. Returns the pad to write.
-uint32_t spliceFront(IFile& file, int64_t header, int64_t dataPosition) {
-    const SAF_SAVE_PLAN splice = planSplice(header, dataPosition);
-    if (splice.insert > 0) {
-        file.Insert(0, splice.insert);
-    } else if (splice.remove > 0) {
-        file.Remove(0, splice.remove);
+/// Makes room for the header, sets the pad to write and leaves the position at 0. False when the data could not be moved
+/// whole: a header written then would destroy what still stands in front.
+bool spliceFront(IFile& file, int64_t header, int64_t dataPosition, uint32_t& pad) {
+    const SAF_SAVE_PLAN plan = planSplice(header, dataPosition);
+    pad = plan.pad;
+    if (plan.movesData()) {
+        const int64_t before = file.GetSize();
+        const int64_t expected = before == 0 ? 0 : std::max<int64_t>(before + plan.insert - plan.remove, 0);
+        const CDiagnostic earlier = LastDiagnostic();
+        ClearDiagnostic();  // the moves report a short write by nothing else
+        plan.insert > 0 ? file.Insert(0, plan.insert) : file.Remove(0, plan.remove);
+        if (LastDiagnostic().IsSet()) return false;
+        if (file.GetSize() != expected) {
+            SetDiagnostic(CString(), u"room to move the data segment", u"none", dataPosition);
+            return false;
+        }
+        if (earlier.IsSet()) {
+            SetDiagnostic(earlier.file, earlier.expected, earlier.found, earlier.byteOffset, earlier.line);
+        }
     }
     file.SeekToBegin();
-    return splice.pad;
+    return true;
 }
 
 /// Copies everything from `source`'s position to `target`'s.
@@ -368,7 +380,7 @@ bool CSAFFile::saveInPlace() {
     if (file->GetSize() == m_dataPosition) {
         file->SetSize(header);
     } else {
-        pad = spliceFront(*file, header, m_dataPosition);
+        if (!spliceFront(*file, header, m_dataPosition, pad)) return false;
     }
     writeHeader(*file, pad);
     m_dataPosition = static_cast<uint32_t>(file->GetPosition());
@@ -386,7 +398,7 @@ bool CSAFFile::Update(TSharedPtr<IFile> file, uint32_t& dataPosition, bool addPa
     if (file->GetSize() == 0 && dataPosition == 0) {
         file->SeekToBegin();
     } else {
-        pad = spliceFront(*file, HeaderSize(), dataPosition);
+        if (!spliceFront(*file, HeaderSize(), dataPosition, pad)) return true;
     }
     writeHeader(*file, pad);
     dataPosition = static_cast<uint32_t>(file->GetPosition());

@@ -120,6 +120,7 @@ public:
 
     /// Writes the header in place: the pad absorbs the change, and only when fewer than 16 or more than 4096 bytes of
     /// it would be left is the front of the file spliced, to a pad of 2048. A file without data is cut to its header.
+    /// False, with no header written, when the data could not be moved.
     bool Save();
     /// In place when `path` is null or the object's own file. For an object without a file: a new file, with a pad of
     /// 2048 when `addPad`. Otherwise a copy of the object's file with its data, padded when there are data.
@@ -131,7 +132,7 @@ public:
     /// Writes the header into an open file. `dataPosition` is where its data begin (0 with an empty file) and receives
     /// where they begin afterwards. SaveTo starts from 0: on a file that has content it inserts at the front.
     /// The object's own path and data position are not touched. Always true: a header that could not be written leaves
-    /// its diagnostic, here as in Save.
+    /// its diagnostic, here as in Save, and none is written over data that could not be moved.
     bool SaveTo(TSharedPtr<IFile> file, uint32_t& dataPosition, bool addPad);
     bool Update(TSharedPtr<IFile> file, uint32_t& dataPosition, bool addPad);
 

@@ -189,6 +189,22 @@ TEST(SafSave, SplicesTheFrontOnlyOutsideTheBoundsOfThePad) {
     }
 }
 
+TEST(SafSave, WritesNoHeaderOverDataThatCouldNotBeMoved) {
+    CSAFFile header;
+    header.New(false);
+    header.AddTag(u"tag", CString(100u, u'x').c_str());
+    const std::string before = "HdSize auto\r\nDATA\r\n0123456789";
+    TSharedPtr<CMemFile> full = CMemFile::Create();
+    full->WriteBytes(before.data(), static_cast<uint32_t>(before.size()));
+    full->SetGrow(false);  // as a full disk: nothing behind the end can be written
+    uint32_t position = 19;
+    ClearDiagnostic();
+    EXPECT_TRUE(header.Update(full, position, true));
+    EXPECT_TRUE(LastDiagnostic().IsSet());
+    EXPECT_EQ(position, 19u);
+    EXPECT_EQ(bytesOf(*full), before);
+}
+
 TEST(SafSave, ToAnotherFileTakesTheDataAlong) {
     TempFolder folder;
     CSAFFile header;
