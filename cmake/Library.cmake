@@ -38,6 +38,7 @@ configure_package_config_file(cmake/qvConfig.cmake.in qvConfig.cmake
 write_basic_package_version_file(qvConfigVersion.cmake COMPATIBILITY SameMinorVersion)
 # Found from where the file stands, so that the tree may be installed to any prefix and moved.
 file(RELATIVE_PATH QV_PC_TO_PREFIX /prefix/${CMAKE_INSTALL_LIBDIR}/pkgconfig /prefix)
+string(REGEX REPLACE "/$" "" QV_PC_TO_PREFIX "${QV_PC_TO_PREFIX}")
 configure_file(cmake/qv.pc.in qv.pc @ONLY)
 install(FILES ${CMAKE_CURRENT_BINARY_DIR}/qvConfig.cmake ${CMAKE_CURRENT_BINARY_DIR}/qvConfigVersion.cmake
   DESTINATION ${CMAKE_INSTALL_LIBDIR}/cmake/qv)

@@ -76,6 +76,22 @@ TEST(RcalTool, FindsALinearCameraAgain) {
     EXPECT_TRUE(csv.out.starts_with("page,temperature [C],counts,")) << csv.out;
 }
 
+TEST(RcalTool, TriesWithoutChangingTheFile) {
+    const Workplace place;
+    place.write("points.csv",
+                "temperature,counts\n" + row(20, countsAt(20)) + row(60, countsAt(60)) + row(90, countsAt(90)));
+    ASSERT_EQ(place.qv("rcal new a.rcal").exitCode, 0);
+    for (const std::string command : {"rcal points a.rcal points.csv", "rcal fit a.rcal --order 2"}) {
+        const std::string before = place.read("a.rcal");
+        const ToolRun tried = place.qv(command + " --dry-run");
+        EXPECT_EQ(tried.exitCode, 0) << tried.error;
+        EXPECT_TRUE(contains(tried.error, "a.rcal: is left as it is")) << tried.error;
+        EXPECT_EQ(place.read("a.rcal"), before) << command;
+        EXPECT_EQ(place.qv(command).out, tried.out) << command;
+        EXPECT_NE(place.read("a.rcal"), before) << command;
+    }
+}
+
 TEST(RcalTool, SaysInKelvinWhatR2Hides) {
     const Workplace place;
     std::string table = "temperature,counts\n";

@@ -26,6 +26,23 @@ TEST(Reference, CompletesCommandsAndOptionsInBash) {
     EXPECT_EQ(shop.qv("completion fish").exitCode, 2);
 }
 
+TEST(Reference, NamesTheWordsThatItTakesAndThoseThatItDoesNot) {
+    const Workplace place;
+    EXPECT_NE(place.qv("calibrate --help").out.find("--to temperature|radiance "), std::string::npos);
+    const struct {
+        const char* arguments;
+        const char* sentence;
+    } cases[] = {{"frob", "there is no command frob\n"},
+                 {"tags frob a.saf", "there is no command tags frob\n"},
+                 {"render a.saf -o a.png --palette 1", "--palette: \"1\" is not one of iron|gray|rainbow\n"},
+                 {"rcal new a.rcal --tag =1", "--tag: \"=1\" is not of the form NAME=VALUE\n"}};
+    for (const auto& c : cases) {
+        const ToolRun run = place.qv(c.arguments);
+        EXPECT_EQ(run.exitCode, 2) << c.arguments;
+        EXPECT_NE(run.error.find(c.sentence), std::string::npos) << run.error;
+    }
+}
+
 TEST(Reference, PrintsAManualPageOfEachCommand) {
     const Workshop shop;
     const std::string page = shop.qv("man tags set").out;
