@@ -7,7 +7,12 @@
 namespace tool {
 
 std::string number(double value, int digits) { return narrow(qv::CString::FromFormat(u"%.*g", digits, value)); }
-std::string fixed(double value, int decimals) { return narrow(qv::CString::FromFormat(u"%.*f", decimals, value)); }
+std::string fixed(double value, int decimals) {
+    std::string text = narrow(qv::CString::FromFormat(u"%.*f", decimals, value));
+    // What rounds to nothing has no sign.
+    if (text.starts_with('-') && text.find_first_not_of("-0.") == std::string::npos) text.erase(0, 1);
+    return text;
+}
 std::string exact(double value) { return narrow(qv::CFlt64::ToStringExact(value)); }
 
 std::string bytes(double count) {
