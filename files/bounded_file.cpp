@@ -2,6 +2,7 @@
 #include <limits>
 #include <utility>
 
+#include "files/seek.h"
 #include "qv/file.h"
 
 namespace qv {
@@ -55,12 +56,7 @@ uint32_t CBoundedFile::Write(const void* data, uint32_t count) {
 
 int64_t CBoundedFile::Seek(int64_t offset, uint32_t origin) {
     int64_t base = 0;
-    switch (origin) {
-        case fromBegin: break;
-        case fromCurrent: base = m_position; break;
-        case fromEnd: base = m_size; break;
-        default: return m_position;
-    }
+    if (!Private::seekBase(origin, m_position, m_size, base)) return m_position;
     m_position = std::clamp<int64_t>(addHeld(base, offset), 0, std::max<int64_t>(m_size, 0));
     return m_position;
 }

@@ -3,6 +3,7 @@
 #include <limits>
 #include <utility>
 
+#include "files/seek.h"
 #include "qv/array.h"
 #include "qv/diagnostic.h"
 #include "qv/file.h"
@@ -145,12 +146,7 @@ uint32_t CMemFile::Read(void* data, uint32_t count) {
 
 int64_t CMemFile::Seek(int64_t offset, uint32_t origin) {
     int64_t base = 0;
-    switch (origin) {
-        case fromBegin: break;
-        case fromCurrent: base = m_position; break;
-        case fromEnd: base = m_size; break;
-        default: return m_position;
-    }
+    if (!Private::seekBase(origin, m_position, m_size, base)) return m_position;
     const int64_t held = std::clamp(offset, -largestPosition, largestPosition);
     m_position = static_cast<uint32_t>(std::clamp<int64_t>(base + held, 0, largestPosition));
     return m_position;

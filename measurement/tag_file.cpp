@@ -155,10 +155,11 @@ bool CTagFile::LoadBinary(TSharedPtr<IFile> file) {
 bool CTagFile::SaveBinary(TSharedPtr<IFile> file) {
     if (!file) return false;
     Sort();
-    if (!file->WriteBytes(magic, sizeof magic) || !file->PutUInt8(currentVersion) || !file->PutUInt32(size())) {
-        return false;
-    }
-    return std::all_of(begin(), end(), [&](const CTagEntry& entry) { return entry.Save(*file); });
+    const bool written = file->WriteBytes(magic, sizeof magic) && file->PutUInt8(currentVersion) &&
+                         file->PutUInt32(size()) &&
+                         std::all_of(begin(), end(), [&](const CTagEntry& entry) { return entry.Save(*file); });
+    if (!written) SetDiagnostic(CString(), u"room for the dictionary", u"a short write", file->GetPosition());
+    return written;
 }
 
 bool CTagFile::LoadXML(TSharedPtr<IFile> file) {

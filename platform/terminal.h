@@ -4,8 +4,7 @@
 
 namespace qv::platform {
 
-/// Standard error, standard output is somebody's terminal.
+/// Standard error is somebody's terminal.
 bool errorIsTerminal();
-bool outputIsTerminal();
 
 }  // namespace qv::platform

@@ -259,11 +259,6 @@ public:
         void setReflectedRadianceType(EReflectedRadianceType type);
 
     private:
-        template <class Value>
-        Value get(Value CAL_POINT::*member) const;
-        template <class Value>
-        void set(Value CAL_POINT::*member, Value value);
-
         CRCalFile* m_file;
         int32_t m_page;
         int32_t m_point;

@@ -150,8 +150,6 @@ public:
     bool SortByGroups(bool createGroups);
 
 private:
-    friend class SafGroups;
-
     SAF_TAG* findTag(const char16_t* name);
     bool parse(IFile& file);
     bool addLine(const char* line, int32_t& expectedSize, uint32_t position, bool& ended);

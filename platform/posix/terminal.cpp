@@ -5,6 +5,5 @@
 namespace qv::platform {
 
 bool errorIsTerminal() { return isatty(STDERR_FILENO) == 1; }
-bool outputIsTerminal() { return isatty(STDOUT_FILENO) == 1; }
 
 }  // namespace qv::platform
