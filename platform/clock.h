@@ -1,4 +1,4 @@
-// What the library needs of the system for the time of day.
+// What the library needs of the system for the time of day and for spans of time.
 #pragma once
 
 #include <cstdint>
@@ -14,5 +14,9 @@ uint64_t systemTimeTicks();
 
 /// Seconds that local time is ahead of UTC at an instant, given in seconds since 1970-01-01 UTC.
 int32_t localOffsetSeconds(int64_t secondsSince1970);
+
+/// A counter that never goes back and that no change of the time of day moves, and its counts in a second.
+int64_t performanceCounter();
+int64_t performanceFrequency();
 
 }  // namespace qv::platform

@@ -24,7 +24,8 @@ int linkStatus(const char* path, FileStatus& status);
 /// The entries of one directory but `.` and `..`, in the system's order.
 class DirectoryReader {
 public:
-    explicit DirectoryReader(const char* path);
+    /// `followLinks`: entries are described as by fileStatus, otherwise as by linkStatus.
+    explicit DirectoryReader(const char* path, bool followLinks = true);
     ~DirectoryReader();
     DirectoryReader(const DirectoryReader&) = delete;
     DirectoryReader& operator=(const DirectoryReader&) = delete;
@@ -37,6 +38,7 @@ public:
 private:
     void* m_stream = nullptr;
     int m_error = 0;
+    bool m_followLinks = true;
 };
 
 /// Takes all write permission away, or gives the owner's back where nobody has any. Nothing for a link.

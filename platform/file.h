@@ -26,6 +26,7 @@ struct OpenRequest {
     bool readOnly;               ///< A new or truncated file gets no write permission.
     bool everyone;               ///< A new file gets mode 0666 whatever the umask.
     bool writeThrough;           ///< A write returns when its data is on the device.
+    bool append;                 ///< Every write goes to the end that the file has then, until endAppending.
 };
 
 /// Opens a file, never a directory. Shares are settled before anything is truncated.
@@ -39,6 +40,9 @@ int claimShares(FileHandle file, bool read, bool write, bool shareRead, bool sha
 /// The bytes moved; below `count` at the end of the data, or with `error` set.
 uint32_t readFile(FileHandle file, void* data, uint32_t count, int& error);
 uint32_t writeFile(FileHandle file, const void* data, uint32_t count, int& error);
+
+/// Writes go to the position again. Holds for the duplicates of the descriptor, too.
+int endAppending(FileHandle file);
 
 enum class Origin { begin, current, end };
 /// The new position; -1, with nothing moved, when that fails.

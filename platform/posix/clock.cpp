@@ -12,6 +12,14 @@ uint64_t systemTimeTicks() {
     return ticksOf(now);
 }
 
+int64_t performanceCounter() {
+    timespec now{};
+    (void)clock_gettime(CLOCK_MONOTONIC, &now);
+    return int64_t{now.tv_sec} * performanceFrequency() + now.tv_nsec;
+}
+
+int64_t performanceFrequency() { return 1'000'000'000; }
+
 int32_t localOffsetSeconds(int64_t secondsSince1970) {
     const time_t instant = secondsSince1970;
     tm local{};

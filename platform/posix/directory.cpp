@@ -29,11 +29,10 @@ FileStatus statusOf(const struct stat& from) {
     return status;
 }
 
-int statusAt(int directory, const char* path, FileStatus& status) {
+int statusAt(int directory, const char* path, bool followLinks, FileStatus& status) {
     struct stat found {};
-    if (fstatat(directory, path, &found, 0) != 0 && fstatat(directory, path, &found, AT_SYMLINK_NOFOLLOW) != 0) {
-        return errno;
-    }
+    const bool followed = followLinks && fstatat(directory, path, &found, 0) == 0;
+    if (!followed && fstatat(directory, path, &found, AT_SYMLINK_NOFOLLOW) != 0) return errno;
     status = statusOf(found);
     return 0;
 }
@@ -101,16 +100,12 @@ int createTemp(std::string& path, Create create) {
 
 }  // namespace
 
-int fileStatus(const char* path, FileStatus& status) { return statusAt(AT_FDCWD, path, status); }
+int fileStatus(const char* path, FileStatus& status) { return statusAt(AT_FDCWD, path, true, status); }
 
-int linkStatus(const char* path, FileStatus& status) {
-    struct stat found {};
-    if (lstat(path, &found) != 0) return errno;
-    status = statusOf(found);
-    return 0;
-}
+int linkStatus(const char* path, FileStatus& status) { return statusAt(AT_FDCWD, path, false, status); }
 
-DirectoryReader::DirectoryReader(const char* path) : m_stream(opendir(path)) {
+DirectoryReader::DirectoryReader(const char* path, bool followLinks)
+    : m_stream(opendir(path)), m_followLinks(followLinks) {
     if (m_stream == nullptr) m_error = errno;
 }
 
@@ -122,7 +117,8 @@ bool DirectoryReader::next(const char*& name, FileStatus& status) {
     if (m_stream == nullptr) return false;
     auto* stream = static_cast<DIR*>(m_stream);
     while (const dirent* entry = readdir(stream)) {
-        if (isDots(entry->d_name) || statusAt(dirfd(stream), entry->d_name, status) != 0) continue;
+        if (isDots(entry->d_name)) continue;
+        if (statusAt(dirfd(stream), entry->d_name, m_followLinks, status) != 0) continue;
         name = entry->d_name;
         return true;
     }

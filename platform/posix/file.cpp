@@ -42,7 +42,7 @@ private:
 
 int openFlags(const OpenRequest& request) {
     const int access = request.write ? (request.read ? O_RDWR : O_WRONLY) : O_RDONLY;
-    return access | O_CLOEXEC | O_NOCTTY | (request.writeThrough ? O_DSYNC : 0);
+    return access | O_CLOEXEC | O_NOCTTY | (request.writeThrough ? O_DSYNC : 0) | (request.append ? O_APPEND : 0);
 }
 
 /// Opens by the disposition, truncating nothing yet. `created` tells whether this call made the file.
@@ -146,6 +146,11 @@ uint32_t writeFile(FileHandle file, const void* data, uint32_t count, int& error
     return transferAll(count, error, [&](uint32_t done, uint32_t wanted) {
         return write(descriptor(file), static_cast<const char*>(data) + done, wanted);
     });
+}
+
+int endAppending(FileHandle file) {
+    const int flags = fcntl(descriptor(file), F_GETFL);
+    return flags < 0 ? errno : errorOf(fcntl(descriptor(file), F_SETFL, flags & ~O_APPEND));
 }
 
 int64_t seekFile(FileHandle file, int64_t offset, Origin origin) {

@@ -72,10 +72,8 @@ private:
     iconv_t m_handle;
 };
 
-}  // namespace
-
-bool decodeCodePage(unsigned codePage, std::string_view bytes, std::u16string& utf16) {
-    Converter converter("UTF-16LE", iconvName(codePage));
+bool decodeFrom(const std::string& charset, std::string_view bytes, std::u16string& utf16) {
+    Converter converter("UTF-16LE", charset);
     if (!converter.isOpen()) return false;
     std::string units;
     converter.run(bytes, units, [](const char*, size_t, std::string& out) {
@@ -88,6 +86,17 @@ bool decodeCodePage(unsigned codePage, std::string_view bytes, std::u16string& u
             static_cast<char16_t>(static_cast<unsigned char>(units[i]) | static_cast<unsigned char>(units[i + 1]) << 8);
     }
     return true;
+}
+
+}  // namespace
+
+bool decodeCodePage(unsigned codePage, std::string_view bytes, std::u16string& utf16) {
+    return decodeFrom(iconvName(codePage), bytes, utf16);
+}
+
+bool decodeCharset(std::string_view name, std::string_view bytes, std::u16string& utf16) {
+    // A slash would begin options of the converter.
+    return !name.empty() && name.find('/') == std::string_view::npos && decodeFrom(std::string(name), bytes, utf16);
 }
 
 bool encodeCodePage(unsigned codePage, std::u16string_view utf16, std::string& bytes) {
