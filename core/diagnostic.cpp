@@ -3,10 +3,22 @@
 namespace qv {
 
 namespace {
-CDiagnostic& current() {
-    static thread_local CDiagnostic diagnostic;
-    return diagnostic;
+
+/// Set when the thread's diagnostic is gone, which a destructor that runs later on the thread may ask of it.
+thread_local constinit bool ended = false;
+
+struct Holder {
+    ~Holder() { ended = true; }
+    CDiagnostic diagnostic;
+};
+
+/// Null on a thread that is about to end.
+CDiagnostic* current() {
+    if (ended) return nullptr;
+    static thread_local Holder holder;
+    return &holder.diagnostic;
 }
+
 }  // namespace
 
 bool CDiagnostic::IsSet() const { return !file.IsEmpty() || !expected.IsEmpty() || !found.IsEmpty(); }
@@ -22,21 +34,31 @@ CString CDiagnostic::ToString() const {
     return text;
 }
 
-CDiagnostic LastDiagnostic() { return current(); }
-void ClearDiagnostic() { current() = CDiagnostic(); }
+CDiagnostic LastDiagnostic() {
+    const CDiagnostic* last = current();
+    return last != nullptr ? *last : CDiagnostic();
+}
+
+void ClearDiagnostic() {
+    if (CDiagnostic* last = current()) *last = CDiagnostic();
+}
 
 void SetDiagnostic(const CString& file, const CString& expected, const CString& found, int64_t byteOffset,
                    int64_t line) noexcept {
+    CDiagnostic* last = current();
+    if (last == nullptr) return;
     try {
-        current() = CDiagnostic{file, expected, found, byteOffset, line};
+        *last = CDiagnostic{file, expected, found, byteOffset, line};
     } catch (...) {
-        current().file.Empty();
+        last->file.Empty();
     }
 }
 
 void SetDiagnosticFile(const CString& file) noexcept {
+    CDiagnostic* last = current();
+    if (last == nullptr || !last->IsSet() || !last->file.IsEmpty()) return;
     try {
-        if (current().IsSet() && current().file.IsEmpty()) current().file = file;
+        last->file = file;
     } catch (...) {
     }
 }

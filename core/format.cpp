@@ -412,23 +412,29 @@ private:
     }
 
     void putText(View text, const Conversion& conversion) {
-        const size_t pad = conversion.width > text.size() ? conversion.width - text.size() : 0;
-        if (!conversion.left) m_out.append(pad, Ch(' '));
+        const size_t room = conversion.width > text.size() ? conversion.width - text.size() : 0;
+        if (!conversion.left) pad(room, ' ');
         m_out.append(text);
-        if (conversion.left) m_out.append(pad, Ch(' '));
+        if (conversion.left) pad(room, ' ');
+    }
+
+    void pad(size_t count, char with) {
+        if (count != 0) m_out.append(count, Ch(with));
+    }
+    void putAscii(std::string_view text) {
+        for (const char ch : text) m_out += Ch(ch);
     }
 
     void put(const NumberText& number, const Conversion& conversion, bool zeroPad) {
-        const size_t pad = conversion.width > number.size() ? conversion.width - number.size() : 0;
-        const std::string_view prefix = number.prefixText();
+        const size_t room = conversion.width > number.size() ? conversion.width - number.size() : 0;
         zeroPad = zeroPad && !conversion.left;
-        if (!conversion.left && !zeroPad) m_out.append(pad, Ch(' '));
-        m_out.append(prefix.begin(), prefix.end());
-        m_out.append(number.leadingZeros + (zeroPad ? pad : 0), Ch('0'));
-        m_out.append(number.head.begin(), number.head.end());
-        m_out.append(number.innerZeros, Ch('0'));
-        m_out.append(number.tail.begin(), number.tail.end());
-        if (conversion.left) m_out.append(pad, Ch(' '));
+        if (!conversion.left && !zeroPad) pad(room, ' ');
+        putAscii(number.prefixText());
+        pad(number.leadingZeros + (zeroPad ? room : 0), '0');
+        putAscii(number.head);
+        pad(number.innerZeros, '0');
+        putAscii(number.tail);
+        if (conversion.left) pad(room, ' ');
     }
 
     std::basic_string<Ch>& m_out;

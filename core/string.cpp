@@ -11,4 +11,9 @@ namespace qv {
 template class TString<char>;
 template class TString<char16_t>;
 
+const CString& Private::sharedEmptyText() {
+    static const CString* const empty = new CString(u"");
+    return *empty;
+}
+
 }  // namespace qv

@@ -67,7 +67,7 @@ typename TString<Ch>::Other* TString<Ch>::conversionBuffer(size_t units) const {
 template <class Ch>
 const typename TString<Ch>::Other* TString<Ch>::converted() const {
     static constexpr Other none[1] = {};
-    if (m_rep == nullptr) return none;
+    if (IsEmpty()) return none;  // Nothing is stored, since all threads may share one empty text.
     const size_t units = text::convertedLength(view());
     Other* buffer = conversionBuffer(units + 1);
     buffer[text::convert(view(), buffer, units)] = Other();
@@ -94,7 +94,7 @@ const char16_t* TString<Ch>::ConvertToUTF16() const {
 
 template <class Ch>
 const char* TString<Ch>::ConvertToCodePage(unsigned codePage) const {
-    if (m_rep == nullptr) return "";
+    if (IsEmpty()) return "";
     std::string bytes;
     if constexpr (std::is_same_v<Ch, char>) {
         text::encode(codePage, text::toUtf16(view()), bytes);

@@ -88,15 +88,38 @@ int compareNoCase(std::u16string_view a, std::u16string_view b, size_t n);
 // Numbers, in the C locale. Leading white space is skipped, then the longest valid beginning counts; 0 without one.
 // ----
 
-/// Decimal integer with an optional sign; what does not fit is held to the nearest limit.
-int32_t atol(std::string_view text);
-int32_t wtol(std::u16string_view text);
-int64_t atoll(std::string_view text);
-int64_t wtoll(std::u16string_view text);
-/// Optional sign, then a decimal number with an optional exponent, a hexadecimal one ("0x1.8p3"), "inf", "infinity",
-/// "nan" or "nan(...)" in any case. Correctly rounded; out of range gives infinity or zero with the sign.
-/// `used`, where given, receives the units read, white space included; 0 when there is no number.
+/// The number that a text begins with.
+template <class Number>
+struct NumberRead {
+    Number value = 0;
+    size_t used = 0;      ///< Units read, white space included; 0 when there is no number.
+    bool inRange = true;  ///< False when `value` is only the nearest that the type has.
+};
+
+/// Integers of 8 to 64 bits: decimal with an optional sign; what does not fit is held to the nearest limit.
+/// float and double: optional sign, then a decimal number with an optional exponent, a hexadecimal one ("0x1.8p3"),
+/// "inf", "infinity", "nan" or "nan(...)" in any case. Correctly rounded; out of range gives infinity or zero with the
+/// sign. A hexadecimal number in the parenthesis is the bits of the mantissa, the quiet bit among them; any other text
+/// there gives the plain NaN.
+template <class Number>
+NumberRead<Number> readNumber(std::string_view text);
+template <class Number>
+NumberRead<Number> readNumber(std::u16string_view text);
+
+inline int32_t atol(std::string_view text) { return readNumber<int32_t>(text).value; }
+inline int32_t wtol(std::u16string_view text) { return readNumber<int32_t>(text).value; }
+inline int64_t atoll(std::string_view text) { return readNumber<int64_t>(text).value; }
+inline int64_t wtoll(std::u16string_view text) { return readNumber<int64_t>(text).value; }
+/// `used`, where given, receives the units read.
 double atof(std::string_view text, size_t* used = nullptr);
 double wtof(std::u16string_view text, size_t* used = nullptr);
+
+/// The value of a hexadecimal digit; 16 for any other unit.
+template <class Ch>
+constexpr unsigned hexDigit(Ch ch) {
+    if (isDigit(ch)) return static_cast<unsigned>(ch - Ch('0'));
+    const auto letter = static_cast<unsigned>(ch | Ch(0x20)) - 'a';
+    return isLetter(ch) && letter < 6 ? letter + 10 : 16;
+}
 
 }  // namespace qv::text

@@ -1,5 +1,6 @@
 // Reading numbers in the C locale, from text of either width and of any length, without allocation.
 #include <algorithm>
+#include <bit>
 #include <charconv>
 #include <cmath>
 #include <limits>
@@ -45,18 +46,24 @@ private:
 };
 
 template <class Int, class Ch>
-Int readInteger(std::basic_string_view<Ch> text) {
+NumberRead<Int> readInteger(std::basic_string_view<Ch> text) {
+    using Magnitude = std::make_unsigned_t<Int>;
     Reader<Ch> in(text);
     const bool negative = in.skipSign();
     constexpr Int least = std::numeric_limits<Int>::min(), most = std::numeric_limits<Int>::max();
-    Int value = 0;  // Kept negative, where there is one value more.
+    const uint64_t limit =
+        negative ? static_cast<Magnitude>(Magnitude{0} - static_cast<Magnitude>(least)) : static_cast<Magnitude>(most);
+    const size_t start = in.position();
+    uint64_t magnitude = 0;
+    bool inRange = true;
     for (; isDigit(in.peek()); in.advance()) {
-        const Int digit = static_cast<Int>(in.peek() - '0');
-        if (value < (least + digit) / 10) return negative ? least : most;
-        value = static_cast<Int>(value * 10 - digit);
+        const auto digit = static_cast<uint64_t>(in.peek() - '0');
+        inRange = inRange && digit <= limit && magnitude <= (limit - digit) / 10;
+        if (inRange) magnitude = magnitude * 10 + digit;
     }
-    if (negative) return value;
-    return value == least ? most : static_cast<Int>(-value);
+    if (in.position() == start) return {};
+    if (!inRange) return {negative ? least : most, in.position(), false};
+    return {static_cast<Int>(negative ? 0 - magnitude : magnitude), in.position(), true};
 }
 
 /// The significant digits of a number in base 10 or 16 and the power of the base by which they are to be multiplied.
@@ -81,23 +88,28 @@ public:
         return true;
     }
 
-    /// The number with a further `exponent`, which counts in powers of 10 or 2.
-    double value(int64_t exponent) {
+    /// The number with a further `exponent`, which counts in powers of 10 or 2. `inRange` becomes false where only zero
+    /// or infinity is near it.
+    template <class Real>
+    Real value(int64_t exponent, bool& inRange) {
         if (m_count == 0) return 0;
         if (m_dropped) m_text[m_count++] = '1', --m_power;
         const int64_t unitsPerDigit = m_isHex ? 4 : 1;
         exponent += m_power * unitsPerDigit;
         // Where the first digit stands says what lies far outside; the rest is left to the conversion.
         const int64_t magnitude = exponent + static_cast<int64_t>(m_count) * unitsPerDigit;
-        if (magnitude > outside) return HUGE_VAL;
+        inRange = false;
+        constexpr Real infinity = std::numeric_limits<Real>::infinity();
+        if (magnitude > outside) return infinity;
         if (magnitude < -outside) return 0;
         char* end = m_text + m_count;
         *end++ = m_isHex ? 'p' : 'e';
         end = std::to_chars(end, m_text + sizeof(m_text), exponent).ptr;
-        double result = 0;
+        Real result = 0;
         const auto style = m_isHex ? std::chars_format::hex : std::chars_format::general;
         const auto outcome = std::from_chars(m_text, end, result, style);
-        if (outcome.ec == std::errc::result_out_of_range) return magnitude > 0 ? HUGE_VAL : 0;
+        if (outcome.ec == std::errc::result_out_of_range) return magnitude > 0 ? infinity : 0;
+        inRange = result != 0 && result != infinity;
         return result;
     }
 
@@ -138,47 +150,96 @@ int64_t readExponent(Reader<Ch>& in, char mark) {
 }
 
 /// Behind "nan": a parenthesis of letters, digits and underscores, where there is one.
-template <class Ch>
-void skipNanText(Reader<Ch>& in) {
-    if (in.peek() != '(') return;
+template <class Real, class Ch>
+Real readNan(Reader<Ch>& in) {
+    using Bits = std::conditional_t<sizeof(Real) == 4, uint32_t, uint64_t>;
+    constexpr Bits mantissa = (Bits{1} << (std::numeric_limits<Real>::digits - 1)) - 1;
+    const Real plain = std::numeric_limits<Real>::quiet_NaN();
+    if (in.peek() != '(') return plain;
     size_t n = 1;
     while (isLetter(in.peek(n)) || isDigit(in.peek(n)) || in.peek(n) == '_') ++n;
-    if (in.peek(n) == ')') in.advance(n + 1);
+    if (in.peek(n) != ')') return plain;
+    Bits bits = 0;
+    bool isNumber = in.peek(1) == '0' && in.peek(2) == 'x';
+    for (size_t i = 3; i < n && isNumber; ++i) {
+        const unsigned digit = hexDigit(in.peek(i));
+        isNumber = digit < 16 && bits <= mantissa >> 4;
+        bits = bits << 4 | digit;
+    }
+    in.advance(n + 1);
+    if (!isNumber || bits == 0) return plain;
+    return std::bit_cast<Real>((std::bit_cast<Bits>(plain) & ~mantissa) | bits);
 }
 
-template <class Ch>
-double readReal(std::basic_string_view<Ch> text, size_t* used) {
+template <class Real, class Ch>
+NumberRead<Real> readReal(std::basic_string_view<Ch> text) {
     Reader<Ch> in(text);
     const bool negative = in.skipSign();
-    double value = 0;
-    bool found = true;
+    Real value = 0;
+    bool inRange = true;
     if (in.skip("inf")) {
         in.skip("inity");
-        value = HUGE_VAL;
+        value = std::numeric_limits<Real>::infinity();
     } else if (in.skip("nan")) {
-        skipNanText(in);
-        value = std::numeric_limits<double>::quiet_NaN();
+        value = readNan<Real>(in);
     } else {
         Reader<Ch> behindPrefix = in;
         Digits hex(true), decimal(false);
         if (behindPrefix.skip("0x") && hex.read(behindPrefix)) {
             in = behindPrefix;
-            value = hex.value(readExponent(in, 'p'));
-        } else if ((found = decimal.read(in))) {
-            value = decimal.value(readExponent(in, 'e'));
+            value = hex.value<Real>(readExponent(in, 'p'), inRange);
+        } else if (decimal.read(in)) {
+            value = decimal.value<Real>(readExponent(in, 'e'), inRange);
+        } else {
+            return {};
         }
     }
-    if (used != nullptr) *used = found ? in.position() : 0;
-    return negative && found ? -value : value;
+    return {negative ? -value : value, in.position(), inRange};
+}
+
+template <class Number, class Ch>
+NumberRead<Number> readAny(std::basic_string_view<Ch> text) {
+    if constexpr (std::is_integral_v<Number>)
+        return readInteger<Number>(text);
+    else
+        return readReal<Number>(text);
 }
 
 }  // namespace
 
-int32_t atol(std::string_view text) { return readInteger<int32_t>(text); }
-int32_t wtol(std::u16string_view text) { return readInteger<int32_t>(text); }
-int64_t atoll(std::string_view text) { return readInteger<int64_t>(text); }
-int64_t wtoll(std::u16string_view text) { return readInteger<int64_t>(text); }
-double atof(std::string_view text, size_t* used) { return readReal(text, used); }
-double wtof(std::u16string_view text, size_t* used) { return readReal(text, used); }
+template <class Number>
+NumberRead<Number> readNumber(std::string_view text) {
+    return readAny<Number>(text);
+}
+template <class Number>
+NumberRead<Number> readNumber(std::u16string_view text) {
+    return readAny<Number>(text);
+}
+
+#define QV_READ_NUMBER(Number)                                        \
+    template NumberRead<Number> readNumber<Number>(std::string_view); \
+    template NumberRead<Number> readNumber<Number>(std::u16string_view);
+QV_READ_NUMBER(int8_t)
+QV_READ_NUMBER(uint8_t)
+QV_READ_NUMBER(int16_t)
+QV_READ_NUMBER(uint16_t)
+QV_READ_NUMBER(int32_t)
+QV_READ_NUMBER(uint32_t)
+QV_READ_NUMBER(int64_t)
+QV_READ_NUMBER(uint64_t)
+QV_READ_NUMBER(float)
+QV_READ_NUMBER(double)
+#undef QV_READ_NUMBER
+
+double atof(std::string_view text, size_t* used) {
+    const NumberRead<double> read = readNumber<double>(text);
+    if (used != nullptr) *used = read.used;
+    return read.value;
+}
+double wtof(std::u16string_view text, size_t* used) {
+    const NumberRead<double> read = readNumber<double>(text);
+    if (used != nullptr) *used = read.used;
+    return read.value;
+}
 
 }  // namespace qv::text

@@ -24,7 +24,7 @@ struct QV_API CDiagnostic {
 };
 
 /// This thread's last diagnostic. Failing calls overwrite it; successful ones leave it, so clear it before the call
-/// whose reason you want. Each thread has its own.
+/// whose reason you want. Each thread has its own; the destructors that run last on a thread find none.
 QV_API CDiagnostic LastDiagnostic();
 QV_API void ClearDiagnostic();
 

@@ -449,8 +449,8 @@ public:
     // Conversions ------------------------------------------------------------------------------------------------
 
     /// Converts into the conversion buffer, which belongs to the shared representation: the result stays valid until
-    /// the next conversion of this text or its last release, and does not follow changes. "" for a null handle. The
-    /// width that the text already has is the buffer itself.
+    /// the next conversion of this text or its last release, and does not follow changes. A static "" for an empty
+    /// text. The width that the text already has is the buffer itself.
     const char* ConvertToUTF8() const;
     const char16_t* ConvertToUTF16() const;
     /// The text in a Windows code page, in the same conversion buffer. What has no place in the page becomes '?'. ""
@@ -716,6 +716,12 @@ TString<Ch> operator+(C a, const TString<Ch>& b) {
 
 extern template class QV_API TString<char>;
 extern template class QV_API TString<char16_t>;
+
+namespace Private {
+/// One "" that texts which are often empty can share, so that they cost no memory before they are set. Shared by all
+/// threads: no reading of an empty text changes it.
+QV_API const CString& sharedEmptyText();
+}  // namespace Private
 
 // Raw arrays, each for char and char16_t. A null pointer reads as "". ------------------------------------------------
 
