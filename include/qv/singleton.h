@@ -32,6 +32,8 @@ struct QV_API TSingletonPtrPostCreateDoNothing {
 /// Making it: the first thread in constructs; the others spin until it is done. A constructor may reach other
 /// singletons, but not in a cycle. After the exit pass deleted an instance it is not made again.
 /// Cost of reaching an instance that exists: one load and one test.
+/// Exit: a T with a public member retire() is not destroyed: the exit pass calls that instead, and the instance stays
+/// valid until the process is gone, for destructors and threads that run later still.
 /// Exported as a template, so that a program and the library share one instance.
 template <class T, int Order, int EagerInit, class PostCreate = TSingletonPtrPostCreateDoNothing>
 class QV_API TSingletonPtr {
@@ -51,8 +53,15 @@ public:
     T* operator->() const { return GetInstance(); }
     T& operator*() const { return *GetInstance(); }
 
-    /// Runs the destructor and frees the memory.
-    static void Delete(void* object) { delete static_cast<T*>(object); }
+    /// Ends the instance's life: retires it where T can be retired, else runs the destructor and frees the memory.
+    static void Delete(void* object) {
+        auto* instance = static_cast<T*>(object);
+        if constexpr (requires { instance->retire(); }) {
+            instance->retire();
+        } else {
+            delete instance;
+        }
+    }
 
 private:
     static T* makeOrWait() {

@@ -64,6 +64,20 @@ struct Speaker {
     }
 };
 
+struct Retiring {
+    ~Retiring() { say("destroyed "); }
+    void retire() { say("retired "); }
+};
+
+TEST(SingletonDeathTest, ExitRetiresWhatCanBeRetired) {
+    const auto run = [] {
+        TSingletonPtr<Speaker<6>, 1, 0>::GetInstance();
+        TSingletonPtr<Retiring, 1, 0>::GetInstance();
+        std::exit(0);
+    };
+    EXPECT_EXIT(run(), testing::ExitedWithCode(0), "^retired 6 $");
+}
+
 TEST(SingletonDeathTest, ExitDestroysByOrderThenNewestFirst) {
     const auto run = [] {
         TSingletonPtr<Speaker<1>, 1, 0>::GetInstance();
