@@ -12,7 +12,7 @@ namespace qv {
 
 namespace {
 
-constexpr int64_t ticksPerMillisecond = CDateTime::ticksPerSecond / 1000;
+constexpr int64_t ticksPerMillisecond = CTimeSpan::ticksPerMillisecond;
 constexpr int64_t secondsPerDay = 86'400;
 constexpr int64_t ticksPerMinute = 60 * CDateTime::ticksPerSecond;
 constexpr int64_t ticksPerDay = secondsPerDay * CDateTime::ticksPerSecond;
@@ -20,6 +20,9 @@ constexpr int64_t ticksPerDay = secondsPerDay * CDateTime::ticksPerSecond;
 /// Days from 1601-01-01 to 10000-01-01.
 constexpr int64_t daysOfCalendar = 3'067'671;
 constexpr int64_t lastTick = daysOfCalendar * ticksPerDay - 1;
+
+/// Minutes: an offset is less than a day.
+constexpr int lastOffset = 24 * 60 - 1;
 
 struct Date {
     int year, month, day;
@@ -58,10 +61,15 @@ static_assert(daysFrom1601({1601, 1, 1}) == 0 && daysFrom1601({10000, 1, 1}) == 
 static_assert(daysFrom1601({1970, 1, 1}) * secondsPerDay == platform::secondsTo1970);
 static_assert(CDateTime::ticksPerSecond == platform::ticksPerSecond);
 
+constexpr bool isLeapYear(int year) { return year % 4 == 0 && (year % 100 != 0 || year % 400 == 0); }
+
+constexpr int daysInMonth(int year, int month) {
+    constexpr int lengths[] = {31, 28, 31, 30, 31, 30, 31, 31, 30, 31, 30, 31};
+    return month < 1 || month > 12 ? 0 : lengths[month - 1] + (month == 2 && isLeapYear(year) ? 1 : 0);
+}
+
 constexpr bool isDate(const Date& date) {
-    if (date.year < 1601 || date.year > 9999 || date.month < 1 || date.month > 12 || date.day < 1) return false;
-    const Date back = dateOf(daysFrom1601(date));
-    return back.month == date.month && back.day == date.day;
+    return date.year >= 1601 && date.year <= 9999 && date.day >= 1 && date.day <= daysInMonth(date.year, date.month);
 }
 
 constexpr const char16_t* monthNames[] = {u"January", u"February", u"March",     u"April",   u"May",      u"June",
@@ -76,14 +84,16 @@ struct Fields {
     int64_t fractionTicks;
 };
 
+// Day 0 was a Monday.
+constexpr int dayOfWeekOf(int64_t daysSince1601) { return static_cast<int>(((daysSince1601 + 1) % 7 + 7) % 7); }
+
 Fields fieldsOf(const CDateTime& time) {
     const int64_t ticks = static_cast<int64_t>(time.ToFileTime()) + time.GetOffsetMinutes() * ticksPerMinute;
     const int64_t days = floorDiv(ticks, ticksPerDay);
     const int64_t rest = ticks - days * ticksPerDay;
     const auto seconds = static_cast<int>(rest / CDateTime::ticksPerSecond);
-    // Day 0 was a Monday.
-    const auto dayOfWeek = static_cast<int>(((days + 1) % 7 + 7) % 7);
-    return {dateOf(days), seconds / 3600, seconds / 60 % 60, seconds % 60, dayOfWeek, rest % CDateTime::ticksPerSecond};
+    return {dateOf(days), seconds / 3600,    seconds / 60 % 60,
+            seconds % 60, dayOfWeekOf(days), rest % CDateTime::ticksPerSecond};
 }
 
 /// The whole minutes that local time is ahead of UTC at an instant.
@@ -97,10 +107,11 @@ int localOffsetMinutesAt(int64_t localTicks) {
     return localOffsetMinutes(localTicks - guess * ticksPerMinute);
 }
 
-void appendNumber(std::u16string& text, int value, size_t width) {
-    const std::string digits = std::to_string(value);
-    if (digits.size() < width) text.append(width - digits.size(), u'0');
-    text.append(digits.begin(), digits.end());
+/// The low `width` digits.
+void appendNumber(std::u16string& text, int64_t value, int width) {
+    char16_t digits[8];
+    for (int i = width; i-- > 0; value /= 10) digits[i] = static_cast<char16_t>(u'0' + value % 10);
+    text.append(digits, static_cast<size_t>(width));
 }
 
 void appendOffset(std::u16string& text, int minutes, bool colon) {
@@ -137,25 +148,45 @@ bool appendField(std::u16string& text, char16_t letter, const Fields& fields, in
     }
 }
 
-/// Takes fields of fixed width off the front of a text.
+/// Takes fields off the front of a text.
 class Scanner {
 public:
     explicit Scanner(std::u16string_view text) : m_rest(text) {}
 
     bool atEnd() const { return m_rest.empty(); }
+    bool atDigit() const { return !m_rest.empty() && text::isDigit(m_rest.front()); }
     bool take(char16_t c) {
         if (m_rest.empty() || m_rest.front() != c) return false;
         m_rest.remove_prefix(1);
         return true;
     }
-    bool number(int width, int& value) {
+    /// As many digits as `width` says, or fewer but at least `atLeast`.
+    bool number(int width, int& value, int atLeast) {
+        int digits = 0;
         value = 0;
-        for (int i = 0; i < width; ++i) {
-            if (m_rest.empty() || !text::isDigit(m_rest.front())) return false;
+        for (; digits < width && !m_rest.empty() && text::isDigit(m_rest.front()); ++digits) {
             value = value * 10 + (m_rest.front() - u'0');
             m_rest.remove_prefix(1);
         }
-        return true;
+        return digits >= atLeast;
+    }
+    bool number(int width, int& value) { return number(width, value, width); }
+    void skipSpace() {
+        while (!m_rest.empty() && text::isSpace(m_rest.front())) m_rest.remove_prefix(1);
+    }
+    /// The index of the name that comes next, whole or as its first three letters.
+    template <size_t n>
+    bool name(const char16_t* const (&names)[n], int& index) {
+        for (size_t i = 0; i < n; ++i) {
+            const std::u16string_view whole(names[i]);
+            for (const size_t length : {whole.size(), size_t{3}}) {
+                if (text::compareNoCase(m_rest.substr(0, length), whole.substr(0, length)) != 0) continue;
+                m_rest.remove_prefix(length);
+                index = static_cast<int>(i);
+                return true;
+            }
+        }
+        return false;
     }
     /// Ticks of the digits behind a decimal sign, at least one.
     bool fraction(int64_t& ticks) {
@@ -173,45 +204,117 @@ private:
     std::u16string_view m_rest;
 };
 
-struct IsoTime {
-    Date date{};
+/// Calendar fields as a text gives them.
+struct ReadTime {
+    Date date{1970, 1, 1};
     int hour = 0, minute = 0, second = 0, offsetMinutes = 0;
     int64_t fractionTicks = 0;
     bool hasOffset = false;
 };
 
-bool scanClock(Scanner& in, IsoTime& time) {
+bool scanClock(Scanner& in, ReadTime& time) {
     if (!in.number(2, time.hour) || !in.take(u':') || !in.number(2, time.minute)) return false;
     if (!in.take(u':')) return true;
     if (!in.number(2, time.second)) return false;
     return !(in.take(u'.') || in.take(u',')) || in.fraction(time.fractionTicks);
 }
 
-bool scanOffset(Scanner& in, IsoTime& time) {
-    if (in.atEnd()) return true;
+bool scanOffset(Scanner& in, ReadTime& time) {
     time.hasOffset = true;
+    time.offsetMinutes = 0;
     if (in.take(u'Z') || in.take(u'z')) return true;
     const bool west = in.take(u'-');
     int hours = 0, minutes = 0;
     if (!west && !in.take(u'+')) return false;
     if (!in.number(2, hours)) return false;
-    if (!in.atEnd()) {
-        (void)in.take(u':');
-        if (!in.number(2, minutes)) return false;
-    }
+    if ((in.take(u':') || in.atDigit()) && !in.number(2, minutes)) return false;
     time.offsetMinutes = (west ? -1 : 1) * (hours * 60 + minutes);
     return hours < 24 && minutes < 60;
 }
 
-bool scanIso(std::u16string_view text, IsoTime& time) {
+bool scanIso(std::u16string_view text, ReadTime& time) {
     Scanner in(text);
     if (!in.number(4, time.date.year) || !in.take(u'-') || !in.number(2, time.date.month) || !in.take(u'-') ||
         !in.number(2, time.date.day)) {
         return false;
     }
     if (!in.atEnd() && (!(in.take(u'T') || in.take(u't') || in.take(u' ')) || !scanClock(in, time))) return false;
-    return scanOffset(in, time) && in.atEnd();
+    return (in.atEnd() || scanOffset(in, time)) && in.atEnd();
 }
+
+/// Reads a text by a pattern of conversions.
+class PatternReader {
+public:
+    PatternReader(std::u16string_view text, const char16_t* pattern) : m_in(text), m_pattern(pattern) {}
+
+    bool read(ReadTime& time) {
+        for (const char16_t* at = m_pattern; at != nullptr && *at != 0; ++at) {
+            if (*at == u'%' && isConversion(at[1])) {
+                if (!readField(*++at, time)) return false;
+            } else if (text::isSpace(*at)) {
+                m_in.skipSpace();
+            } else if (!m_in.take(*at)) {
+                return false;
+            }
+        }
+        return m_in.atEnd() && settle(time);
+    }
+
+private:
+    static bool isConversion(char16_t c) {
+        return c != 0 && std::u16string_view(u"YymdDHIMSLpzBbAa%").find(c) != std::u16string_view::npos;
+    }
+
+    bool readField(char16_t letter, ReadTime& time) {
+        int value = 0;
+        switch (letter) {
+            case u'Y': return m_in.number(4, time.date.year, 1);
+            case u'y':
+                if (!m_in.number(2, value)) return false;
+                time.date.year = value + (value >= 69 ? 1900 : 2000);
+                return true;
+            case u'm': return m_in.number(2, time.date.month, 1);
+            case u'd':
+            case u'D': m_hasDay = true; return m_in.number(2, time.date.day, 1);
+            case u'H': m_hour12 = -1; return m_in.number(2, time.hour, 1);
+            case u'I': return m_in.number(2, m_hour12, 1) && m_hour12 >= 1 && m_hour12 <= 12;
+            case u'M': return m_in.number(2, time.minute, 1);
+            case u'S': return m_in.number(2, time.second, 1);
+            case u'L':
+                if (!m_in.number(3, value)) return false;
+                time.fractionTicks = value * ticksPerMillisecond;
+                return true;
+            case u'p': return m_in.name(halves, m_half);
+            case u'z': return scanOffset(m_in, time);
+            case u'B':
+            case u'b':
+                if (!m_in.name(monthNames, value)) return false;
+                time.date.month = value + 1;
+                return true;
+            case u'A':
+            case u'a': return m_in.name(dayNames, m_dayOfWeek);
+            default: return m_in.take(letter);
+        }
+    }
+
+    /// Brings the fields together that say the same in two ways.
+    bool settle(ReadTime& time) const {
+        if (m_hour12 > 0) {
+            time.hour = m_hour12 % 12 + (m_half == 1 ? 12 : 0);
+        } else if (m_half >= 0 && (time.hour >= 12) != (m_half == 1)) {
+            return false;
+        }
+        if (!isDate(time.date)) return false;
+        return m_dayOfWeek < 0 || !m_hasDay || dayOfWeekOf(daysFrom1601(time.date)) == m_dayOfWeek;
+    }
+
+    static constexpr const char16_t* halves[] = {u"AM", u"PM"};
+
+    Scanner m_in;
+    const char16_t* m_pattern;
+    int m_hour12 = -1, m_half = -1, m_dayOfWeek = -1;
+    bool m_hasDay = false;
+};
 
 /// Ticks of calendar fields, taken as UTC; -1 when they name no moment.
 int64_t ticksOf(const Date& date, int hour, int minute, int second, int64_t fractionTicks) {
@@ -232,12 +335,52 @@ CDateTime CDateTime::FromFileTime(uint64_t ticks) {
     return time;
 }
 
+CDateTime CDateTime::FromUnixMilliseconds(int64_t milliseconds) {
+    return FromUnixTime(0) + CTimeSpan::FromMilliseconds(milliseconds);
+}
+
+CDateTime CDateTime::FromUnixTime(int64_t seconds) {
+    return FromFileTime(platform::secondsTo1970 * ticksPerSecond) + CTimeSpan::FromSeconds(seconds);
+}
+
+int64_t CDateTime::ToUnixTime() const { return m_ticks / ticksPerSecond - platform::secondsTo1970; }
+int64_t CDateTime::ToUnixMilliseconds() const { return m_ticks / ticksPerMillisecond - platform::secondsTo1970 * 1000; }
+
+CDateTime operator+(const CDateTime& time, CTimeSpan span) {
+    const CTimeSpan sum = CTimeSpan::FromTicks(time.m_ticks) + span;
+    CDateTime moved = time;
+    moved.m_ticks = std::clamp<int64_t>(sum.ToTicks(), 0, lastTick);
+    return moved;
+}
+
+CDateTime CDateTime::AddMonths(int64_t n) const {
+    const int64_t local = m_ticks + m_offsetMinutes * ticksPerMinute;
+    const int64_t days = floorDiv(local, ticksPerDay);
+    const Date date = dateOf(days);
+    // No more months than lead out of the calendar from any date in it.
+    constexpr int64_t allMonths = 8400 * 12;
+    const int64_t months = date.year * 12 + date.month - 1 + std::clamp(n, -allMonths, allMonths);
+    Date moved{static_cast<int>(floorDiv(months, 12)), static_cast<int>(months - floorDiv(months, 12) * 12) + 1, 1};
+    moved.day = std::min(date.day, daysInMonth(moved.year, moved.month));
+    return *this + CTimeSpan::FromDays(daysFrom1601(moved) - days);
+}
+
+CDateTime CDateTime::AddYears(int64_t n) const { return AddMonths(12 * std::clamp<int64_t>(n, -8400, 8400)); }
+
+bool CDateTime::IsValid(int year, int month, int day, int hour, int minute, int second, int millisecond) {
+    return ticksOf({year, month, day}, hour, minute, second, millisecond * ticksPerMillisecond) >= 0;
+}
+
+bool CDateTime::IsLeapYear(int year) { return isLeapYear(year); }
+int CDateTime::DaysInMonth(int year, int month) { return daysInMonth(year, month); }
+
 CDateTime CDateTime::FromFields(int offsetMinutes, int year, int month, int day, int hour, int minute, int second,
                                 int millisecond) {
     CDateTime time;
     const int64_t ticks = ticksOf({year, month, day}, hour, minute, second, millisecond * ticksPerMillisecond);
     const int64_t instant = ticks - offsetMinutes * ticksPerMinute;
-    if (ticks < 0 || instant < 0 || instant > lastTick) {
+    const bool offsetFits = offsetMinutes >= -lastOffset && offsetMinutes <= lastOffset;
+    if (ticks < 0 || instant < 0 || instant > lastTick || !offsetFits) {
         SetDiagnostic(CString(), u"a date and time of the years 1601 to 9999",
                       CString::FromFormat(u"%d-%d-%d %d:%d:%d", year, month, day, hour, minute, second));
         return time;
@@ -259,9 +402,11 @@ CDateTime CDateTime::FromLocal(int year, int month, int day, int hour, int minut
 
 CDateTime CDateTime::ToUtc() const { return FromFileTime(ToFileTime()); }
 
-CDateTime CDateTime::ToLocal() const {
+CDateTime CDateTime::ToLocal() const { return ToOffset(localOffsetMinutes(m_ticks)); }
+
+CDateTime CDateTime::ToOffset(int minutes) const {
     CDateTime time = *this;
-    time.m_offsetMinutes = localOffsetMinutes(m_ticks);
+    time.m_offsetMinutes = std::clamp(minutes, -lastOffset, lastOffset);
     return time;
 }
 
@@ -277,6 +422,7 @@ int CDateTime::GetMillisecond() const { return static_cast<int>(m_ticks % ticksP
 CString CDateTime::Format(const char16_t* pattern, int limit) const {
     const Fields fields = fieldsOf(*this);
     std::u16string text;
+    text.reserve(64);
     for (const char16_t* at = pattern; at != nullptr && *at != 0; ++at) {
         if (*at == u'%' && at[1] != 0 && appendField(text, at[1], fields, m_offsetMinutes)) {
             ++at;
@@ -288,28 +434,61 @@ CString CDateTime::Format(const char16_t* pattern, int limit) const {
     return CString(text);
 }
 
-CString CDateTime::ToISOString() const {
-    std::u16string zone = u"Z";
-    if (m_offsetMinutes != 0) {
-        zone.clear();
-        appendOffset(zone, m_offsetMinutes, true);
+CString CDateTime::ToISOString(int fractionDigits) const {
+    const Fields fields = fieldsOf(*this);
+    std::u16string text;
+    text.reserve(40);
+    const auto append = [&text](int value, int width, char16_t separator) {
+        appendNumber(text, value, width);
+        if (separator != 0) text += separator;
+    };
+    append(fields.date.year, 4, u'-');
+    append(fields.date.month, 2, u'-');
+    append(fields.date.day, 2, u'T');
+    append(fields.hour, 2, u':');
+    append(fields.minute, 2, u':');
+    append(fields.second, 2, 0);
+    if (fractionDigits > 0) {
+        text += u'.';
+        appendNumber(text, fields.fractionTicks, 7);
+        text.resize(text.size() - static_cast<size_t>(7 - std::min(fractionDigits, 7)));
     }
-    return Format(u"%Y-%m-%dT%H:%M:%S.%L") + zone;
+    if (m_offsetMinutes == 0) {
+        text += u'Z';
+    } else {
+        appendOffset(text, m_offsetMinutes, true);
+    }
+    return CString(text);
 }
 
+namespace {
+
+/// The moment of fields that were read, at their own offset or at the given zone's; false when there is none.
+bool momentOf(const ReadTime& read, bool localZone, CDateTime& time) {
+    const int64_t ticks = ticksOf(read.date, read.hour, read.minute, read.second, read.fractionTicks);
+    if (ticks < 0) return false;
+    const int offset = read.hasOffset ? read.offsetMinutes : localZone ? localOffsetMinutesAt(ticks) : 0;
+    const int64_t instant = ticks - offset * ticksPerMinute;
+    if (instant < 0 || instant > lastTick) return false;
+    time = CDateTime::FromFileTime(static_cast<uint64_t>(instant)).ToOffset(offset);
+    return true;
+}
+
+bool parse(CDateTime& time, const CString& text, const char16_t* pattern, bool localZone) {
+    ReadTime read;
+    if (PatternReader(text.view(), pattern).read(read) && momentOf(read, localZone, time)) return true;
+    SetDiagnostic(CString(), CString(u"a date and time by the pattern ") + CString(pattern), text);
+    return false;
+}
+
+}  // namespace
+
+bool CDateTime::Parse(const CString& text, const char16_t* pattern) { return parse(*this, text, pattern, true); }
+bool CDateTime::ParseUtc(const CString& text, const char16_t* pattern) { return parse(*this, text, pattern, false); }
+
 bool CDateTime::FromISOString(const CString& text) {
-    IsoTime read;
-    const bool scanned = scanIso(text.view(), read);
-    const int64_t local = ticksOf(read.date, read.hour, read.minute, read.second, read.fractionTicks);
-    if (scanned && local >= 0) {
-        const int offset = read.hasOffset ? read.offsetMinutes : localOffsetMinutesAt(local);
-        const int64_t instant = local - offset * ticksPerMinute;
-        if (instant >= 0 && instant <= lastTick) {
-            m_ticks = instant;
-            m_offsetMinutes = offset;
-            return true;
-        }
-    }
+    ReadTime read;
+    if (scanIso(text.view(), read) && momentOf(read, true, *this)) return true;
     SetDiagnostic(CString(), u"a date as 2024-05-06T07:08:09Z", text);
     return false;
 }

@@ -4,11 +4,10 @@
 
 #include <cstdlib>
 #include <ctime>
-#include <set>
+#include <random>
 #include <string>
 
 #include "qv/diagnostic.h"
-#include "qv/guid.h"
 
 namespace qv::test {
 namespace {
@@ -131,28 +130,108 @@ TEST(DateTime, LocalTimeIsTheSameInstant) {
     EXPECT_EQ(CDateTime::FromUtc(2023, 1, 1, 24), CDateTime());
 }
 
-TEST(Guid, TextRoundTrips) {
-    CGUID guid;
-    EXPECT_TRUE(guid.IsNull());
-    EXPECT_TRUE(guid.FromString(u"{6ba7b810-9dad-11d1-80b4-00c04fd430c8}"));  // RFC 9562, name space of DNS.
-    EXPECT_EQ(guid, (GUID{0x6BA7B810, 0x9DAD, 0x11D1, {0x80, 0xB4, 0, 0xC0, 0x4F, 0xD4, 0x30, 0xC8}}));
-    EXPECT_STREQ(guid.ToString().GetUTF8(), "{6BA7B810-9DAD-11D1-80B4-00C04FD430C8}");
-    EXPECT_STREQ(guid.ToString(false).GetUTF8(), "6BA7B810-9DAD-11D1-80B4-00C04FD430C8");
-    for (const char16_t* bad : {u"", u"{6ba7b810-9dad-11d1-80b4-00c04fd430c8", u"6ba7b810-9dad-11d1-80b4-00c04fd430cg",
-                                u"6ba7b8109-dad-11d1-80b4-00c04fd430c8", u"6ba7b810-9dad-11d1-80b4-00c04fd430c8 "}) {
-        EXPECT_FALSE(guid.FromString(bad));
+TEST(DateTime, ParsesByPattern) {
+    struct Row {
+        const char16_t *text, *pattern;
+        const char* utc;  // Null where the text does not fit.
+    };
+    const Row rows[] = {
+        {u"[05-06-2024 17:08:09]: ", u"[%m-%D-%Y %H:%M:%S]: ", "2024-05-06T17:08:09.000Z"},
+        {u"20240506170809042", u"%Y%m%d%H%M%S%L", "2024-05-06T17:08:09.042Z"},
+        {u"5/6/2024 7:8", u"%m/%D/%Y %H:%M", "2024-05-06T07:08:00.000Z"},
+        {u"mon,  6 SEPTEMBER 99", u"%A, %d %b %y", "1999-09-06T00:00:00.000Z"},
+        {u"May68", u"%B%y", "2068-05-01T00:00:00.000Z"},
+        {u"12:00 am", u"%I:%M %p", "1970-01-01T00:00:00.000Z"},
+        {u"PM 12", u"%p %I", "1970-01-01T12:00:00.000Z"},
+        {u"2024-05-06 23:30 -01:30", u"%Y-%m-%d %H:%M %z", "2024-05-07T01:00:00.000Z"},
+        {u"07+02h", u"%H%zh", "1970-01-01T05:00:00.000Z"},
+        {u"100% %q1600", u"100%% %q%Y", nullptr},
+        {u"100% %q1601", u"100%% %q%Y", "1601-01-01T00:00:00.000Z"},
+        {u"Tue 6 May 2024", u"%a %d %b %Y", nullptr},
+        {u"Feb 29", u"%b %d", nullptr},
+        {u"17:00 AM", u"%H:%M %p", nullptr},
+        {u"13 PM", u"%I %p", nullptr},
+        {u"9.5", u"%S.%L", nullptr},
+        {u"7", u"%y", nullptr},
+        {u"7:08x", u"%H:%M", nullptr},
+        {u"7:", u"%H:%M", nullptr},
+        {u"2024-05-06T24", u"%Y-%m-%dT%H", nullptr},
+        {u"Ma", u"%b", nullptr},
+        {u"", u"%%", nullptr},
+    };
+    for (const Row& row : rows) {
+        CDateTime time = CDateTime::FromFileTime(5);
+        EXPECT_EQ(time.ParseUtc(row.text, row.pattern), row.utc != nullptr) << CString(row.text).GetUTF8();
+        if (row.utc != nullptr) {
+            EXPECT_STREQ(time.ToUtc().ToISOString().GetUTF8(), row.utc);
+        } else {
+            EXPECT_EQ(time.ToFileTime(), 5u);
+        }
     }
-    EXPECT_EQ(guid.Data1, 0x6BA7B810u);
+    const LocalTime zone("XXX-2");
+    CDateTime time;
+    EXPECT_TRUE(time.Parse(u"2024-05-06", u"%Y-%m-%d"));
+    EXPECT_STREQ(time.ToISOString(0).GetUTF8(), "2024-05-06T00:00:00+02:00");
 }
 
-TEST(Guid, FreshOnesDiffer) {
-    std::set<std::string> seen;
-    for (int i = 0; i < 100; ++i) {
-        const CGUID guid = CGUID::Create();
-        EXPECT_EQ(guid.Data3 >> 12, 4);
-        EXPECT_EQ(guid.Data4[0] >> 6, 2);
-        EXPECT_TRUE(seen.insert(guid.ToString().GetUTF8()).second);
+TEST(DateTime, RandomMomentsComeBackFromTheirTexts) {
+    std::mt19937_64 random(7);
+    for (int i = 0; i < 2000; ++i) {
+        const CDateTime time =
+            CDateTime::FromFileTime(random() % 2650467743999999999).ToOffset(static_cast<int>(random() % 600) - 300);
+        if (time.GetYear() < 1601) continue;
+        CDateTime exact, read;
+        ASSERT_TRUE(exact.FromISOString(time.ToISOString(7)));
+        EXPECT_EQ(exact, time);
+        const char16_t* pattern = u"%A %d. %B %Y, %I:%M:%S.%L %p %z";
+        ASSERT_TRUE(read.Parse(time.Format(pattern), pattern)) << time.ToISOString().GetUTF8();
+        EXPECT_EQ(read.ToFileTime(), time.ToFileTime() / 10'000 * 10'000);
+        EXPECT_EQ(read.GetOffsetMinutes(), time.GetOffsetMinutes());
+        EXPECT_EQ(CDateTime::FromUnixMilliseconds(time.ToUnixMilliseconds()), read);
     }
+}
+
+TEST(DateTime, UnixTimes) {
+    EXPECT_EQ(CDateTime::FromUnixTime(-1), CDateTime::FromUtc(1969, 12, 31, 23, 59, 59));
+    EXPECT_EQ(CDateTime::FromUtc(1969, 12, 31, 23, 59, 59, 999).ToUnixTime(), -1);
+    EXPECT_EQ(CDateTime::FromUnixMilliseconds(-1).ToUnixMilliseconds(), -1);
+    EXPECT_EQ((CDateTime::FromUnixTime(0) - CTimeSpan::FromTicks(1)).ToUnixMilliseconds(), -1);
+    EXPECT_EQ(CDateTime::FromUnixTime(INT64_MIN), CDateTime());
+    EXPECT_EQ(CDateTime::FromUnixTime(INT64_MAX), CDateTime::FromFileTime(~uint64_t{0}));
+    EXPECT_EQ(CDateTime().ToUnixTime(), -11'644'473'600);
+}
+
+TEST(DateTime, Arithmetic) {
+    const CDateTime start = CDateTime::FromFields(-90, 2024, 1, 31, 23, 30);
+    struct Row {
+        CDateTime time;
+        const char* iso;
+    };
+    const Row rows[] = {
+        {start.AddMonths(1), "2024-02-29T23:30:00-01:30"},
+        {start.AddMonths(13), "2025-02-28T23:30:00-01:30"},
+        {start.AddMonths(-2), "2023-11-30T23:30:00-01:30"},
+        {start.AddMonths(-1), "2023-12-31T23:30:00-01:30"},
+        {start.AddMonths(1).AddYears(1), "2025-02-28T23:30:00-01:30"},
+        {start.AddDays(1), "2024-02-01T23:30:00-01:30"},
+        {start.AddHours(-24), "2024-01-30T23:30:00-01:30"},
+        {start.AddMinutes(30), "2024-02-01T00:00:00-01:30"},
+        {start.AddSeconds(-1), "2024-01-31T23:29:59-01:30"},
+        {start.AddMilliseconds(60'000), "2024-01-31T23:31:00-01:30"},
+        {start.AddYears(INT64_MAX).ToUtc(), "9999-12-31T23:59:59Z"},
+        {start.AddMonths(INT64_MIN).ToUtc(), "1601-01-01T00:00:00Z"},
+        {start.AddDays(INT64_MAX).ToUtc(), "9999-12-31T23:59:59Z"},
+    };
+    for (const Row& row : rows) EXPECT_STREQ(row.time.ToISOString(0).GetUTF8(), row.iso);
+    EXPECT_EQ((start.AddDays(1) - start).ToSeconds(), 86'400);
+    EXPECT_EQ(start - start.AddMilliseconds(1500), -CTimeSpan::FromMilliseconds(1500));
+    EXPECT_DOUBLE_EQ((start - start.AddMilliseconds(1500)).ToRealSeconds(), -1.5);
+    EXPECT_EQ(CTimeSpan::FromDays(INT64_MIN) - CTimeSpan::FromTicks(1), CTimeSpan::FromTicks(INT64_MIN));
+    EXPECT_EQ(CTimeSpan::FromTicks(-1) - CTimeSpan::FromTicks(INT64_MIN), CTimeSpan::FromTicks(INT64_MAX));
+    EXPECT_EQ(CTimeSpan() - CTimeSpan::FromTicks(INT64_MIN), CTimeSpan::FromTicks(INT64_MAX));
+    EXPECT_EQ(CTimeSpan::FromTicks(-5) - CTimeSpan::FromTicks(INT64_MIN), CTimeSpan::FromTicks(INT64_MAX - 4));
+    EXPECT_EQ(CDateTime::DaysInMonth(1900, 2), 28);
+    EXPECT_FALSE(CDateTime::IsValid(2023, 2, 29) || CDateTime::IsValid(2024, 2, 29, 0, 60));
 }
 
 }  // namespace
