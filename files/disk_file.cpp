@@ -4,6 +4,7 @@
 #include "platform/file.h"
 #include "qv/diagnostic.h"
 #include "qv/file.h"
+#include "qv/log.h"
 
 namespace qv {
 
@@ -47,6 +48,7 @@ platform::OpenRequest requestOf(const char* path, uint32_t flags) {
     request.readOnly = (flags & CFile::attributeNormal) == 0 && (flags & CFile::attributeReadOnly) != 0;
     request.everyone = (flags & CFile::everyoneMayAccess) != 0;
     request.writeThrough = (flags & CFile::writeThrough) != 0;
+    request.append = (flags & CFile::append) != 0 && request.write && !request.read;
     return request;
 }
 
@@ -62,7 +64,8 @@ TSharedPtr<IFile> CFile::Create(void* handle) { return TSharedPtr<IFile>(new CFi
 
 CFile::CFile() = default;
 CFile::CFile(void* handle) : m_handle(handle) {}
-CFile::CFile(const CFile& other) : IFile(other), m_handle(other.m_handle), m_path(other.m_path) {}
+CFile::CFile(const CFile& other)
+    : IFile(other), m_handle(other.m_handle), m_path(other.m_path), m_appends(other.m_appends) {}
 CFile::~CFile() { CFile::Close(); }
 
 CFile& CFile::operator=(const CFile& other) {
@@ -71,15 +74,17 @@ CFile& CFile::operator=(const CFile& other) {
     m_handle = other.m_handle;
     m_path = other.m_path;
     m_deleteOnClose = false;
+    m_appends = other.m_appends;
     return *this;
 }
 
 void CFile::Attach(void* handle) {
     m_handle = handle;
-    m_deleteOnClose = false;
+    m_deleteOnClose = m_appends = false;
 }
 
 void* CFile::Detach() {
+    endAppending();
     m_deleteOnClose = false;
     return std::exchange(m_handle, InvalidHandle());
 }
@@ -90,20 +95,30 @@ bool CFile::Open(const char16_t* filename, uint32_t flags) {
     char16_t full[IFileSystem::pathChars];
     m_path = fileSystem().GetFullPath(full, filename, IFileSystem::pathChars) ? full : filename;
     const std::string path = Private::nativePath(filename);
+    const platform::OpenRequest request = requestOf(path.c_str(), flags);
     FileHandle file = platform::invalidFile;
-    const int error = platform::openFile(requestOf(path.c_str(), flags), file);
+    const int error = platform::openFile(request, file);
     if (error != 0) {
         logOpenFailure(error);
         return false;
     }
     m_handle = carried(file);
     m_deleteOnClose = (flags & deleteOnClose) != 0;
+    m_appends = request.append;
     if (flags & append) Seek(0, fromEnd);
     return true;
 }
 
-/// The one place that hears of every failed open; a log line "CFile::Open(%s) FAILED." belongs here.
-void CFile::logOpenFailure(int error) { (void)Private::succeeded(error, m_path.c_str(), u"a file to open"); }
+/// The diagnostic comes last: a log whose own file takes nothing leaves another.
+void CFile::logOpenFailure(int error) {
+    gLog->WriteLine(u"CFile::Open(%s) FAILED.", m_path);
+    (void)Private::succeeded(error, m_path.c_str(), u"a file to open");
+}
+
+/// For a file whose position is about to leave the end.
+void CFile::endAppending() {
+    if (std::exchange(m_appends, false)) (void)platform::endAppending(native(m_handle));
+}
 
 bool CFile::Remove(const char16_t* filename) { return filename != nullptr && fileSystem().DeleteFileW(filename); }
 
@@ -131,6 +146,7 @@ int64_t CFile::GetSize() { return platform::fileSize(native(m_handle)); }
 int64_t CFile::GetPosition() { return Seek(0, fromCurrent); }
 
 int64_t CFile::Seek(int64_t offset, uint32_t origin) {
+    if (offset != 0 || origin == fromBegin) endAppending();
     switch (origin) {
         case fromBegin: return platform::seekFile(native(m_handle), offset, platform::Origin::begin);
         case fromCurrent: return platform::seekFile(native(m_handle), offset, platform::Origin::current);
@@ -140,6 +156,7 @@ int64_t CFile::Seek(int64_t offset, uint32_t origin) {
 }
 
 bool CFile::SetSize(int64_t size) {
+    endAppending();
     (void)Private::succeeded(platform::resizeFile(native(m_handle), size), m_path.c_str(), u"a file to resize");
     return true;
 }

@@ -8,6 +8,7 @@
 #include "files/native_path.h"
 #include "platform/directory.h"
 #include "qv/diagnostic.h"
+#include "qv/directory_monitor.h"
 #include "qv/file.h"
 #include "qv/file_system.h"
 
@@ -139,7 +140,10 @@ bool createWithParents(const char16_t* path) {
 CFileSystem::CFileSystem() = default;
 CFileSystem::~CFileSystem() = default;
 
-TSharedPtr<IFileSystem::IDirectoryMonitor> CFileSystem::MonitorDirectory(const char16_t*, uint32_t) { return nullptr; }
+TSharedPtr<IFileSystem::IDirectoryMonitor> CFileSystem::MonitorDirectory(const char16_t* directory, uint32_t flags) {
+    if (!IsDirectory(directory)) return nullptr;
+    return TSharedPtr<IDirectoryMonitor>(new CWin32DirectoryMonitor(directory, flags));
+}
 
 TSharedPtr<IFile> CFileSystem::CreateFileW(const char16_t* path, uint32_t flags) { return CFile::Create(path, flags); }
 

@@ -65,6 +65,7 @@ IFileSystem::CDirectoryEntry& IFileSystem::CDirectoryEntry::operator=(const CDir
     type = other.type;
     size = other.size;
     modified = other.modified;
+    properties = other.properties;
     return *this;
 }
 
@@ -82,6 +83,7 @@ void IFileSystem::CDirectoryListing::Sort(uint32_t flags) {
     entries.Sort(compareEntries, &rule);
 }
 
+IFileSystem::IDirectoryMonitor::IDirectoryMonitor() = default;
 IFileSystem::IDirectoryMonitor::~IDirectoryMonitor() = default;
 IFileSystem::~IFileSystem() = default;
 

@@ -246,7 +246,9 @@ public:
         createNew = 0x04,
         accessRead = 0x10,
         accessWrite = 0x20,
-        append = 0x40,  ///< One seek to the end after the open, not a mode.
+        /// A seek to the end after the open. A file without read access goes on writing at the end, also behind what
+        /// others appended meanwhile and never over it, until Seek leaves the end, or SetSize or Detach is called.
+        append = 0x40,
         shareWrite = 0x100,
         shareRead = 0x200,
         denyRead = 0x400,  ///< This and denyWrite count only when neither of the two share bits is given.
@@ -291,7 +293,8 @@ public:
     /// An access that denies nothing costs two fcntl calls for reading and two for writing; each denial two more.
     /// Reads and writes cost nothing. Two that conflict and open at the very same moment may both fail.
     /// A child process that inherits the descriptor without an exec keeps the file claimed until it exits.
-    /// @return  False with the reason in LastDiagnostic(); the stored name is then the one that was tried.
+    /// @return  False with the reason in LastDiagnostic() and a line "CFile::Open(path) FAILED." in the log (gLog); the
+    ///          stored name is then the one that was tried.
     bool Open(const char16_t* filename, uint32_t flags);
 
     /// Deletes a file, read-only ones too where the directory permits.
@@ -320,10 +323,12 @@ public:
 
 private:
     void logOpenFailure(int error);
+    void endAppending();
 
     void* m_handle = InvalidHandle();
     CString m_path;
     bool m_deleteOnClose = false;
+    bool m_appends = false;
 };
 
 /// A file in a growable block of memory on the process heap.

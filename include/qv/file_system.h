@@ -7,6 +7,8 @@
 #include "qv/api.h"
 #include "qv/array.h"
 #include "qv/datetime.h"
+#include "qv/event.h"
+#include "qv/property_array.h"
 #include "qv/shared_ptr.h"
 #include "qv/singleton.h"
 #include "qv/string.h"
@@ -42,6 +44,7 @@ public:
         uint32_t type = typeNothing;  ///< typeDirectory, typeFile, or typeNothing when nothing is there.
         int64_t size = 0;             ///< Bytes.
         CDateTime modified;           ///< Last write time, read in UTC.
+        CPropertyArray properties;    ///< What else a file system has to say of the name; none on the disk.
 
         CDirectoryEntry();
         CDirectoryEntry(const CDirectoryEntry& other);
@@ -66,12 +69,20 @@ public:
         void Sort(uint32_t flags);
     };
 
-    /// Watches a directory; made idle by MonitorDirectory.
+    /// Watches a directory; made idle by MonitorDirectory. The events have the monitor as sender, and run on a thread
+    /// of its own unless a handler was added with an invoker. Which changes are reported, and how, says the
+    /// implementation; CWin32DirectoryMonitor (directory_monitor.h) is that of the disk.
     class QV_API IDirectoryMonitor {
     public:
+        IDirectoryMonitor();
         virtual ~IDirectoryMonitor();
         virtual bool Start() = 0;
         virtual void Stop() = 0;
+
+        event1<const char16_t*> FileAdded;                     ///< Name.
+        event1<const char16_t*> FileRemoved;                   ///< Name.
+        event1<const char16_t*> FileModified;                  ///< Name.
+        event2<const char16_t*, const char16_t*> FileRenamed;  ///< Old name, new name.
     };
 
     virtual ~IFileSystem();
@@ -246,7 +257,9 @@ public:
     CFileSystem();
     ~CFileSystem() override;
 
-    /// Null for now: the disk is not watched yet.
+    /// A CWin32DirectoryMonitor for the directory and everything below it, not yet started; null when `directory` is
+    /// none.
+    /// @param flags  1 names and last write, 2 sizes, 4 attributes, or a sum of these.
     TSharedPtr<IDirectoryMonitor> MonitorDirectory(const char16_t* directory, uint32_t flags) override;
     TSharedPtr<IFile> CreateFileW(const char16_t* path, uint32_t flags) override;
     /// A null directory is the current one, an empty one the root. Entries `.` and `..` are left out. The listing of a
@@ -289,6 +302,9 @@ public:
     /// Renames; an existing target is not replaced. A file that goes to another volume is copied, with its time and
     /// permissions, and deleted.
     bool MoveFileW(const char16_t* from, const char16_t* to);
+
+    /// Called in place of the destructor when the process ends: files may be used until it is gone.
+    void retire() {}
 };
 
 extern template class QV_API TSingletonPtr<CFileSystem, 1, 0>;

@@ -93,6 +93,41 @@ TEST(DiskFile, AppendIsOneSeek) {
     EXPECT_EQ(readFile(folder.path(u"a")), "Xbc");
 }
 
+TEST(DiskFile, AppendersOfOneFileOverwriteNothingUntilTheyLeaveTheEnd) {
+    struct Row {
+        void (*move)(CFile&);
+        std::string after;
+    };
+    const Row rows[] = {
+        {[](CFile& file) { file.GetPosition(); }, "12345"},
+        {[](CFile& file) { file.SeekToEnd(); }, "12345"},
+        {[](CFile& file) { file.Seek(1, IFile::fromBegin); }, "1534"},
+        {[](CFile& file) { file.Seek(-1, IFile::fromCurrent); }, "1254"},
+        {[](CFile& file) { file.SetSize(1); }, std::string("1\0\0005", 4)},
+        {[](CFile& file) {
+             CFile other(file.Detach());
+             other.SeekToBegin();
+             other.Write("5", 1);
+         },
+         "5234"},
+    };
+    for (const Row& row : rows) {
+        const TempFolder folder;
+        const CString path = folder.path(u"a");
+        CFile a, b;
+        ASSERT_TRUE(a.Open(path.c_str(), 0x361));
+        ASSERT_TRUE(b.Open(path.c_str(), 0x361));
+        a.Write("1", 1);
+        b.Write("2", 1);
+        a.Write("3", 1);
+        EXPECT_EQ(a.GetPosition(), 3);
+        b.Write("4", 1);
+        row.move(a);
+        a.Write("5", 1);
+        EXPECT_EQ(readFile(path), row.after);
+    }
+}
+
 TEST(DiskFile, AFailedOpenSaysWhyAndKeepsTheName) {
     const TempFolder folder;
     CFile file;

@@ -5,24 +5,17 @@
 
 #include <algorithm>
 #include <cstdlib>
-#include <cstring>
 #include <functional>
 
 #include "qv/diagnostic.h"
 #include "qv/memory.h"
 #include "support.h"
+#include "support/slots.h"
 
 namespace qv::test {
 namespace {
 
 using FS = IFileSystem;
-
-template <class Member>
-size_t slotOf(Member member) {
-    uintptr_t word = 0;
-    std::memcpy(&word, &member, sizeof word);
-    return (word - 1) / sizeof(void*);
-}
 
 /// A file system that only notes which copy path was taken, with every default of the interface beside it.
 class Recorder : public IFileSystem {
@@ -107,6 +100,8 @@ TEST(FileSystemInterface, SlotsStandInTheirOrder) {
         slotOf(&FS::IsDirectory),
     };
     for (size_t i = 0; i < std::size(slots); ++i) EXPECT_EQ(slots[i], i + 2);
+    EXPECT_EQ(slotOf(&FS::IDirectoryMonitor::Start), 2u);
+    EXPECT_EQ(slotOf(&FS::IDirectoryMonitor::Stop), 3u);
 }
 
 TEST(FileSystemInterface, Defaults) {

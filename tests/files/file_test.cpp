@@ -6,6 +6,7 @@
 
 #include "qv/diagnostic.h"
 #include "support.h"
+#include "support/slots.h"
 
 namespace qv::test {
 namespace {
@@ -25,15 +26,6 @@ public:
     void Close() override { called = 11; }
     int called = 0;
 };
-
-/// The table index that a pointer to a virtual member function carries: the ABI stores the offset plus one.
-template <class Member>
-size_t slotOf(Member member) {
-    uintptr_t word = 0;
-    static_assert(sizeof member >= sizeof word);
-    std::memcpy(&word, &member, sizeof word);
-    return (word - 1) / sizeof(void*);
-}
 
 TEST(IFileInterface, SlotsStandInTheirOrder) {
     // The destructor has two entries in front of these.

@@ -50,8 +50,10 @@ inline void writeFile(const CString& path, std::string_view text) {
     fill(*file, text);
 }
 
+/// Also while somebody writes to it.
 inline std::string readFile(const CString& path) {
-    const TSharedPtr<IFile> file = CFile::Create(path.c_str(), CFile::openExisting | CFile::accessRead);
+    constexpr uint32_t shared = CFile::openExisting | CFile::accessRead | CFile::shareRead | CFile::shareWrite;
+    const TSharedPtr<IFile> file = CFile::Create(path.c_str(), shared);
     if (!file) return "(cannot be opened)";
     std::string text(static_cast<size_t>(file->GetSize()), 0);
     text.resize(file->Read(text.data(), static_cast<uint32_t>(text.size())));
