@@ -459,9 +459,7 @@ bool CXMLFile::CNode::Load(IFile& file, bool keepText) {
     name.swap(read->name);
     value.swap(read->value);
     attributes = read->attributes;
-    m_firstChild = std::exchange(read->m_firstChild, nullptr);
-    m_lastChild = std::exchange(read->m_lastChild, nullptr);
-    for (CNode* child = m_firstChild; child != nullptr; child = child->m_next) child->m_parent = this;
+    adoptChildren(*read);
     return true;
 }
 

@@ -8,6 +8,7 @@
 #include "qv/file.h"
 #include "qv/shared_ptr.h"
 #include "qv/string.h"
+#include "qv/tree_node.h"
 
 namespace qv {
 
@@ -16,8 +17,6 @@ class IFileSystem;
 namespace Private {
 class XmlReader;
 class XmlWriter;
-/// One "" that the nodes of all documents share, so that an empty name or value costs no memory.
-QV_API const CString& sharedEmptyText();
 }  // namespace Private
 
 /// An XML document as a tree of nodes, walked and changed through one cursor.
@@ -64,8 +63,9 @@ public:
         const ATTRIB* Find(const CString& name) const;
     };
 
-    /// A node of the tree. It owns its children; deleting it does not unlink it from the list it stands in.
-    class QV_API CNode {
+    /// A node of the tree, with neighbours, search, insertion and copies as Private::TTreeNode gives them. It owns its
+    /// children; deleting it does not unlink it from the list it stands in.
+    class QV_API CNode : public Private::TTreeNode<CNode> {
     public:
         /// Nodes without a parent, the caller's until they are inserted. The last two forms make elements.
         explicit CNode(NODETYPE nodeType = NODETYPE_ELEMENT);
@@ -73,8 +73,6 @@ public:
         CNode(NODETYPE nodeType, const CString& nodeName, const CString& nodeValue, const CAttribArray& list);
         explicit CNode(const CString& elementName, const CString& elementValue = Private::sharedEmptyText());
         CNode(const CString& elementName, const CAttribArray& list);
-        CNode(const CNode&) = delete;
-        CNode& operator=(const CNode&) = delete;
         ~CNode();
 
         NODETYPE type;
@@ -82,39 +80,10 @@ public:
         CString value = Private::sharedEmptyText();  ///< An element's text, a comment's body.
         CAttribArray attributes;                     ///< Two of one name may stand here when the document had them.
 
-        /// Neighbours; null where there is none. Root is the first node of the top level that this node hangs under.
-        CNode* Root() const;
-        CNode* Parent() const { return m_parent; }
-        CNode* Child() const { return m_firstChild; }
-        CNode* FirstChild() const { return m_firstChild; }
-        CNode* LastChild() const { return m_lastChild; }
-        CNode* Next() const { return m_next; }
-        CNode* Prev() const { return m_prev; }
-        CNode* First() const;
-        CNode* Last() const;
-
-        /// The first node with that name: from this one on, from the first sibling on, behind this one, among the
-        /// children. Null when there is none.
-        CNode* Find(const CString& wanted) const;
-        CNode* FindFirst(const CString& wanted) const;
-        CNode* FindNext(const CString& wanted) const;
-        CNode* FindChild(const CString& wanted) const;
-
         CString GetValue() const { return value; }
         /// The value of an attribute; empty, or `fallback`, when there is none of that name.
         CString GetAttribute(const CString& wanted) const;
         CString GetAttribute(const CString& wanted, const CString& fallback) const;
-
-        /// How many children there are, of all names or of one. Counts them each time.
-        uint32_t NumChildren() const;
-        uint32_t NumChildren(const CString& wanted) const;
-        bool HasChildren() const { return m_firstChild != nullptr; }
-
-        /// Adds a node that is in no list as the last child, or as the first. False, and the node stays the caller's,
-        /// when it is null.
-        bool InsertChild(CNode* node, bool atEnd);
-        /// A copy of this node and everything under it, the caller's to delete.
-        CNode* Duplicate() const;
 
         /// Reads one node from where the file stands, in place of this one's contents; the file's position is left
         /// behind the node. False leaves this node empty and sets the diagnostic.
@@ -125,20 +94,11 @@ public:
 
     private:
         friend class CXMLFile;
+        friend class Private::TTreeNode<CNode>;
         friend class Private::XmlReader;
         friend class Private::XmlWriter;
 
-        void append(CNode* child);
-        void prepend(CNode* child);
-        void insertBeside(CNode* node, bool behind);
-        void unlink();
-        void deleteChildren();
-
-        CNode* m_next = nullptr;
-        CNode* m_prev = nullptr;
-        CNode* m_firstChild = nullptr;
-        CNode* m_lastChild = nullptr;
-        CNode* m_parent = nullptr;
+        CNode* copyAlone() const { return new CNode(type, name, value, attributes); }
     };
 
     CXMLFile() = default;
