@@ -118,10 +118,7 @@ bool CTagFile::Load(TSharedPtr<IFile> file) {
     file->ReadBytes(first, sizeof first);
     file->SeekToBegin();
     if (std::memcmp(first, magic, sizeof magic) == 0) return LoadBinary(file);
-    if (std::memcmp(first, "SBF", 3) == 0) {
-        SetDiagnostic(CString(), u"a tag dictionary in binary or XML form", u"the structured binary form", 0);
-        return false;
-    }
+    if (std::memcmp(first, "SBF", 3) == 0) return LoadSBF(file);
     return LoadXML(file);
 }
 
@@ -205,9 +202,11 @@ bool CTagFile::SaveXML(TSharedPtr<IFile> file) {
 QV_DEFINE_PATH_FORMS(Load, openForReading)
 QV_DEFINE_PATH_FORMS(LoadXML, openForReading)
 QV_DEFINE_PATH_FORMS(LoadBinary, openForReading)
+QV_DEFINE_PATH_FORMS(LoadSBF, openForReading)
 QV_DEFINE_PATH_FORMS(Save, openForWriting)
 QV_DEFINE_PATH_FORMS(SaveXML, openForWriting)
 QV_DEFINE_PATH_FORMS(SaveBinary, openForWriting)
+QV_DEFINE_PATH_FORMS(SaveSBF, openForWriting)
 #undef QV_DEFINE_PATH_FORMS
 
 CTagFile& GetTagFile() {

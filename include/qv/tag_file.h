@@ -14,6 +14,7 @@
 
 namespace qv {
 
+class CSBFile;
 class CXMLFile;
 
 /// One tag of the dictionary: name, description, type, bounds, permitted texts, category, units, how it is written.
@@ -84,6 +85,10 @@ public:
     /// for an element of another name. The cursor stays where it was; in an empty tree the entry becomes the root.
     bool Save(CXMLFile& xml) const;
     bool Load(CXMLFile& xml);
+    /// The same with an element of the structured binary form. An attribute that is absent, or of another type, is
+    /// empty, false or 0.
+    bool Save(CSBFile& file) const;
+    bool Load(CSBFile& file);
 
     /// Display texts. XToStr of a value outside the table gives the table's first text ("Include" for locations);
     /// StrToX compares without regard to case, and unknown text is value 0 (and false).
@@ -178,6 +183,14 @@ public:
     bool SaveBinary(const char16_t* path);
     bool SaveBinary(IFileSystem* fs, const char16_t* path);
     bool SaveBinary(TSharedPtr<IFile> file);
+
+    /// The structured binary form alone (qv/sb_file.h): it keeps all that the XML form does, numbers as numbers.
+    bool LoadSBF(const char16_t* path);
+    bool LoadSBF(IFileSystem* fs, const char16_t* path);
+    bool LoadSBF(TSharedPtr<IFile> file);
+    bool SaveSBF(const char16_t* path);
+    bool SaveSBF(IFileSystem* fs, const char16_t* path);
+    bool SaveSBF(TSharedPtr<IFile> file);
 };
 
 /// The process's dictionary, empty until somebody loads it. Made safely on first use; after that load it once, then

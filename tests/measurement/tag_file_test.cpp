@@ -6,6 +6,7 @@
 
 #include "qv/diagnostic.h"
 #include "qv/file.h"
+#include "qv/sb_file.h"
 #include "qv/xml_file.h"
 #include "support/memory_file.h"
 
@@ -121,7 +122,7 @@ TEST(TagFileBinary, EveryPrefixFailsAndKeepsWhatItRead) {
     EXPECT_EQ(tags.SetGrowthRate(5), 5u);  // a load borrows it, also a failed one
 }
 
-TEST(TagFileXml, KeepsWhatTheBinaryFormLoses) {
+TEST(TagFile, XmlAndStructuredFormKeepWhatTheBinaryFormLoses) {
     CTagFile tags = goldenTags();
     CTagEntry flt32 = entry(u"Ratio");
     flt32.SetDataType(CTagEntry::DATA_TYPE::Flt32);
@@ -129,7 +130,8 @@ TEST(TagFileXml, KeepsWhatTheBinaryFormLoses) {
     tags.AddTagEntry(flt32);
     TSharedPtr<IFile> binary = CMemFile::Create();
     TSharedPtr<IFile> xml = CMemFile::Create();
-    ASSERT_TRUE(tags.SaveBinary(binary) && tags.SaveXML(xml));
+    TSharedPtr<IFile> structured = CMemFile::Create();
+    ASSERT_TRUE(tags.SaveBinary(binary) && tags.SaveXML(xml) && tags.SaveSBF(structured));
     const std::string text = bytesOf(*xml);
     EXPECT_EQ(text.substr(0, text.find("\r\n\t\t<TextValue")),
               "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\r\n<TagFile>\r\n"
@@ -142,7 +144,7 @@ TEST(TagFileXml, KeepsWhatTheBinaryFormLoses) {
               "\t<TagEntry Name=\"Mode\" Description=\"\" DataType=\"Text\" UseNumericBounds=\"false\" "
               "LowBound=\"0\" HighBound=\"0\" TextValuesMode=\"Use As Suggestions\" Category=\"Misc Tags\" "
               "WriteMode=\"Read Only\" Units=\"None\" Location=\"Default\">");
-    for (const auto& [file, kept] : {std::pair{binary, false}, std::pair{xml, true}}) {
+    for (const auto& [file, kept] : {std::pair{binary, false}, std::pair{xml, true}, std::pair{structured, true}}) {
         file->SeekToBegin();
         CTagFile loaded;
         ASSERT_TRUE(loaded.Load(file));
@@ -153,6 +155,51 @@ TEST(TagFileXml, KeepsWhatTheBinaryFormLoses) {
         EXPECT_EQ(low == 0.1 && high == 1e300, kept);
         EXPECT_EQ(loaded[2].nTextValues(), 2u);
     }
+}
+
+TEST(TagFile, StructuredFormHasTypedAttributesInTheirOrder) {
+    CTagFile tags = goldenTags();
+    TSharedPtr<IFile> file = CMemFile::Create();
+    ASSERT_TRUE(tags.SaveSBF(file));
+    file->SeekToBegin();
+    CSBFile tree;
+    ASSERT_TRUE(tree.Load(file));
+    EXPECT_STREQ(tree.GetIdentifier(), "TAGF");
+    EXPECT_EQ(tree.GetRoot()->NumChildren(), 3u);
+    ASSERT_TRUE(tree.FindFirstChild(u"TagEntry"));
+    const std::pair<const char16_t*, CSBFile::TYPE> expected[] = {
+        {u"Name", CSBFile::TYPE_STRING},          {u"Description", CSBFile::TYPE_STRING},
+        {u"DataType", CSBFile::TYPE_INT32},       {u"UseNumericBounds", CSBFile::TYPE_BOOL},
+        {u"LowBound", CSBFile::TYPE_FLT64},       {u"HighBound", CSBFile::TYPE_FLT64},
+        {u"TextValuesMode", CSBFile::TYPE_INT32}, {u"Category", CSBFile::TYPE_INT32},
+        {u"WriteMode", CSBFile::TYPE_INT32},      {u"Units", CSBFile::TYPE_INT32},
+        {u"Location", CSBFile::TYPE_INT32}};
+    const CSBFile::CAttribArray& attributes = tree.Curr()->attributes;
+    ASSERT_EQ(attributes.size(), std::size(expected));
+    for (uint32_t i = 0; i < attributes.size(); ++i) {
+        EXPECT_EQ(attributes[i].name, expected[i].first);
+        EXPECT_EQ(attributes[i].value.GetType(), expected[i].second);
+    }
+    EXPECT_EQ(tree.Curr()->GetFlt64(u"HighBound"), -2.9);
+    ASSERT_TRUE(tree.Last() && tree.FindFirstChild(u"TextValue"));
+    EXPECT_EQ(tree.NumPeers(), 2u);
+    EXPECT_EQ(tree.Curr()->GetString(u"Value"), tags[2].GetTextValue(0));
+
+    // Another kind of content is refused; elements of other names are passed over.
+    CSBFile other("OTHR");
+    file = CMemFile::Create();
+    ASSERT_TRUE(other.Save(file));
+    file->SeekToBegin();
+    CTagFile loaded;
+    EXPECT_FALSE(loaded.Load(file));
+    ASSERT_TRUE(other.SetIdentifier("TAGF"));
+    other.InsertChild(new CSBFile::CElement(u"Stranger"), true);
+    other.Insert(new CSBFile::CElement(u"tagentry"), true);
+    file = CMemFile::Create();
+    ASSERT_TRUE(other.Save(file));
+    file->SeekToBegin();
+    EXPECT_TRUE(loaded.Load(file));
+    EXPECT_EQ(loaded.nItems(), 1u);
 }
 
 TEST(TagFileBinary, APathMayStandInTheDictionaryThatItReplaces) {
