@@ -77,6 +77,19 @@ TEST_F(Info, PrintsTablesWithUnitsInTheirHeads) {
     }
 }
 
+TEST_F(Info, VersionRecordsOfPrograms) {
+    const std::string corpus = QV_SOURCE_DIR "/fuzz/corpus/version_info_fuzz/";
+    auto facts = JsonReader::flatten(shop.qv("info " + corpus + "pe32plus.dll --json").out);
+    EXPECT_EQ(facts["files.0.kind"], "program");
+    EXPECT_EQ(facts["files.0.fileVersion"], "3.14.15.9");
+    EXPECT_EQ(facts["files.0.productVersion"], "2.7.1.8");
+    EXPECT_EQ(facts["files.0.versionStrings.0.language"], "0409");
+    EXPECT_EQ(facts["files.0.versionStrings.0.strings.0.value"], "Fields & Co");
+    const ToolRun damaged = shop.qv("info " + corpus + "truncated.dll");
+    EXPECT_EQ(damaged.exitCode, 4);
+    EXPECT_TRUE(isOneSentence(damaged.error)) << damaged.error;
+}
+
 TEST_F(Info, EndsWithTheCodeOfTheWorstFileAndStillPrintsTheOthers) {
     shop.write("cut.saf", shop.read("run.saf").substr(0, shop.read("run.saf").size() - 3));
     shop.write("cut.rcal", shop.read("camera.rcal").substr(0, 500));

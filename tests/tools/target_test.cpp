@@ -21,11 +21,13 @@ TEST(ToolFiles, DevicesPipesAndFoldersAreRefusedAndStay) {
     fs::create_symlink("nowhere", shop.file("loose"));
     ASSERT_EQ(shop.qv("import --raw 2x2 one.raw -o one.saf").exitCode, 0);
     ASSERT_EQ(shop.qv("rcal new one.rcal").exitCode, 0);
+    ASSERT_EQ(shop.qv("config set one.ini a=1").exitCode, 0);
     const std::vector<std::string> before = shop.listing();
     for (const std::string odd : {"pipe", "folder", "loose", "\"$(printf '\\377')\""}) {
         for (const std::string& command :
              {"info " + odd, "tags set " + odd + " A=1", "tags sort one.saf --dictionary " + odd, "rcal show " + odd,
-              "rcal points one.rcal " + odd, "rcal new new.rcal --add-response " + odd,
+              "rcal points one.rcal " + odd, "rcal new new.rcal --add-response " + odd, "config list " + odd,
+              "config set " + odd + " a=1", "config convert one.ini --force " + odd,
               "import --raw 2x2 " + odd + " -o new.saf", "calibrate " + odd + " --rcal one.rcal -o new.saf",
               "calibrate one.saf --rcal " + odd + " -o new.saf", "render one.saf --force -o " + odd}) {
             const ToolRun outcome = shop.qv(command);

@@ -82,9 +82,11 @@ Exit runCommand(std::vector<std::string> arguments);
 void addInfo(CLI::App& root);
 void addTags(CLI::App& root);
 void addRcal(CLI::App& root);
+void addConfig(CLI::App& root);
 void addImport(CLI::App& root);
 void addCalibrate(CLI::App& root);
 void addRender(CLI::App& root);
+void addWatch(CLI::App& root);
 void addDemo(CLI::App& root);
 void addReference(CLI::App& root);
 

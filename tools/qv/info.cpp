@@ -11,7 +11,10 @@
 #include "qv/file_system.h"
 #include "qv/saf_file.h"
 #include "qv/tag_file.h"
+#include "qv/version_info.h"
 #include "recording.h"
+#include "settings.h"
+#include "settings_contents.h"
 #include "source.h"
 #include "table.h"
 #include "text.h"
@@ -355,6 +358,49 @@ Exit describeDictionary(const std::string& path, Sheet& sheet, std::string&) {
     return Exit::done;
 }
 
+// Programs ------------------------------------------------------------------------------------------------------------
+
+Exit describeProgram(const std::string& path, Sheet& sheet, std::string&) {
+    sheet.kind("program", "Windows program or library");
+    qv::CVersionInfo version;
+    qv::ClearDiagnostic();
+    if (!version.Load(&qv::fileSystem(), wide(path).c_str())) {
+        throw diagnosed(Exit::damaged, path, "has no version record that can be read");
+    }
+    if (version.HasFixedInfo()) {
+        sheet.add("fileVersion", "file version", narrow(version.GetFileVersion().ToString()));
+        sheet.add("productVersion", "product version", narrow(version.GetProductVersion().ToString()));
+    }
+    Json tables = Json::array();
+    for (const qv::CVersionInfo::StringTable& strings : version.GetStringTables()) {
+        const std::string language = narrow(qv::CString::FromFormat(u"%04X", uint32_t{strings.translation.language}));
+        Table table({{"name", Table::Align::left}, {"value", Table::Align::left}});
+        Json texts = Json::array();
+        for (const qv::CVersionInfo::StringEntry& entry : strings.strings) {
+            table.add({narrow(entry.name), narrow(entry.value)});
+            texts.push(Json::object().set("name", narrow(entry.name)).set("value", narrow(entry.value)));
+        }
+        tables.push(Json::object().set("language", language).set("strings", texts));
+        sheet.addTable("language " + language, std::move(table));
+    }
+    sheet.json().set("versionStrings", tables);
+    return Exit::done;
+}
+
+// Settings -----------------------------------------------------------------------------------------------------------
+
+template <Form form>
+Exit describeSettings(const std::string& path, Sheet& sheet, std::string&) {
+    const std::unique_ptr<Settings> settings = openSettings(path, form);
+    sheet.kind("settings", settings->title());
+    settings->load();
+    const Contents contents = contentsOf(settings->store());
+    sheet.add("form", "form", settings->form());
+    sheet.add("valueCount", "values", contents.values.size(), std::to_string(contents.values.size()));
+    sheet.add("sectionCount", "sections", contents.sections, std::to_string(contents.sections));
+    return Exit::done;
+}
+
 // Any file -----------------------------------------------------------------------------------------------------------
 
 using Describe = Exit (*)(const std::string& path, Sheet& sheet, std::string& problem);
@@ -373,8 +419,16 @@ Describe describerOf(const std::string& path) {
     const std::string_view head(buffer, count);
     if (qv::CSAFFile::IsSAFFile(&disk, wide(path).c_str())) return describeMeasurement;
     if (qv::CRCalFile::IsRCalFile(&disk, wide(path)) || head.find("<rcal") != head.npos) return describeCalibration;
-    if (head.starts_with("TAGF") || head.find("<TagFile") != head.npos) return describeDictionary;
-    return nullptr;
+    if (head.starts_with("TAGF") || (head.starts_with("SBF") && head.substr(3).substr(0, 5).ends_with("TAGF")) ||
+        head.find("<TagFile") != head.npos)
+        return describeDictionary;
+    if (head.starts_with("MZ")) return describeProgram;
+    switch (recognisedForm(path, head)) {
+        case Form::ini: return describeSettings<Form::ini>;
+        case Form::xml: return describeSettings<Form::xml>;
+        case Form::sqlite: return describeSettings<Form::sqlite>;
+        default: return nullptr;
+    }
 }
 
 Exit describe(const std::string& path, Sheet& sheet) {
@@ -385,7 +439,7 @@ Exit describe(const std::string& path, Sheet& sheet) {
             result = describer(path, sheet, problem);
         } else {
             sheet.kind("unknown", "unknown kind");
-            problem = path + ": unknown kind of file (no recording, calibration or tag dictionary)";
+            problem = path + ": unknown kind of file (no recording, calibration, tag dictionary, program or settings)";
             result = Exit::wrongKind;
         }
     } catch (const Failure& failure) {
@@ -422,7 +476,10 @@ void addInfo(CLI::App& root) {
     CLI::App* command =
         addCommand(root, "info", "Say what each file is, and print its facts. The exit code is that of the worst.",
                    "  qv info run7.saf\n  qv info camera.rcal tags.xml --json", [options] { return info(*options); });
-    command->add_option("files", options->files, "Recordings, calibrations, tag dictionaries")->required();
+    command
+        ->add_option("files", options->files,
+                     "Recordings, calibrations, tag dictionaries, Windows programs and libraries, settings")
+        ->required();
     command->add_flag("--json", options->json, "Facts as JSON");
 }
 

@@ -44,4 +44,23 @@ void Json::print(std::ostream& out, int indent) const {
     if (indent == 0) out << '\n';
 }
 
+void Json::printLine(std::ostream& out) const {
+    printCompact(out);
+    out << '\n';
+}
+
+void Json::printCompact(std::ostream& out) const {
+    if (m_kind == Kind::scalar) {
+        out << m_text;
+        return;
+    }
+    out << (m_kind == Kind::object ? '{' : '[');
+    for (size_t i = 0; i < m_members.size(); ++i) {
+        if (i != 0) out << ", ";
+        if (m_kind == Kind::object) out << quoted(m_members[i].first) << ": ";
+        m_members[i].second.printCompact(out);
+    }
+    out << (m_kind == Kind::object ? '}' : ']');
+}
+
 }  // namespace tool

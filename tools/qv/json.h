@@ -35,10 +35,13 @@ public:
     Json& push(Json value) { return set(std::string(), std::move(value)); }
 
     void print(std::ostream& out, int indent = 0) const;
+    /// All on one line, for streams of values.
+    void printLine(std::ostream& out) const;
 
 private:
     enum class Kind { scalar, object, array };
     explicit Json(Kind kind) : m_kind(kind) {}
+    void printCompact(std::ostream& out) const;
     static std::string quoted(const std::string& text);
 
     Kind m_kind = Kind::scalar;

@@ -90,9 +90,11 @@ void describe(CLI::App& root) {
     addInfo(root);
     addTags(root);
     addRcal(root);
+    addConfig(root);
     addImport(root);
     addCalibrate(root);
     addRender(root);
+    addWatch(root);
     addDemo(root);
     addReference(root);
 }
