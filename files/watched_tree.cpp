@@ -1,7 +1,6 @@
 #include "files/watched_tree.h"
 
 #include <algorithm>
-#include <tuple>
 #include <utility>
 #include <vector>
 
@@ -358,7 +357,6 @@ void WatchedTree::move(Folder& from, const std::string& oldName, Folder& to, con
         return;
     }
     const bool known = directory ? moved != nullptr : from.files.contains(oldName);
-    const bool replaces = target != nullptr || to.files.contains(newName);
     if (!known) {
         removeEntry(from, oldName);
         appear(to, newName, directory, true);
@@ -367,10 +365,9 @@ void WatchedTree::move(Folder& from, const std::string& oldName, Folder& to, con
     } else {
         moveFile(from, oldName, to, newName);
     }
-    // Two names that were exchanged are two renames, of which the second undoes the first by what is known here.
-    const bool back = m_lastMove == Move(&to, newName, &from, oldName);
-    if (replaces || back) doubtName(from, oldName);
-    m_lastMove = {&from, oldName, &to, newName};
+    // Two names that were exchanged are two renames, of which the second undoes the first by what is known here. Others
+    // may come between them, or a half without its partner: so every name that moved away is looked at.
+    doubtName(from, oldName);
 }
 
 /// After a name has moved away: when two names are exchanged, something else stands under it, and no record of its own

@@ -8,7 +8,6 @@
 #include <memory>
 #include <set>
 #include <string>
-#include <tuple>
 #include <unordered_map>
 #include <vector>
 
@@ -76,8 +75,6 @@ private:
         std::map<std::string, Info> files;
         std::map<std::string, std::unique_ptr<Folder>> folders;
     };
-    /// From where to where; the folders are only compared.
-    using Move = std::tuple<const Folder*, std::string, const Folder*, std::string>;
     using Record = platform::WatchRecord;
     using Status = platform::FileStatus;
 
@@ -120,7 +117,6 @@ private:
     int m_gapError = 0;
     int64_t m_nextLook = 0;
     std::deque<Record> m_records;
-    Move m_lastMove;
     bool m_reporting = false;
     bool m_gone = false;
 };
