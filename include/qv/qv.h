@@ -6,6 +6,7 @@
 #include "qv/base64.h"
 #include "qv/cmdline.h"
 #include "qv/config_store.h"
+#include "qv/crc.h"
 #include "qv/curve_fit.h"
 #include "qv/datetime.h"
 #include "qv/diagnostic.h"
