@@ -15,6 +15,8 @@
 #include "qv/exception.h"
 #include "qv/file.h"
 #include "qv/file_system.h"
+#include "qv/file_stream.h"
+#include "qv/gz_file.h"
 #include "qv/guid.h"
 #include "qv/ini_store.h"
 #include "qv/invoker.h"
