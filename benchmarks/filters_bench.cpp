@@ -90,9 +90,7 @@ void compressZlib(benchmark::State& state) {
 
 void expandOurs(benchmark::State& state) {
     const auto inner = CMemFile::Create();
-    inner->PutBYTE('T');
     const auto stream = compressBare();
-    inner->SetSize(0);
     inner->WriteBytes("TGZF\0", 6);
     inner->PutInt64(plainBytes);
     inner->WriteBytes(stream.data(), static_cast<uint32_t>(stream.size()));
