@@ -78,6 +78,7 @@ protected:
 private:
     class Renderer;
     bool parse(std::string text);
+    bool writeText(const TSharedPtr<IFile>& file, std::string text);
 
     std::string m_text;  ///< What was loaded or saved last: the frame of the next save.
     CString m_path;
