@@ -115,7 +115,8 @@ public:
         QV_SBF_NUMBERS(QV_SBF_VALUE_MEMBERS)
 #undef QV_SBF_VALUE_MEMBERS
 
-        /// Takes a type byte and a payload as they stand in a file; the length has to fit the type.
+        /// Takes a type byte and a payload as they stand in a file. False, with the value left as it was, when the
+        /// length does not fit the type, for a truth value that is neither 0 nor 1, and without memory.
         bool Assign(TYPE type, const void* data, uint32_t size);
 
     private:

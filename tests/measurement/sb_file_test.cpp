@@ -148,6 +148,8 @@ TEST(SbFile, NumbersReadInEveryTypeThatHoldsThem) {
     e.SetFlt32(u"n", std::nanf(""));
     EXPECT_TRUE(std::isnan(e.GetFlt64(u"n")) && e.GetInt32(u"n", 99) == 99);
     EXPECT_EQ(e.attributes.size(), 1u);
+    EXPECT_FALSE(e.attributes[0].value.Assign(CSBFile::TYPE_BOOL, "\2", 1)) << "no file may have it";
+    EXPECT_TRUE(std::isnan(e.GetFlt32(u"n")));
 }
 
 /// A tree that is nothing but its bytes: an encoder on its own beside the one under test.
