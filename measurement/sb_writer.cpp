@@ -36,7 +36,11 @@ bool writeAll(IFile& file, std::string_view bytes) {
 
 }  // namespace
 
-SbBuffer::~SbBuffer() { HeapFree(m_data); }
+void SbBuffer::release() {
+    HeapFree(m_data);
+    m_data = nullptr;
+    m_size = m_capacity = 0;
+}
 
 void SbBuffer::grow(size_t count) {
     const size_t capacity = std::max(m_size + count, m_capacity + m_capacity / 2 + 4096);
@@ -72,6 +76,7 @@ bool SbWriter::encode(const CElement& root) {
         frame();
         return true;
     } catch (const std::bad_alloc&) {
+        m_elements.release();  // the diagnostic takes memory, too
         SetDiagnostic(CString(), u"memory for the file", u"none");
         return false;
     }

@@ -18,7 +18,8 @@ public:
     SbBuffer() = default;
     SbBuffer(const SbBuffer&) = delete;
     SbBuffer& operator=(const SbBuffer&) = delete;
-    ~SbBuffer();
+    ~SbBuffer() { release(); }
+    void release();
 
     /// The end, with room for `count` bytes behind it. Throws std::bad_alloc.
     uint8_t* room(size_t count) {

@@ -349,19 +349,20 @@ std::string repeated(size_t count, const std::string& piece) {
     return text;
 }
 
-/// Whether a file loads while the process may take 64 bytes for each of its bytes, and the bytes themselves.
-[[noreturn]] void loadInBoundedMemory(const std::string& bytes) {
+/// Ends with 0 when a file loads, and with 1 when it does not, while the process may take `each` bytes for each byte of
+/// the file, and the file's own.
+[[noreturn]] void loadInBoundedMemory(const std::string& bytes, size_t each) {
     const TSharedPtr<IFile> file = memoryFile(bytes);
     CSBFile tree;
     size_t pages = 0;
     std::ifstream("/proc/self/statm") >> pages;
-    const rlim_t limit = pages * static_cast<size_t>(sysconf(_SC_PAGESIZE)) + 65 * bytes.size() + (1 << 20);
+    const rlim_t limit = pages * static_cast<size_t>(sysconf(_SC_PAGESIZE)) + (each + 1) * bytes.size() + (1 << 20);
     const rlimit bound{limit, limit};
     const bool loaded = setrlimit(RLIMIT_AS, &bound) == 0 && tree.Load(file);
     std::_Exit(loaded ? 0 : 1);
 }
 
-TEST(SbFileDeathTest, TakesNoMoreMemoryThanItPromises) {
+TEST(SbFileDeathTest, TakesNoMoreMemoryThanItPromisesAndFailsWithLess) {
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
     GTEST_SKIP() << "the sanitizer takes memory of its own";
 #endif
@@ -379,7 +380,8 @@ TEST(SbFileDeathTest, TakesNoMoreMemoryThanItPromises) {
         {"names", n + repeated(count, "\x01x"_b) + "\x00\x00"_b},
     };
     for (const auto& [what, content] : rows) {
-        EXPECT_EXIT(loadInBoundedMemory(wrap(content)), testing::ExitedWithCode(0), "") << what;
+        EXPECT_EXIT(loadInBoundedMemory(wrap(content), 64), testing::ExitedWithCode(0), "") << what;
+        EXPECT_EXIT(loadInBoundedMemory(wrap(content), 1), testing::ExitedWithCode(1), "") << what;
     }
 }
 
