@@ -288,13 +288,20 @@ bool CINIStore::Save(const char16_t* path) {
 
 bool CINIStore::Save(IFileSystem* system, const char16_t* path) {
     if (system == nullptr) system = &fileSystem();
-    return Save(system->CreateFileW(path, CFile::createTruncate | CFile::accessWrite));
+    std::string text = Renderer(*this).render();
+    if (text.size() > largestFile) return refuse(path, u"an INI file of at most 256 MiB", u"more");
+    return writeText(system->CreateFileW(path, CFile::createTruncate | CFile::accessWrite), std::move(text));
 }
 
 bool CINIStore::Save(TSharedPtr<IFile> file) {
     if (!file) return false;
     std::string text = Renderer(*this).render();
     if (text.size() > largestFile) return refuse(nameOf(*file), u"an INI file of at most 256 MiB", u"more");
+    return writeText(file, std::move(text));
+}
+
+bool CINIStore::writeText(const TSharedPtr<IFile>& file, std::string text) {
+    if (!file) return false;
     if (!file->WriteBytes(text.data(), static_cast<uint32_t>(text.size()))) {
         return refuse(nameOf(*file), u"room for an INI file", u"a short write");
     }

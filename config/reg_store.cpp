@@ -5,6 +5,7 @@
 #include <system_error>
 #include <vector>
 
+#include "config/replace_file.h"
 #include "core/text.h"
 #include "files/native_path.h"
 #include "platform/environment.h"
@@ -110,8 +111,10 @@ IConfigStore::SValue fromFile(const CString& line) {
     return {type, CString(text.substr(colon + 1))};
 }
 
+/// True also when there is no file: that is no failure, and leaves no diagnostic.
 bool readFile(const CString& path, CINIStore& file) {
-    return file.Load(path.c_str()) || !fileSystem().FileExists(path.c_str());
+    const auto isThere = [&path] { return fileSystem().FileExists(path.c_str()); };
+    return !isThere() || file.Load(path.c_str()) || !isThere();
 }
 
 void takeContents(const CINIStore& file, CMemStore& to) {
@@ -156,6 +159,7 @@ bool CRegStore::Flush() {
     if (!createPrivateFolders(m_file)) return false;
     const FileLock lock(m_file);
     if (!lock.isHeld()) return false;
+    Private::removeLeftovers(m_file.c_str());
     CINIStore file;
     if (!readFile(m_file, file) || !replay(file, &toFile) || !file.Save(m_file.c_str())) return false;
     CMemStore contents;

@@ -21,6 +21,12 @@ bool isNamed(const Node& node, std::u16string_view name) {
     return node.type == CXMLFile::NODETYPE_ELEMENT && text::compareNoCase(node.name.view(), name) == 0;
 }
 
+bool writeTo(IFile& file, const CMemFile& bytes) {
+    if (file.WriteBytes(bytes.data(), bytes.size())) return true;
+    SetDiagnostic(u"", u"room for an XML file", u"a short write", file.GetPosition());
+    return false;
+}
+
 std::string_view viewOf(const CMemFile& file) {
     return {reinterpret_cast<const char*>(file.data()), size_t{file.size()}};
 }
@@ -87,12 +93,15 @@ bool CXMLStore::Save(IFileSystem* system, const char16_t* path) const {
     CMemFile bytes;
     if (!render(bytes)) return false;
     const TSharedPtr<IFile> file = system->CreateFileW(path, CFile::createTruncate | CFile::accessWrite);
-    return file && file->WriteBytes(bytes.data(), bytes.size());
+    if (!file) return false;
+    if (writeTo(*file, bytes)) return true;
+    SetDiagnosticFile(path);
+    return false;
 }
 
 bool CXMLStore::Save(TSharedPtr<IFile> file) const {
     CMemFile bytes;
-    return file && render(bytes) && file->WriteBytes(bytes.data(), bytes.size());
+    return file && render(bytes) && writeTo(*file, bytes);
 }
 
 /// The node and those behind it in its list, each with what is below it.

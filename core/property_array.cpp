@@ -27,6 +27,14 @@ const char16_t* CPropertyArray::GetValue(const char16_t* name) const {
     return hasNullHandle(value) ? nullptr : value.c_str();
 }
 
+const CString& CPropertyArray::GetNameAt(uint32_t i) const {
+    return i < m_entries.size() ? m_entries.data()[i].name : Private::sharedEmptyText();
+}
+
+const CString& CPropertyArray::GetValueAt(uint32_t i) const {
+    return i < m_entries.size() ? m_entries.data()[i].value : Private::sharedEmptyText();
+}
+
 void CPropertyArray::SetValue(const char16_t* name, const char16_t* value) { SetValue(name, CString(value)); }
 
 void CPropertyArray::SetValue(const char16_t* name, const CString& value) {

@@ -125,14 +125,18 @@ bool createWithParents(const char16_t* path) {
     for (char16_t& c : prefix) c = isSeparator(c) ? u'/' : c;
     const std::u16string whole = prefix;
     bool created = true;
+    CDiagnostic first;  // What failed behind it failed because of it.
     for (size_t end = whole.find(u'/', 1);; end = whole.find(u'/', end + 1)) {
         prefix = whole.substr(0, end);
         // Whoever creates the same folder at the same moment has done this call's work.
         if (!prefix.empty() && !isThere(prefix.c_str()) && !createOne(prefix.c_str()) && !isThere(prefix.c_str())) {
+            if (created) first = LastDiagnostic();
             created = false;
         }
-        if (end == std::u16string::npos) return created;
+        if (end == std::u16string::npos) break;
     }
+    if (!created) SetDiagnostic(first.file, first.expected, first.found);
+    return created;
 }
 
 }  // namespace

@@ -1,4 +1,6 @@
 // The attributes of CSBFile's elements.
+#include <string_view>
+
 #include "core/text.h"
 #include "qv/sb_file.h"
 
@@ -6,10 +8,20 @@ namespace qv {
 
 template class TArray<CSBFile::ATTRIB>;
 
+namespace {
+
+/// Case is mapped unit by unit, so that names of other lengths differ.
+bool isNamed(const CSBFile::ATTRIB& attribute, std::u16string_view wanted) {
+    const std::u16string_view name = attribute.name.view();
+    return name.size() == wanted.size() && text::compareNoCase(name, wanted) == 0;
+}
+
+}  // namespace
+
 const CSBFile::CValue* CSBFile::CAttribArray::Find(CString::Text name) const {
     const std::u16string_view wanted = name.all();
     for (const ATTRIB& attribute : *this) {
-        if (text::compareNoCase(attribute.name.view(), wanted) == 0) return &attribute.value;
+        if (isNamed(attribute, wanted)) return &attribute.value;
     }
     return nullptr;
 }
@@ -17,7 +29,7 @@ const CSBFile::CValue* CSBFile::CAttribArray::Find(CString::Text name) const {
 bool CSBFile::CAttribArray::Remove(CString::Text name) {
     const std::u16string_view wanted = name.all();
     for (uint32_t i = 0; i < size(); ++i) {
-        if (text::compareNoCase(data()[i].name.view(), wanted) == 0) return TArray<ATTRIB>::Remove(i);
+        if (isNamed(data()[i], wanted)) return TArray<ATTRIB>::Remove(i);
     }
     return false;
 }

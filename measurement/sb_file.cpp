@@ -4,6 +4,7 @@
 #include <cstring>
 #include <memory>
 
+#include "config/replace_file.h"
 #include "measurement/sb_format.h"
 #include "measurement/sb_reader.h"
 #include "measurement/sb_writer.h"
@@ -17,11 +18,10 @@ namespace {
 constexpr uint32_t openForReading = 0x212;  // existing, read, share reading
 constexpr uint32_t openForWriting = 0x28;   // create truncating, write
 
+/// What does not open leaves the file system's own diagnostic.
 TSharedPtr<IFile> openFile(IFileSystem* fileSystem, const char16_t* path, uint32_t flags) {
     if (fileSystem == nullptr || path == nullptr) return nullptr;
-    TSharedPtr<IFile> file = fileSystem->CreateFileW(path, flags);
-    if (!file) SetDiagnostic(path, u"a structured binary file", u"a file that does not open");
-    return file;
+    return fileSystem->CreateFileW(path, flags);
 }
 
 }  // namespace
@@ -47,8 +47,9 @@ bool CSBFile::Load(const char16_t* path) { return Load(&fileSystem(), path); }
 
 bool CSBFile::Load(IFileSystem* fileSystem, const char16_t* path) {
     const CString kept(path);  // `path` may stand in this tree
-    if (Load(openFile(fileSystem, path, openForReading))) return true;
-    SetDiagnosticFile(kept);
+    const TSharedPtr<IFile> file = openFile(fileSystem, path, openForReading);
+    if (Load(file)) return true;
+    if (file) SetDiagnosticFile(kept);
     return false;
 }
 
@@ -63,17 +64,27 @@ bool CSBFile::Load(TSharedPtr<IFile> file) {
     return true;
 }
 
-bool CSBFile::Save(const char16_t* path) const { return Save(&fileSystem(), path); }
+bool CSBFile::Save(const char16_t* path) const {
+    Private::SbWriter writer(m_identifier);
+    if (writer.encode(*m_root)) return Private::replaceFile(path, writer.parts());
+    if (path != nullptr) SetDiagnosticFile(path);
+    return false;
+}
 
 bool CSBFile::Save(IFileSystem* fileSystem, const char16_t* path) const {
-    const CString kept(path);
-    if (Save(openFile(fileSystem, path, openForWriting))) return true;
-    SetDiagnosticFile(kept);
+    Private::SbWriter writer(m_identifier);
+    if (writer.encode(*m_root)) {  // else what is there stays
+        const TSharedPtr<IFile> file = openFile(fileSystem, path, openForWriting);
+        if (!file) return false;
+        if (writer.write(*file)) return true;
+    }
+    if (path != nullptr) SetDiagnosticFile(path);
     return false;
 }
 
 bool CSBFile::Save(TSharedPtr<IFile> file) const {
-    return file && Private::SbWriter(m_identifier).write(*m_root, *file);
+    Private::SbWriter writer(m_identifier);
+    return file && writer.encode(*m_root) && writer.write(*file);
 }
 
 uint32_t CSBFile::NumPeers() const { return m_curr == m_root ? 1 : m_curr->Parent()->NumChildren(); }

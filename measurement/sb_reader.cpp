@@ -49,6 +49,9 @@ bool SbReader::read() {
     try {
         return readHeader() && readNames() && readTree();
     } catch (const std::bad_alloc&) {
+        m_root.reset();  // the diagnostic takes memory, too
+        m_names.Destroy();
+        m_content.reset();
         return refuse(u"memory for the tree", u"none", 0);
     }
 }

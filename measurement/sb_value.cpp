@@ -86,6 +86,7 @@ bool CSBFile::CValue::equals(const CValue& other) const {
 bool CSBFile::CValue::Assign(TYPE type, const void* data, uint32_t size) {
     const std::optional<uint32_t> wanted = Private::sbf::payloadBytes(type);
     if (!wanted || (*wanted != Private::sbf::anyLength && *wanted != size)) return false;
+    if (type == TYPE_BOOL && *static_cast<const uint8_t*>(data) > 1) return false;  // no file may have it
     uint8_t* const old = isLocal() ? nullptr : m_heap;
     if (size <= localBytes) {
         uint8_t payload[localBytes] = {};

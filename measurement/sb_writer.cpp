@@ -24,19 +24,23 @@ uint8_t* encodeVarint(uint32_t value, uint8_t* to) {
     return to;
 }
 
-bool writeAll(IFile& file, const uint8_t* from, size_t count) {
+bool writeAll(IFile& file, std::string_view bytes) {
     constexpr size_t atOnce = 0x40000000;
-    for (size_t done = 0; done < count;) {
-        const size_t part = std::min(count - done, atOnce);
-        if (!file.WriteBytes(from + done, static_cast<uint32_t>(part))) return false;
-        done += part;
+    while (!bytes.empty()) {
+        const std::string_view part = bytes.substr(0, atOnce);
+        if (!file.WriteBytes(part.data(), static_cast<uint32_t>(part.size()))) return false;
+        bytes.remove_prefix(part.size());
     }
     return true;
 }
 
 }  // namespace
 
-SbBuffer::~SbBuffer() { HeapFree(m_data); }
+void SbBuffer::release() {
+    HeapFree(m_data);
+    m_data = nullptr;
+    m_size = m_capacity = 0;
+}
 
 void SbBuffer::grow(size_t count) {
     const size_t capacity = std::max(m_size + count, m_capacity + m_capacity / 2 + 4096);
@@ -66,10 +70,13 @@ uint32_t SbNames::search(const CString& name) {
     return at->second;
 }
 
-bool SbWriter::write(const CElement& root, IFile& file) {
+bool SbWriter::encode(const CElement& root) {
     try {
-        return encodeTree(root) && writeFile(file);
+        if (!encodeTree(root)) return false;
+        frame();
+        return true;
     } catch (const std::bad_alloc&) {
+        m_elements.release();  // the diagnostic takes memory, too
         SetDiagnostic(CString(), u"memory for the file", u"none");
         return false;
     }
@@ -114,7 +121,8 @@ void SbWriter::encodeElement(const CElement& element, bool hasNext) {
     }
 }
 
-bool SbWriter::writeFile(IFile& file) {
+/// Puts the header and the names in front, and the checksum behind.
+void SbWriter::frame() {
     SbBuffer count;
     count.putVarint(m_names.size());
     uint8_t header[headerBytes] = {};
@@ -122,18 +130,29 @@ bool SbWriter::writeFile(IFile& file) {
     header[versionAt] = majorVersion << 4 | minorVersion;
     std::memcpy(header + identifierAt, m_identifier, 4);
     storeNumber<uint64_t>(count.size() + m_names.bytes().size() + m_elements.size(), header + lengthAt);
-    SbBuffer front;  // one write for what is small mostly
-    front.put(header, headerBytes);
-    front.put(count.data(), count.size());
-    front.put(m_names.bytes().data(), m_names.bytes().size());
-    const uLong sum = crc32_z(crc32_z(0, front.data(), front.size()), m_elements.data(), m_elements.size());
-    storeNumber<uint32_t>(static_cast<uint32_t>(sum), m_elements.room(checksumBytes));
-    if (writeAll(file, front.data(), front.size()) &&
-        writeAll(file, m_elements.data(), m_elements.size() + checksumBytes)) {
-        return true;
+    m_front.put(header, headerBytes);
+    m_front.put(count.data(), count.size());
+    m_front.put(m_names.bytes().data(), m_names.bytes().size());
+    const uLong sum = crc32_z(crc32_z(0, m_front.data(), m_front.size()), m_elements.data(), m_elements.size());
+    uint8_t* const end = m_elements.room(checksumBytes);
+    storeNumber<uint32_t>(static_cast<uint32_t>(sum), end);
+    m_elements.endAt(end + checksumBytes);
+}
+
+SbWriter::Parts SbWriter::parts() {
+    const auto view = [](SbBuffer& part) {
+        return std::string_view(reinterpret_cast<const char*>(part.data()), part.size());
+    };
+    return {view(m_front), view(m_elements)};
+}
+
+bool SbWriter::write(IFile& file) {
+    for (const std::string_view part : parts()) {
+        if (writeAll(file, part)) continue;
+        SetDiagnostic(CString(), u"room for the file", u"a short write", file.GetPosition());
+        return false;
     }
-    SetDiagnostic(CString(), u"room for the file", u"a short write", file.GetPosition());
-    return false;
+    return true;
 }
 
 }  // namespace qv::Private

@@ -1,5 +1,5 @@
-// The writer of structured binary files: the tree into memory, then the file in a few large writes. It does not
-// recurse.
+// The writer of structured binary files: the tree into memory, from where it goes to its place in two large writes. It
+// does not recurse.
 #pragma once
 
 #include <array>
@@ -18,7 +18,8 @@ public:
     SbBuffer() = default;
     SbBuffer(const SbBuffer&) = delete;
     SbBuffer& operator=(const SbBuffer&) = delete;
-    ~SbBuffer();
+    ~SbBuffer() { release(); }
+    void release();
 
     /// The end, with room for `count` bytes behind it. Throws std::bad_alloc.
     uint8_t* room(size_t count) {
@@ -74,8 +75,13 @@ class SbWriter {
 public:
     explicit SbWriter(const char* identifier) : m_identifier(identifier) {}
 
-    /// Writes a tree. False sets the diagnostic.
-    bool write(const CSBFile::CElement& root, IFile& file);
+    /// Brings a tree to the form of the file, once. False sets the diagnostic.
+    bool encode(const CSBFile::CElement& root);
+    /// The file that encode() made, in parts that follow each other; they live as long as this.
+    using Parts = std::array<std::string_view, 2>;
+    Parts parts();
+    /// Writes those parts. False sets the diagnostic.
+    bool write(IFile& file);
 
 private:
     using CElement = CSBFile::CElement;
@@ -87,10 +93,11 @@ private:
 
     bool encodeTree(const CElement& root);
     void encodeElement(const CElement& element, bool hasNext);
-    bool writeFile(IFile& file);
+    void frame();
 
     const char* m_identifier;
     SbNames m_names;
+    SbBuffer m_front;  ///< Header and names, which are small mostly.
     SbBuffer m_elements;
 };
 

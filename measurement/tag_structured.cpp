@@ -1,6 +1,7 @@
 // The structured binary form of the tag dictionary.
 #include <memory>
 #include <string_view>
+#include <type_traits>
 
 #include "core/text.h"
 #include "qv/diagnostic.h"
@@ -18,10 +19,48 @@ constexpr char16_t entryElement[] = u"TagEntry";
 constexpr char16_t textElement[] = u"TextValue";
 constexpr char16_t textAttribute[] = u"Value";
 
-template <class E>
-bool setEnum(Element& to, const char16_t* name, E value) {
-    return to.SetInt32(name, static_cast<int32_t>(value));
+/// The names of a tree's elements and attributes, which all entries share.
+struct Names {
+    const CString entry{entryElement}, text{textElement}, value{textAttribute};
+    /// The attributes of an entry, in their order.
+    const CString attributes[11] = {u"Name",      u"Description", u"DataType",       u"UseNumericBounds",
+                                    u"LowBound",  u"HighBound",   u"TextValuesMode", u"Category",
+                                    u"WriteMode", u"Units",       u"Location"};
+};
+const Names& names() {
+    static const Names kept;
+    return kept;
 }
+
+/// The attributes of an element that has none, made in one piece and set one after another.
+class Attributes {
+public:
+    template <size_t count>
+    Attributes(Element& element, const CString (&list)[count]) : Attributes(element, list, count) {}
+    Attributes(Element& element, const CString& name) : Attributes(element, &name, 1) {}
+
+    void set(const CString& value) { m_whole = m_whole && m_next++->value.SetString(value); }
+    void set(bool value) { m_whole = m_whole && m_next++->value.SetBool(value); }
+    void set(double value) { m_whole = m_whole && m_next++->value.SetFlt64(value); }
+    template <class E>
+    requires std::is_enum_v<E>
+    void set(E value) { m_whole = m_whole && m_next++->value.SetInt32(static_cast<int32_t>(value)); }
+    /// There was memory for all of it.
+    bool isWhole() const { return m_whole; }
+
+private:
+    Attributes(Element& element, const CString* list, uint32_t count) {
+        const uint16_t rate = element.attributes.SetGrowthRate(1);
+        m_whole = element.attributes.SetSize(count);
+        element.attributes.SetGrowthRate(rate);
+        m_next = element.attributes.data();
+        for (uint32_t i = 0; m_whole && i < count; ++i) m_next[i].name = list[i];
+    }
+
+    CSBFile::ATTRIB* m_next;
+    bool m_whole;
+};
+
 template <class E>
 void getEnum(const Element& from, const char16_t* name, E& value) {
     value = static_cast<E>(from.GetInt32(name));
@@ -30,18 +69,26 @@ void getEnum(const Element& from, const char16_t* name, E& value) {
 }  // namespace
 
 bool CTagEntry::Save(CSBFile& file) const {
-    auto entry = std::make_unique<Element>(CString(entryElement));
-    Element& to = *entry;
-    bool whole = to.SetString(u"Name", m_name) && to.SetString(u"Description", m_description) &&
-                 setEnum(to, u"DataType", m_dataType) && to.SetBool(u"UseNumericBounds", m_useNumericBounds) &&
-                 to.SetFlt64(u"LowBound", m_lowBound) && to.SetFlt64(u"HighBound", m_highBound) &&
-                 setEnum(to, u"TextValuesMode", m_textValuesMode) && setEnum(to, u"Category", m_category) &&
-                 setEnum(to, u"WriteMode", m_writeMode) && setEnum(to, u"Units", m_units) &&
-                 setEnum(to, u"Location", m_location);
+    auto entry = std::make_unique<Element>(names().entry);
+    Attributes to(*entry, names().attributes);
+    to.set(m_name);
+    to.set(m_description);
+    to.set(m_dataType);
+    to.set(m_useNumericBounds);
+    to.set(m_lowBound);
+    to.set(m_highBound);
+    to.set(m_textValuesMode);
+    to.set(m_category);
+    to.set(m_writeMode);
+    to.set(m_units);
+    to.set(m_location);
+    bool whole = to.isWhole();
     for (const CString& value : m_textValues) {
-        auto* const text = new Element(CString(textElement));
-        to.InsertChild(text, true);
-        whole = whole && text->SetString(textAttribute, value);
+        auto* const text = new Element(names().text);
+        entry->InsertChild(text, true);
+        Attributes of(*text, names().value);
+        of.set(value);
+        whole = whole && of.isWhole();
     }
     return whole && file.Curr()->InsertChild(entry.release(), true);
 }
@@ -52,8 +99,9 @@ bool CTagEntry::Load(CSBFile& file) {
         SetDiagnostic(CString(), u"a TagEntry element", from.name);
         return false;
     }
-    m_name = from.GetString(u"Name", CString(u""));
-    m_description = from.GetString(u"Description", CString(u""));
+    const CString& none = Private::sharedEmptyText();
+    m_name = from.GetString(u"Name", none);
+    m_description = from.GetString(u"Description", none);
     getEnum(from, u"DataType", m_dataType);
     m_useNumericBounds = from.GetBool(u"UseNumericBounds");
     m_lowBound = from.GetFlt64(u"LowBound");
@@ -65,7 +113,7 @@ bool CTagEntry::Load(CSBFile& file) {
     getEnum(from, u"Location", m_location);
     m_textValues.Empty();
     for (const Element* child = from.FindChild(textElement); child != nullptr; child = child->FindNext(textElement)) {
-        if (!m_textValues.Add(child->GetString(textAttribute, CString(u"")))) return false;
+        if (!m_textValues.Add(child->GetString(textAttribute, none))) return false;
     }
     return true;
 }
@@ -82,8 +130,10 @@ bool CTagFile::LoadSBF(TSharedPtr<IFile> file) {
     const uint16_t rate = SetGrowthRate(Private::doublingRate);
     bool loaded = true;
     for (bool found = tree.FindFirstChild(entryElement); loaded && found; found = tree.FindNext(entryElement)) {
-        CTagEntry entry;
-        loaded = entry.Load(tree) && Add(entry);
+        loaded = SetSize(size() + 1);
+        if (!loaded) break;
+        loaded = back().Load(tree);
+        if (!loaded) pop_back();
     }
     SetGrowthRate(rate);
     if (loaded) Sort();

@@ -19,9 +19,8 @@ class CConfigSection;
 /// A tree of values. A store derives from this and gives the few operations at the end; everything typed stands here.
 ///
 /// Paths:    names between `/`, such as "view/palette/name". Slashes at the beginning, at the end and doubled ones do
-/// not
-///           count. A name is any text without `/` and NUL: blanks, dots, backslashes, brackets, `=` and the like need
-///           no escape, and "." and ".." are names like others. Names compare without regard to case and keep the
+///           not count. A name is any text without `/` and NUL: blanks, dots, backslashes, brackets, `=` and the like
+///           need no escape, and "." and ".." are names like others. Names compare without regard to case and keep the
 ///           spelling of their first setting. The empty path is the store itself, which has no value. A path has at
 ///           most 128 names.
 /// Sections: a section is a path that has something below it; it comes with the first value there and goes with the
@@ -32,8 +31,7 @@ class CConfigSection;
 ///           with its names takes a section of its own: CVariant::Save.
 /// Order:    children are listed in the order in which they first came, unless a store says otherwise.
 /// Failure:  a read gives its fallback, a write false, with the reason in LastDiagnostic(). An absent value is no
-/// failure
-///           and sets no diagnostic.
+///           failure and sets no diagnostic.
 /// Threads:  no locks; a store and its sections belong to one thread at a time.
 class QV_API IConfigStore {
 public:

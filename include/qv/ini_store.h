@@ -18,14 +18,13 @@ class IFileSystem;
 /// comments, blank and unknown lines, the order of lines, the spacing of a line and its line ending stay as they were.
 ///
 /// Lines:     `name = value`; `[path]` begins the section of that path, and what stands in front of the first one
-/// belongs to
-///            the store itself; a line that begins with `;` or `#` is a comment. A name with `/` in it stands for the
-///            path. Everything else is an unknown line. Of several lines for one path the last one counts; sections of
-///            one path are one.
+///            belongs to the store itself; a line that begins with `;` or `#` is a comment. A name with `/` in it
+///            stands for the path. Everything else is an unknown line. Of several lines for one path the last one
+///            counts; sections of one path are one.
 /// Quotes:    a name, value or section path may stand in double quotes, in which \\ \" \n \r \t are escapes (a
-/// backslash
-///            in front of anything else is itself). Without quotes the text counts as it stands, without the white
-///            space around it. Behind a quoted value a comment may follow. What needs no quotes is written without.
+///            backslash in front of anything else is itself). Without quotes the text counts as it stands, without the
+///            white space around it. Behind a quoted value a comment may follow. What needs no quotes is written
+///            without.
 /// Types:     none are kept; GetType is typeString after a load.
 /// Encoding:  UTF-8, with or without a byte-order mark, which a save keeps; a malformed sequence reads as U+FFFD and
 ///            stays in its line until that value is set. Lines end in LF or CR LF; new ones as the first line does.
@@ -78,6 +77,7 @@ protected:
 private:
     class Renderer;
     bool parse(std::string text);
+    bool writeText(const TSharedPtr<IFile>& file, std::string text);
 
     std::string m_text;  ///< What was loaded or saved last: the frame of the next save.
     CString m_path;

@@ -72,6 +72,10 @@ public:
     CEntry operator[](int i);
 
     uint32_t nValues() const { return m_entries.size(); }
+    /// Name and text of the entry at an index below nValues(), in the order of their first setting; "" behind the last.
+    /// Valid until the array changes.
+    const CString& GetNameAt(uint32_t i) const;
+    const CString& GetValueAt(uint32_t i) const;
     void Clear() { m_entries.Empty(); }
 
 private:

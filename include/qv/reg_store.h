@@ -12,9 +12,9 @@ namespace qv {
 /// ~/.config; folders are made for this user alone. Values keep their types: a line reads `name = Int32:42`. A value
 /// without such a word in front, as a person may write it, is a String.
 /// Sharing: Flush takes the file's lock ("<key>.lock" beside it), reads what is there, makes this store's own changes
-/// in
-///          it and replaces the file by renaming, so that no process loses what another one set, and a reader finds the
-///          old or the new file whole. The store then shows what the others have set, too.
+///          and replaces the file by renaming, so that no process loses what another one set, and a reader finds the
+///          old or the new file whole. The store then shows what the others have set, too. What a process that was
+///          killed in a Flush left beside the file ("<key>.ini.<digits>.tmp") goes with the first Flush an hour later.
 /// Order:   the values of a section come before its sections.
 class QV_API CRegStore : public CJournaledStore {
 public:

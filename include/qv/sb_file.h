@@ -82,6 +82,7 @@ public:
     ///
     /// GetX: false, with `out` left as it was, when the value is none of that type. A number is given in every
     /// numeric type that holds it exactly, so an Int32 of 7 reads as UInt8 and as Flt64, and one of 300 not as UInt8.
+    /// The type that was set gives the same bits; a Flt64 of -0.0 reads as the integer 0.
     /// SetX: replaces type and payload. False, with the value left as it was, without memory.
     class QV_API CValue {
     public:
@@ -114,7 +115,8 @@ public:
         QV_SBF_NUMBERS(QV_SBF_VALUE_MEMBERS)
 #undef QV_SBF_VALUE_MEMBERS
 
-        /// Takes a type byte and a payload as they stand in a file; the length has to fit the type.
+        /// Takes a type byte and a payload as they stand in a file. False, with the value left as it was, when the
+        /// length does not fit the type, for a truth value that is neither 0 nor 1, and without memory.
         bool Assign(TYPE type, const void* data, uint32_t size);
 
     private:
@@ -215,9 +217,12 @@ public:
     bool Load(IFileSystem* fileSystem, const char16_t* path);
     bool Load(TSharedPtr<IFile> file);
 
-    /// Writes the tree at the file's position. A path is created, truncating. False, with the diagnostic, when the file
-    /// cannot be opened or comes short, when the tree is deeper than `maxDepth`, or without memory; in the last two
-    /// cases nothing is written. Strings go as UTF-8: a surrogate without its partner becomes U+FFFD.
+    /// Writes the tree. The first form writes a new disk file beside the old one, with the old one's permissions, and
+    /// renames it over that, so that a failure leaves the old one whole; a folder or device in the place is refused.
+    /// The second form creates, truncating. The third writes at the file's position. False, with the diagnostic, when
+    /// the file cannot be opened or comes short, when the tree is deeper than `maxDepth`, or without memory; in the
+    /// last two cases nothing is opened or written. Strings go as UTF-8: a surrogate without its partner becomes
+    /// U+FFFD.
     bool Save(const char16_t* path) const;
     bool Save(IFileSystem* fileSystem, const char16_t* path) const;
     bool Save(TSharedPtr<IFile> file) const;

@@ -117,8 +117,8 @@ private:
     bool loadTextValues(IFile& file, uint16_t flags);
     uint16_t flags() const;
 
-    CString m_name;
-    CString m_description;
+    CString m_name = Private::sharedEmptyText();
+    CString m_description = Private::sharedEmptyText();
     DATA_TYPE m_dataType = DATA_TYPE::Text;
     bool m_useNumericBounds = false;
     double m_lowBound = 0.0;

@@ -5,9 +5,11 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <chrono>
 #include <csignal>
 #include <cstdlib>
 #include <filesystem>
+#include <fstream>
 
 #include "config/store_conformance.h"
 #include "qv/diagnostic.h"
@@ -202,6 +204,30 @@ TEST(RegStore, LosesNoWriteOfAnotherProcess) {
     barred.SetInt32(u"x", 1);
     EXPECT_FALSE(barred.Flush());
     EXPECT_EQ(LastDiagnostic().found, u"Is a directory");
+}
+
+TEST(RegStore, AFlushRemovesWhatAKilledOneLeftAndNothingElse) {
+    const ConfigHome home;
+    CRegStore store(u"k");
+    const auto sibling = [&store](const char* name) {
+        std::filesystem::path path(CStringMB(store.GetFile()).c_str());
+        return path += name;
+    };
+    store.SetInt32(u"x", 1);
+    ClearDiagnostic();
+    ASSERT_TRUE(store.Flush());
+    EXPECT_FALSE(LastDiagnostic().IsSet()) << "no failure";
+    const auto longAgo = std::filesystem::file_time_type::clock::now() - std::chrono::hours(2);
+    for (const char* name : {".0123abcd.tmp", ".89abcdef.tmp", ".0123abcD.tmp", ".0123abcd.tmp2", "0.0123abcd.tmp"}) {
+        std::ofstream(sibling(name)) << "x";
+        if (name != std::string(".89abcdef.tmp")) std::filesystem::last_write_time(sibling(name), longAgo);
+    }
+    store.SetInt32(u"x", 2);
+    ASSERT_TRUE(store.Flush());
+    EXPECT_FALSE(std::filesystem::exists(sibling(".0123abcd.tmp")));
+    for (const char* name : {"", ".lock", ".89abcdef.tmp", ".0123abcD.tmp", ".0123abcd.tmp2", "0.0123abcd.tmp"}) {
+        EXPECT_TRUE(std::filesystem::exists(sibling(name))) << name;
+    }
 }
 
 TEST(SqliteStore, LosesNoWriteOfAnotherProcess) {

@@ -25,6 +25,9 @@ TEST(PropertyArray, NamesKeepTheirFirstSpellingAndTheLastValue) {
     const CPropertyArray copy = array;
     array.Clear();
     EXPECT_EQ(copy.nValues(), 2u);
+    EXPECT_EQ(copy.GetNameAt(0), u"Name");
+    EXPECT_EQ(copy.GetValueAt(1), u"z");
+    EXPECT_EQ(copy.GetNameAt(2), u"");
     EXPECT_EQ(array.nValues(), 0u);
 }
 

@@ -380,7 +380,8 @@ TEST(Disk, FoldersAreCreatedAndRemovedRecursively) {
     EXPECT_TRUE(LastDiagnostic().IsSet());
     EXPECT_FALSE(fileSystem().IsDirectory(folder.path(u"long").c_str()));
     writeFile(folder.path(u"a/f"), "");
-    EXPECT_FALSE(fileSystem().CreateDirectoryW(folder.path(u"a/f/g").c_str(), true));
+    EXPECT_FALSE(fileSystem().CreateDirectoryW(folder.path(u"a/f/g/h").c_str(), true));
+    EXPECT_EQ(LastDiagnostic().file, folder.path(u"a/f/g"));  // the first that failed
     ASSERT_TRUE(fileSystem().SetFileAttributesW(folder.path(u"a/f").c_str(), 4));
     const std::string target = CString(outside.path()).GetUTF8();
     ASSERT_EQ(symlink(target.c_str(), folder.native(u"a/b/link").c_str()), 0);

@@ -1,9 +1,14 @@
 #include "qv/sb_file.h"
 
 #include <gtest/gtest.h>
+#include <sys/resource.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <cmath>
+#include <csignal>
+#include <cstdlib>
+#include <fstream>
 #include <limits>
 #include <memory>
 #include <random>
@@ -143,6 +148,8 @@ TEST(SbFile, NumbersReadInEveryTypeThatHoldsThem) {
     e.SetFlt32(u"n", std::nanf(""));
     EXPECT_TRUE(std::isnan(e.GetFlt64(u"n")) && e.GetInt32(u"n", 99) == 99);
     EXPECT_EQ(e.attributes.size(), 1u);
+    EXPECT_FALSE(e.attributes[0].value.Assign(CSBFile::TYPE_BOOL, "\2", 1)) << "no file may have it";
+    EXPECT_TRUE(std::isnan(e.GetFlt32(u"n")));
 }
 
 /// A tree that is nothing but its bytes: an encoder on its own beside the one under test.
@@ -335,6 +342,49 @@ TEST(SbFile, IsReadWrittenCopiedAndDestroyedAMillionLevelsDeep) {
     EXPECT_EQ(depth, levels);
 }
 
+std::string repeated(size_t count, const std::string& piece) {
+    std::string text;
+    text.reserve(count * piece.size());
+    for (size_t i = 0; i < count; ++i) text += piece;
+    return text;
+}
+
+/// Ends with 0 when a file loads, and with 1 when it does not, while the process may take `each` bytes for each byte of
+/// the file, and the file's own.
+[[noreturn]] void loadInBoundedMemory(const std::string& bytes, size_t each) {
+    const TSharedPtr<IFile> file = memoryFile(bytes);
+    CSBFile tree;
+    size_t pages = 0;
+    std::ifstream("/proc/self/statm") >> pages;
+    const rlim_t limit = pages * static_cast<size_t>(sysconf(_SC_PAGESIZE)) + (each + 1) * bytes.size() + (1 << 20);
+    const rlimit bound{limit, limit};
+    const bool loaded = setrlimit(RLIMIT_AS, &bound) == 0 && tree.Load(file);
+    std::_Exit(loaded ? 0 : 1);
+}
+
+TEST(SbFileDeathTest, TakesNoMoreMemoryThanItPromisesAndFailsWithLess) {
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+    GTEST_SKIP() << "the sanitizer takes memory of its own";
+#endif
+    constexpr size_t count = (1 << 18) + 1;  // just behind a doubling
+    const std::string n = Model::varint(count), root = "\x01\x00"_b;
+    const std::pair<const char*, std::string> rows[] = {
+        {"siblings", root + "\x02\x00"_b + repeated(count, "\x01\x00"_b) + "\x00\x00"_b},
+        {"levels", root + repeated(count, "\x02\x00"_b) + "\x00\x00"_b},
+        {"levels that wait",
+         root + "\x02\x00"_b + repeated(count, "\x03\x00"_b) + "\x00\x00"_b + repeated(count, "\x00\x00"_b)},
+        {"attributes", root + "\x00"_b + n + repeated(count, "\x00\x00"_b)},
+        {"an attribute each", root + "\x02\x00"_b + repeated(count, "\x01\x01\x00\x00"_b) + "\x00\x00"_b},
+        {"blobs", root + "\x00"_b + n + repeated(count, "\x00\xA1\x11"_b + std::string(17, 'b'))},
+        {"empty names", n + repeated(count, "\x00"_b) + "\x00\x00"_b},
+        {"names", n + repeated(count, "\x01x"_b) + "\x00\x00"_b},
+    };
+    for (const auto& [what, content] : rows) {
+        EXPECT_EXIT(loadInBoundedMemory(wrap(content), 64), testing::ExitedWithCode(0), "") << what;
+        EXPECT_EXIT(loadInBoundedMemory(wrap(content), 1), testing::ExitedWithCode(1), "") << what;
+    }
+}
+
 TEST(SbFile, GoesThroughPathsAndReportsShortWrites) {
     const test::TempFolder folder;
     const CString path = folder.path(u"tree.sbf");
@@ -345,9 +395,24 @@ TEST(SbFile, GoesThroughPathsAndReportsShortWrites) {
     ClearDiagnostic();
     EXPECT_FALSE(read.Load(folder.path(u"absent").c_str()));
     EXPECT_EQ(LastDiagnostic().file, folder.path(u"absent").view());
+    EXPECT_EQ(LastDiagnostic().found, u"No such file or directory");
     const TSharedPtr<CMemFile> full = CMemFile::Create();
     full->SetGrow(false);
     EXPECT_FALSE(tree.Save(TSharedPtr<IFile>(full)));
+    // A device that fills up leaves the file that was there.
+    rlimit room{};
+    ASSERT_EQ(getrlimit(RLIMIT_FSIZE, &room), 0);
+    const rlimit little{100, room.rlim_max};
+    const auto before = std::signal(SIGXFSZ, SIG_IGN);
+    ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &little), 0);
+    const bool taken = tree.Save(path.c_str());
+    setrlimit(RLIMIT_FSIZE, &room);
+    std::signal(SIGXFSZ, before);
+    EXPECT_FALSE(taken);
+    EXPECT_EQ(LastDiagnostic().file, path.view());
+    ASSERT_TRUE(read.Load(path.c_str()));
+    EXPECT_EQ(saved(read), wrap(goldenContent));
+    EXPECT_FALSE(tree.Save(folder.path().c_str()));
     EXPECT_FALSE(tree.SetIdentifier("long!") || tree.SetIdentifier("a\nbc") || tree.SetIdentifier(nullptr));
 }
 

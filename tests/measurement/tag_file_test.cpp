@@ -2,7 +2,10 @@
 
 #include <gtest/gtest.h>
 
+#include <bit>
+#include <limits>
 #include <string>
+#include <tuple>
 
 #include "qv/diagnostic.h"
 #include "qv/file.h"
@@ -154,6 +157,58 @@ TEST(TagFile, XmlAndStructuredFormKeepWhatTheBinaryFormLoses) {
         EXPECT_TRUE(use);
         EXPECT_EQ(low == 0.1 && high == 1e300, kept);
         EXPECT_EQ(loaded[2].nTextValues(), 2u);
+    }
+}
+
+TEST(TagFile, StructuredFormKeepsEveryFieldOfAnEntry) {
+    constexpr double inf = std::numeric_limits<double>::infinity();
+    constexpr double bounds[] = {0.0,
+                                 -0.0,
+                                 0.1,
+                                 1.7976931348623157e308,
+                                 5e-324,
+                                 -9007199254740993.0,
+                                 inf,
+                                 -inf,
+                                 std::numeric_limits<double>::quiet_NaN()};
+    const CString texts[] = {u"", u" a\t\r\n ", u"\u20AC\U0001F600", CString(u"a\0b", 3), u"<&\">%%"};
+    CTagFile tags;
+    for (int32_t i = 0; i < 45; ++i) {
+        CTagEntry made = entry(u"same");
+        const double low = bounds[i % 9], high = bounds[(i + 4) % 9];
+        if (i % 5 != 0) made.SetName(i % 10 < 5 ? texts[i % 5] : CString(u"SAME"));
+        made.SetDescription(texts[(i + 1) % 5]);
+        made.SetDataType(static_cast<CTagEntry::DATA_TYPE>(i % 7 - 1));
+        made.SetNumericBounds(i % 2 != 0, low, high);
+        made.SetTextValuesMode(static_cast<CTagEntry::TEXT_VALUES_MODE>(i % 3));
+        made.SetCategory(static_cast<CTagEntry::CATEGORY>(i * 300));
+        made.SetWriteMode(static_cast<CTagEntry::WRITE_MODE>(i % 4));
+        made.SetUnits(static_cast<CTagEntry::UNITS>(INT32_MIN + i));
+        made.SetLocation(static_cast<CTagEntry::LOCATION>(i % 3));
+        for (int32_t n = 0; n < i % 4; ++n) made.AddTextValue(texts[n].c_str());
+        tags.Add(made);
+    }
+    TSharedPtr<IFile> file = CMemFile::Create();
+    ASSERT_TRUE(tags.SaveSBF(file));  // sorted now; entries of one name keep their order
+    file->SeekToBegin();
+    CTagFile loaded;
+    ASSERT_TRUE(loaded.Load(file));
+    ASSERT_EQ(loaded.nItems(), tags.nItems());
+    const auto bits = [](CTagEntry& of) {
+        bool use = false;
+        double low = 0, high = 0;
+        of.GetNumericBounds(use, low, high);
+        return std::tuple(use, std::bit_cast<uint64_t>(low), std::bit_cast<uint64_t>(high));
+    };
+    for (uint32_t i = 0; i < tags.nItems(); ++i) {
+        CTagEntry &a = tags[i], &b = loaded[i];
+        EXPECT_TRUE(a.GetName() == b.GetName() && a.GetDescription() == b.GetDescription()) << i;
+        EXPECT_EQ(std::tuple(a.GetDataType(), a.GetTextValuesMode(), a.GetCategory(), a.GetWriteMode(), a.GetUnits(),
+                             a.GetLocation(), a.nTextValues()),
+                  std::tuple(b.GetDataType(), b.GetTextValuesMode(), b.GetCategory(), b.GetWriteMode(), b.GetUnits(),
+                             b.GetLocation(), b.nTextValues()));
+        EXPECT_EQ(bits(a), bits(b));
+        for (uint32_t n = 0; n < a.nTextValues(); ++n) EXPECT_EQ(CString(a.GetTextValue(n)), b.GetTextValue(n));
     }
 }
 

@@ -21,7 +21,7 @@ protected:
 TEST_F(Config, ValuesAreListedAndGot) {
     EXPECT_EQ(shop.qv("config list typed.db").out,
               "path        type    value\nview/low    Int32   -20\nview/title  String  a b\n");
-    EXPECT_EQ(shop.qv("config list viewer.ini VIEW --csv").out,
+    EXPECT_EQ(shop.qv("config list viewer.ini //VIEW/ --csv").out,
               "path,type,value\nVIEW/low,String,1\nVIEW/title,String,a b \n");
     auto facts = JsonReader::flatten(shop.qv("config list typed.db --json").out);
     EXPECT_EQ(facts["schema"], "qv.config.1");
@@ -30,6 +30,8 @@ TEST_F(Config, ValuesAreListedAndGot) {
     EXPECT_EQ(facts["values.1.value"], "a b ");
     EXPECT_EQ(shop.qv("config get typed.db View/Title").out, "a b \n");
     EXPECT_EQ(JsonReader::flatten(shop.qv("config get typed.db none --json").out)["value"], "null");
+    EXPECT_EQ(JsonReader::flatten(shop.qv("config get typed.db view//low/ --json").out)["path"], "view/low");
+    EXPECT_EQ(shop.qv("config get typed.db //").exitCode, 2);
     ASSERT_EQ(shop.qv("config set viewer.ini \"$(printf 'two=a\\n\\033b')\"").exitCode, 0);
     EXPECT_NE(shop.qv("config list viewer.ini").out.find("a\\n\\x1Bb\n"), std::string::npos);
 }
@@ -41,9 +43,9 @@ TEST_F(Config, EveryFormTakesASetValueAndKeepsTheRest) {
         EXPECT_EQ(shop.qv("config set " + store + " View/Gain=1e3 --remove b --remove c --dry-run").exitCode, 0);
         EXPECT_EQ(shop.qv("config get " + store + " view/gain").out, "0.5\n") << store;
         EXPECT_EQ(shop.qv("config get " + store + " c/d").out, "2\n") << store;
-        const ToolRun run = shop.qv("config set " + store + " View/Gain=1e3 --remove b --remove c --json");
+        const ToolRun run = shop.qv("config set " + store + " View//Gain/=1e3 --remove b --remove c/ --json");
         auto changes = JsonReader::flatten(run.out);
-        EXPECT_EQ(changes["changes.1.path"], "c/d") << store << run.error;
+        EXPECT_EQ(changes["changes.1.path"] + changes["changes.2.path"], "c/dView/Gain") << store << run.error;
         EXPECT_EQ(changes["changes.2.after.type"], typed ? "Flt64" : "String") << store;
         EXPECT_EQ(shop.qv("config get " + store + " view/gain").out, typed ? "1000\n" : "1e3\n") << store;
         EXPECT_EQ(shop.qv("config get " + store + " b").exitCode, 1) << store;
@@ -169,6 +171,8 @@ TEST_F(Config, SettingsAreToldFromOtherFiles) {
         }
         EXPECT_TRUE(shop.read(name) == row.bytes) << name;
     }
+    EXPECT_NE(shop.qv("config convert viewer.ini new.ini").error.find("(1) do not stay\n"), std::string::npos);
+    EXPECT_EQ(shop.qv("config convert viewer.ini \"\"").exitCode, 2);
     EXPECT_EQ(shop.qv("config convert viewer.ini l --force").exitCode, 2) << "no store, and not named as one";
     EXPECT_EQ(shop.qv("config convert viewer.ini k --force --target-type sqlite").exitCode, 3);
     EXPECT_EQ(shop.qv("config list reg:None").exitCode, 5);

@@ -81,6 +81,7 @@ Exit runCommand(std::vector<std::string> arguments);
 // One for each source file.
 void addInfo(CLI::App& root);
 void addTags(CLI::App& root);
+void addDict(CLI::App& root);
 void addRcal(CLI::App& root);
 void addConfig(CLI::App& root);
 void addImport(CLI::App& root);

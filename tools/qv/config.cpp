@@ -42,6 +42,22 @@ qv::CString given(const std::string& text) {
     return wide(text);
 }
 
+/// A path as stores know it, without empty names.
+qv::CString pathOf(const std::string& text) {
+    std::string normal;
+    for (const char c : text) {
+        if (c != '/' || (!normal.empty() && normal.back() != '/')) normal += c;
+    }
+    if (normal.ends_with('/')) normal.pop_back();
+    return given(normal);
+}
+
+qv::CString valuePathOf(const std::string& text, const std::string& where) {
+    const qv::CString path = pathOf(text);
+    if (path.IsEmpty()) throw Failure(Exit::usage, where + ": a path is missing");
+    return path;
+}
+
 std::string typeName(Type type) { return narrow(qv::CVariant::TypeToString(type)); }
 
 Json jsonOf(const SValue& value) {
@@ -83,7 +99,7 @@ std::unique_ptr<Settings> loaded(const Options& options) {
 
 Exit list(const Options& options) {
     const std::unique_ptr<Settings> settings = loaded(options);
-    const qv::CString section = given(options.section);
+    const qv::CString section = pathOf(options.section);
     if (!settings->store().HasSection(section)) {
         throw Failure(Exit::negative, options.store + ": there is no section " + options.section);
     }
@@ -107,14 +123,15 @@ Exit list(const Options& options) {
 }
 
 Exit get(const Options& options) {
+    const qv::CString path = valuePathOf(options.section, "config get");
     const std::unique_ptr<Settings> settings = loaded(options);
     SValue value;
-    const bool found = settings->store().ReadValue(given(options.section), value);
+    const bool found = settings->store().ReadValue(path, value);
     if (!found) remark("qv: " + options.store + ": there is no value " + options.section);
     if (options.json) {
         Json::document(schema)
             .set("store", options.store)
-            .set("path", options.section)
+            .set("path", narrow(path))
             .set("type", found ? Json(typeName(value.type)) : Json())
             .set("value", found ? Json(narrow(value.text)) : Json())
             .print(std::cout);
@@ -193,10 +210,9 @@ private:
 };
 
 void removeSetting(Settings& settings, const std::string& name, Changes& changes) {
-    const qv::CString path = given(name);
+    const qv::CString path = valuePathOf(name, "--remove");
     qv::IConfigStore& store = settings.store();
     SValue value;
-    if (name.find_first_not_of('/') == name.npos) throw Failure(Exit::usage, "--remove: a path is missing");
     if (!store.Exists(path)) throw Failure(Exit::negative, settings.name() + ": there is nothing at " + name);
     if (store.ReadValue(path, value)) changes.add(path, &value, nullptr);
     for (const Setting& setting : contentsOf(store, path).values) changes.add(setting.path, &setting.value, nullptr);
@@ -205,7 +221,7 @@ void removeSetting(Settings& settings, const std::string& name, Changes& changes
 
 void setSetting(Settings& settings, const std::string& assignment, Type type, Changes& changes) {
     const auto [name, text] = splitTag(assignment, "config set");
-    const qv::CString path = given(name);
+    const qv::CString path = valuePathOf(name, "config set");
     SValue before;
     const bool found = settings.store().ReadValue(path, before);
     if (type == qv::CVariant::typeUndefined) type = found ? before.type : qv::CVariant::typeString;
@@ -225,6 +241,14 @@ void checkKept(Settings& settings) {
     }
 }
 
+/// Says that what is no settings does not come to `place`.
+void remarkStrangers(const Settings& from, const std::string& place) {
+    const uint32_t count = from.strangers();
+    if (count == 0) return;
+    remark("qv: " + place + ": comments and other things that are no settings (" + std::to_string(count) +
+           ") do not stay");
+}
+
 Exit set(const Options& options) {
     if (options.names.empty() && options.removals.empty()) {
         throw Failure(Exit::usage, "config set: needs PATH=VALUE or --remove");
@@ -235,10 +259,7 @@ Exit set(const Options& options) {
     for (const std::string& path : options.removals) removeSetting(*settings, path, changes);
     for (const std::string& name : options.names) setSetting(*settings, name, options.type, changes);
     checkKept(*settings);
-    if (const uint32_t count = settings->strangers(); count != 0) {
-        remark("qv: " + options.store + ": comments and other things that are no settings (" + std::to_string(count) +
-               ") do not stay");
-    }
+    if (!settings->keepsStrangers()) remarkStrangers(*settings, options.store);
     if (!options.dryRun) settings->flush();
     changes.print(options);
     return Exit::done;
@@ -281,6 +302,7 @@ Exit convert(const Options& options) {
     target->readBack(kept);
     const std::vector<Loss> losses = lossesOf(source->store(), kept);
     for (const Loss& loss : losses) remark("qv: " + options.target + ": " + sentenceOf(loss));
+    remarkStrangers(*source, options.target);
     const bool refused = options.strict && !losses.empty();
     const bool written = !options.dryRun && !refused;
     if (refused) remark("qv: " + options.target + ": not written, as --strict demands");

@@ -6,6 +6,7 @@
 
 #include "calibration.h"
 #include "command.h"
+#include "dictionary.h"
 #include "json.h"
 #include "qv/diagnostic.h"
 #include "qv/file_system.h"
@@ -324,8 +325,7 @@ std::string permitted(const qv::CTagEntry& entry) {
 Exit describeDictionary(const std::string& path, Sheet& sheet, std::string&) {
     sheet.kind("dictionary", "tag dictionary");
     qv::CTagFile dictionary;
-    qv::ClearDiagnostic();
-    if (!dictionary.Load(wide(path).c_str())) throw diagnosed(Exit::damaged, path, "is a damaged tag dictionary");
+    loadDictionary(dictionary, path);
     sheet.add("entryCount", "entries", dictionary.size(), std::to_string(dictionary.size()));
     Json entries = Json::array();
     for (uint32_t c = 0; c < qv::CTagEntry::categoryCount; ++c) {
@@ -408,20 +408,10 @@ using Describe = Exit (*)(const std::string& path, Sheet& sheet, std::string& pr
 /// What describes a file, by how the file begins; null when nothing does.
 Describe describerOf(const std::string& path) {
     qv::IFileSystem& disk = qv::fileSystem();
-    requireFile(path);
-    qv::ClearDiagnostic();
-    const qv::TSharedPtr<qv::IFile> file =
-        disk.CreateFileW(wide(path).c_str(), 0x212);  // existing, read, share reading
-    if (!file) throw diagnosed(Exit::io, path, "cannot be opened");
-    char buffer[4096];
-    const auto count = static_cast<uint32_t>(std::min<int64_t>(file->GetSize(), sizeof buffer));
-    if (!file->ReadBytes(buffer, count)) throw diagnosed(Exit::io, path, "cannot be read");
-    const std::string_view head(buffer, count);
+    const std::string head = headOf(path);
     if (qv::CSAFFile::IsSAFFile(&disk, wide(path).c_str())) return describeMeasurement;
     if (qv::CRCalFile::IsRCalFile(&disk, wide(path)) || head.find("<rcal") != head.npos) return describeCalibration;
-    if (head.starts_with("TAGF") || (head.starts_with("SBF") && head.substr(3).substr(0, 5).ends_with("TAGF")) ||
-        head.find("<TagFile") != head.npos)
-        return describeDictionary;
+    if (dictionaryForm(head) != DictionaryForm::unknown) return describeDictionary;
     if (head.starts_with("MZ")) return describeProgram;
     switch (recognisedForm(path, head)) {
         case Form::ini: return describeSettings<Form::ini>;

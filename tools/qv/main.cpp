@@ -89,6 +89,7 @@ void describe(CLI::App& root) {
     root.require_subcommand(1);
     addInfo(root);
     addTags(root);
+    addDict(root);
     addRcal(root);
     addConfig(root);
     addImport(root);

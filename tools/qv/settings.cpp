@@ -22,18 +22,6 @@ namespace fs = std::filesystem;
 using namespace std::string_view_literals;
 
 constexpr char registryPrefix[] = "reg:";
-constexpr size_t headBytes = 4096;
-
-std::string headOf(const std::string& path) {
-    requireFile(path);
-    constexpr uint32_t toRead = qv::CFile::openExisting | qv::CFile::accessRead | 0x300;  // share everything
-    const qv::TSharedPtr<qv::IFile> file = qv::fileSystem().CreateFileW(wide(path).c_str(), toRead);
-    if (!file) throw diagnosed(Exit::io, path, "cannot be opened");
-    std::string head(static_cast<size_t>(std::min<int64_t>(file->GetSize(), headBytes)), '\0');
-    if (!file->ReadBytes(head.data(), static_cast<uint32_t>(head.size())))
-        throw diagnosed(Exit::io, path, "cannot be read");
-    return head;
-}
 
 qv::TSharedPtr<qv::IFile> memoryFile(std::string_view bytes) {
     qv::TSharedPtr<qv::CMemFile> file = qv::CMemFile::Create();
@@ -140,6 +128,11 @@ public:
         qv::ClearDiagnostic();
         if (!m_store.Save(wide(name()).c_str())) throw diagnosed(Exit::io, name(), "cannot be written");
     }
+    uint32_t strangers() const override {
+        const qv::CINIStore::SLineCounts lines = m_store.CountLines();
+        return lines.comment + lines.unknown;
+    }
+    bool keepsStrangers() const override { return true; }
 
 private:
     bool m_sure;
@@ -281,6 +274,7 @@ std::string Settings::title() const {
 }
 
 std::unique_ptr<Settings> openSettings(const std::string& name, Form form, bool isTarget) {
+    if (name.empty()) throw Failure(Exit::usage, "the store needs a name");
     const bool hasPrefix = name.starts_with(registryPrefix);
     if (form == Form::registry || (form == Form::unknown && hasPrefix)) {
         return std::make_unique<RegistrySettings>(name, hasPrefix ? name.substr(4) : name);

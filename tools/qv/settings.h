@@ -37,8 +37,10 @@ public:
     virtual void replace(bool force) = 0;
     /// What the form gives back of the store's contents. Forms that keep everything give all.
     virtual void readBack(qv::CMemStore& kept) { (void)kept.CopyFrom(store()); }
-    /// How many things stand at the place that are no settings and go with a flush.
+    /// How many things stand at the place that are no settings: comments, lines and elements that mean nothing here.
     virtual uint32_t strangers() const { return 0; }
+    /// A flush keeps them.
+    virtual bool keepsStrangers() const { return false; }
 
 protected:
     Settings(std::string name, Form form, bool exists) : m_name(std::move(name)), m_form(form), m_exists(exists) {}

@@ -1,5 +1,6 @@
 #include "source.h"
 
+#include <algorithm>
 #include <filesystem>
 
 #include "command.h"
@@ -28,6 +29,18 @@ void requireFile(const std::string& path) {
     if (type == std::filesystem::file_type::not_found) throw Failure(Exit::io, path + ": no such file");
     if (type == std::filesystem::file_type::none) throw Failure(Exit::io, path + ": " + error.message());
     throw Failure(Exit::io, path + ": is a device or a pipe, not a file");
+}
+
+std::string headOf(const std::string& path) {
+    requireFile(path);
+    constexpr uint32_t toRead = 0x2 | 0x10 | 0x300;  // existing, read, share everything
+    qv::ClearDiagnostic();
+    const qv::TSharedPtr<qv::IFile> file = qv::fileSystem().CreateFileW(wide(path).c_str(), toRead);
+    if (!file) throw diagnosed(Exit::io, path, "cannot be opened");
+    std::string head(static_cast<size_t>(std::min<int64_t>(file->GetSize(), headBytes)), '\0');
+    if (!file->ReadBytes(head.data(), static_cast<uint32_t>(head.size())))
+        throw diagnosed(Exit::io, path, "cannot be read");
+    return head;
 }
 
 }  // namespace tool

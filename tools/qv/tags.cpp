@@ -5,6 +5,7 @@
 #include <memory>
 
 #include "command.h"
+#include "dictionary.h"
 #include "json.h"
 #include "qv/diagnostic.h"
 #include "qv/file_system.h"
@@ -152,11 +153,7 @@ Exit removeTags(const Options& options) {
 
 Exit sortTags(const Options& options) {
     if (!options.dictionary.empty()) {
-        qv::ClearDiagnostic();
-        requireFile(options.dictionary);
-        if (!qv::GetTagFile().Load(wide(options.dictionary).c_str())) {
-            throw diagnosed(Exit::wrongKind, options.dictionary, "is no tag dictionary");
-        }
+        loadDictionary(qv::GetTagFile(), options.dictionary);
     }
     qv::CSAFFile header;
     load(header, options.file);
@@ -249,7 +246,7 @@ void addTags(CLI::App& root) {
                    "  qv tags sort run7.saf --dictionary tags.xml\n"
                    "  qv tags sort run7.saf --dictionary tags.xml --create-groups --dry-run",
                    sortTags);
-    verb->add_option("--dictionary", options->dictionary, "Tag dictionary, in binary or XML form");
+    verb->add_option("--dictionary", options->dictionary, "Tag dictionary, in any form");
     verb->add_flag("--create-groups", options->createGroups, "Add a heading for each group that has none");
     verb->add_flag("--dry-run", options->dryRun, "Say what would move, and change nothing");
     verb = addVerb(*tags, options, "diff", "Compare the tags of two files; exit code 1 when they differ.",
