@@ -23,6 +23,7 @@
 
 namespace qv {
 
+class CNormFile;
 enum class RCalChange : int32_t;
 
 /// What became of loading a response or curve file.
@@ -458,7 +459,11 @@ public:
     bool Load(TSharedPtr<IFile> file, uint32_t flags);
     bool Load(IFileSystem* fs, const char16_t* path, uint32_t flags);
     /// Writes the calibration, always as revision 8.
-    /// @param flags  saveXml, or 0 for the binary form, which this version does not write: false.
+    ///
+    /// The binary form holds every number bit for bit, the XML form 14 digits of it. The binary form also keeps whether
+    /// lookup tables follow changes by themselves (setAutoLookupUpdate), which is on behind the load of an XML form. It
+    /// is big-endian when `file` swaps.
+    /// @param flags  saveXml, or 0 for the binary form.
     bool Save(TSharedPtr<IFile> file, uint32_t flags);
     bool Save(IFileSystem* fs, const char16_t* path, uint32_t flags);
     /// The file begins as a calibration of either form. The position is left behind what was read.
@@ -473,6 +478,95 @@ public:
     bool SetTag(const char16_t* name, const char16_t* value, int32_t page = -1);
     bool RemoveTag(const char16_t* name, int32_t page = -1);
     bool ClearTags(int32_t page = -1);
+
+    // Background pictures ------------------------------------------------------------------------------------------
+    // A picture is known by its offsets and size, in pixels; a form without a size means the first at the offsets.
+    // Pixels are shared, not copied. The background's type and value are set apart (SetBackgroundType).
+
+    /// Adds a picture, or replaces the one of the same place. The form without a size takes a single row. False when
+    /// there is no such page, or the buffer is not exactly width x height elements of a type that AllocTypedBuffer has.
+    bool AddBackgroundFile(int32_t page, uint32_t x, uint32_t y, const TSharedPtr<ITypedBuffer>& pixels);
+    bool AddBackgroundFile(int32_t page, uint32_t x, uint32_t y, uint32_t width, uint32_t height,
+                           const TSharedPtr<ITypedBuffer>& pixels);
+    /// False when there is none.
+    bool RemoveBackgroundFile(int32_t page, uint32_t x, uint32_t y);
+    bool RemoveBackgroundFile(int32_t page, uint32_t x, uint32_t y, uint32_t width, uint32_t height);
+    /// False for no such page.
+    bool ClearBackgroundFiles(int32_t page);
+    bool HasBackgroundFile(int32_t page, uint32_t x, uint32_t y) const;
+    bool HasBackgroundFile(int32_t page, uint32_t x, uint32_t y, uint32_t width, uint32_t height) const;
+    /// The pixels; null when there are none. The form with an index goes through the page's pictures from 0 and is
+    /// false behind the last.
+    TSharedPtr<ITypedBuffer> GetBackgroundFile(int32_t page, uint32_t x, uint32_t y) const;
+    TSharedPtr<ITypedBuffer> GetBackgroundFile(int32_t page, uint32_t x, uint32_t y, uint32_t width,
+                                               uint32_t height) const;
+    bool GetBackgroundFile(int32_t page, uint32_t index, BACKGROUND_FILE& picture) const;
+    /// CRC-32 (crc32Polynomial of qv/crc.h) of the pixels' bytes; false when there are none. It makes that polynomial
+    /// the process's.
+    bool GetBackgroundFileCRC(int32_t page, uint32_t x, uint32_t y, uint32_t& crc) const;
+    /// A picture as a file of its own, ".bgimg": a text header (CSAFFile) with KeyWrd "IMG", xPixls, yPixls, NumDPs 1,
+    /// DaType, BytOrd, xOffst and yOffst, and behind it the pixels, row by row. A file may hold several, one behind the
+    /// other. Import adds all of them, or none and is false. The forms with an open file work from its position.
+    bool ExportBackgroundFile(int32_t page, uint32_t x, uint32_t y, const TSharedPtr<IFile>& file) const;
+    bool ExportBackgroundFile(int32_t page, uint32_t x, uint32_t y, IFileSystem* fs, const char16_t* path) const;
+    bool ImportBackgroundFile(int32_t page, const TSharedPtr<IFile>& file);
+    bool ImportBackgroundFile(int32_t page, IFileSystem* fs, const char16_t* path);
+
+    // Pages of several calibrations --------------------------------------------------------------------------------
+    // Pages are copied as they are, with their fits and tables. The calibrations of a call may be this one.
+
+    /// `target` becomes a copy of this calibration with that page alone. False for no such page.
+    bool Extract(CRCalFile& target, int32_t page) const;
+    /// This becomes a copy of `a`, `b`, `c` or `d`, as `which` is 0 (or any other value), 1, 2 or 3, with page 0 of
+    /// each of the four as its pages, in order. The form with a list does the same with any number of calibrations.
+    /// False, with nothing changed, when one of them has no page or is null, or the list is empty or above 65536.
+    bool Merge(const CRCalFile& a, const CRCalFile& b, const CRCalFile& c, const CRCalFile& d, int32_t which);
+    bool Merge(const TArray<CRCalFile*>& calibrations, int32_t which);
+    /// Removes every other page. False for no such page.
+    bool RemoveAllExcept(int32_t page);
+    /// Puts a page of `source` in the place of page `destPage`, which may be 0 to 3 (pages in front of it that do not
+    /// exist are made), and calculates it anew, with its lookup table. False, with nothing changed, for other pages.
+    bool ImportPreset(const CRCalFile& source, int32_t sourcePage, int32_t destPage);
+
+    // The older form: a text header with keys for up to four pages, and companion files ----------------------------
+
+    /// Number of pages that the older form has keys for.
+    static constexpr int32_t presetPages = 4;
+
+    /// Reads a header (CSAFFile) with its include file and companions, and replaces the calibration.
+    ///
+    /// First the calibration of "CAFile" is loaded, then the keys of header and include are laid over it; a name that
+    /// is in both counts in the header. A key of page N ends in "_N"; one without suffix is page 0's. A number that
+    /// says what the calibration already has, to the digits that it is written with, changes nothing; any other is
+    /// taken: a polynomial as a valid override (when all its coefficients are there), a band likewise, and so on.
+    /// Without "CAFile" the band also becomes the top-hat. Keys with names that are not reserved become tags. Names of
+    /// companions are seen from the header's folder. One that is missing or unreadable leaves its part at the default,
+    /// and a diagnostic.
+    /// @param gains, offsets, badPixels  Receive the tables of "CGFile", "COFile" and "BPFile"; may be null.
+    /// @return False, with defaults, when the header cannot be read.
+    bool Import(IFileSystem* fs, const char16_t* path, CNormFile* gains = nullptr, CNormFile* offsets = nullptr,
+                CNormFile* badPixels = nullptr);
+
+    /// Writes the older form: the header with extension ".cal", beside it the include file ".inc" with the keys of the
+    /// pages, and for each page with background pictures "-PS<page>.bgimg". `path` is that of any of them; its
+    /// extension does not count. Files of these names are replaced.
+    ///
+    /// Polynomials and band are those in use, with seven digits ("%e"). The calibration itself, which keeps everything,
+    /// goes along as "CAFile": Import of what Export wrote gives an equal calibration.
+    /// Range, field of view and factor are written where they are valid. Of more than four pages, tags with reserved
+    /// names, and tags that a header line cannot hold, only "CAFile" tells.
+    /// @param calibrationFile  The file that holds this calibration, absolute or seen from the header's folder. Null:
+    /// it
+    ///                         is saved beside the header, in binary form, with extension ".rcal".
+    bool Export(IFileSystem* fs, const char16_t* path, const char16_t* calibrationFile = nullptr);
+
+    /// Rewrites the keys of the pages in an existing include file, with the background pictures beside it. Its other
+    /// keys stay. False when it is no header that can be read and written.
+    bool UpdateInclude(IFileSystem* fs, const char16_t* path);
+
+    /// Names, in any case, of keys that the older form gives a meaning: no user's tag can have them. Among them those
+    /// of the pages, with suffix "_0" to "_3" or without.
+    static bool IsReservedTagName(const char16_t* name);
 
     // Radiance -----------------------------------------------------------------------------------------------------
 
@@ -563,6 +657,8 @@ public:
     bool SetBackgroundValue(int32_t page, double value);
     /// The background value, 0.0 unless the page's background is of type `value`; false for no such page.
     bool GetBackgroundValueEx(int32_t page, double& value) const;
+    /// The value to subtract from every pixel of a picture, 0.0 where there is none: what the form above gives.
+    double GetBackgroundValueEx(int32_t page) const;
     /// While off, a change leaves the lookup tables and the radiance-to-temperature fits as they are.
     bool getAutoLookupUpdate() const;
     void setAutoLookupUpdate(bool automatic);

@@ -6,6 +6,24 @@
 
 namespace qv {
 
+namespace rcalLimits {
+
+/// Whatever revision was read, this one is written.
+inline constexpr int32_t writtenRevision = 8;
+
+/// Bounds on what a file may ask for, far above what cameras need, so that a small file cannot ask for hours or
+/// gigabytes.
+inline constexpr double mostTophatPoints = 262144;
+inline constexpr uint32_t mostPages = 65536;
+inline constexpr uint32_t mostAdditionalResponses = 64;
+/// Points of pages times points of the axis, where every radiance is calculated anew.
+inline constexpr double mostPlanckValues = 536870912;
+
+/// False, with the diagnostic that says so.
+bool refuse(const char16_t* what, double most, double found);
+
+}  // namespace rcalLimits
+
 /// The spectral response type as it is stored: other numbers than callers see.
 enum class StoredResponseType : int32_t { file = 0, tophat = 1 };
 

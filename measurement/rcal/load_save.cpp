@@ -2,6 +2,7 @@
 #include <cmath>
 #include <cstring>
 
+#include "measurement/rcal/binary_form.h"
 #include "measurement/rcal/document.h"
 #include "measurement/rcal/xml_form.h"
 #include "qv/diagnostic.h"
@@ -9,15 +10,13 @@
 
 namespace qv {
 
+using namespace rcalLimits;
+
 namespace {
 
 constexpr uint32_t openForReading = 0x212;  // existing, read, share reading
 constexpr uint32_t openForWriting = 0x28;   // create truncating, write
 constexpr char xmlBeginning[] = "<rcal re";
-constexpr char binaryMark[] = "RCAL";
-constexpr int16_t newestBinaryVersion = 0;
-
-bool isBinary(const char (&first)[8]) { return std::memcmp(first + 4, binaryMark, 4) == 0; }
 
 /// The first element of the top level.
 CXMLFile::CNode* rootElement(const CXMLFile& xml) {
@@ -26,37 +25,23 @@ CXMLFile::CNode* rootElement(const CXMLFile& xml) {
     return node;
 }
 
-/// Bounds on what a file may ask for, far above what cameras need, so that a small file cannot ask for hours or
-/// gigabytes.
-constexpr double mostTophatPoints = 262144;
-constexpr uint32_t mostPages = 65536;
-constexpr uint32_t mostAdditionalResponses = 64;
-/// Points of pages times points of the axis, where every radiance is calculated anew.
-constexpr double mostPlanckValues = 536870912;
-
-bool refuse(const char16_t* what, double most, double found) {
-    SetDiagnostic(CString(), CString::FromFormat(u"at most %.0f %s", most, what), CString::FromFormat(u"%.0f", found));
-    return false;
-}
-
 uint32_t countIn(const CXMLFile::CNode& root, const char16_t* list, const char16_t* name) {
     const CXMLFile::CNode* container = root.FindChild(list);
     return container == nullptr ? 0 : container->NumChildren(name);
 }
 
-bool refuseBinary() {
-    SetDiagnostic(CString(), u"a calibration in XML form", u"the binary form, which this version does not know", 0);
+}  // namespace
+
+bool rcalLimits::refuse(const char16_t* what, double most, double found) {
+    SetDiagnostic(CString(), CString::FromFormat(u"at most %.0f %s", most, what), CString::FromFormat(u"%.0f", found));
     return false;
 }
-
-}  // namespace
 
 bool CRCalFile::IsRCalFile(TSharedPtr<IFile> file) {
     char first[8] = {};
     if (!file || !file->ReadBytes(first, sizeof first)) return false;
     if (std::memcmp(first, xmlBeginning, sizeof first) == 0) return true;
-    int16_t version = 0;
-    return isBinary(first) && file->GetInt16(version) && version <= newestBinaryVersion;
+    return rcalBinary::isBinary(first) && rcalBinary::readVersion(*file);
 }
 
 bool CRCalFile::IsRCalFile(IFileSystem* fs, const CString& path) {
@@ -83,7 +68,11 @@ bool CRCalFile::Load(TSharedPtr<IFile> file, uint32_t) {
     if (!file) return false;
     char first[8] = {};
     file->ReadBytes(first, sizeof first);
-    if (isBinary(first)) return refuseBinary();
+    if (rcalBinary::isBinary(first)) {
+        if (rcalBinary::load(*m_document, *file)) return rebuildAfterLoad();
+        DefaultCal();  // part of the file's contents would be of no use
+        return false;
+    }
     file->SeekToBegin();
     CXMLFile xml;
     if (!xml.Load(file)) return false;
@@ -134,14 +123,17 @@ bool CRCalFile::rebuildAfterLoad() {
 }
 
 bool CRCalFile::Save(IFileSystem* fs, const char16_t* path, uint32_t flags) {
-    if ((flags & saveXml) == 0) return refuseBinary();
     if (fs == nullptr || path == nullptr) return false;
     TSharedPtr<IFile> file = fs->CreateFileW(path, openForWriting);
-    return file && Save(file, flags);
+    if (!file) return false;
+    if (Save(file, flags)) return true;
+    SetDiagnosticFile(path);
+    return false;
 }
 
 bool CRCalFile::Save(TSharedPtr<IFile> file, uint32_t flags) {
-    if ((flags & saveXml) == 0) return refuseBinary();
+    if (!file) return false;
+    if ((flags & saveXml) == 0) return rcalBinary::save(*m_document, *file);
     CXMLFile xml;
     xml.Insert(RCalXml(*this).save(), true);
     return xml.Save(file);

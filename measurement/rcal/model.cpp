@@ -271,6 +271,12 @@ bool CRCalFile::GetBackgroundValueEx(int32_t pageIndex, double& value) const {
     return true;
 }
 
+double CRCalFile::GetBackgroundValueEx(int32_t pageIndex) const {
+    double value = 0.0;
+    GetBackgroundValueEx(pageIndex, value);
+    return value;
+}
+
 bool CRCalFile::getAutoLookupUpdate() const { return m_document->autoLookupUpdate; }
 void CRCalFile::setAutoLookupUpdate(bool automatic) { m_document->autoLookupUpdate = automatic; }
 

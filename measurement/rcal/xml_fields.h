@@ -5,6 +5,7 @@
 #include <string>
 
 #include "core/text.h"
+#include "measurement/rcal/fields.h"
 #include "qv/array.h"
 #include "qv/string.h"
 #include "qv/values.h"
@@ -12,17 +13,7 @@
 
 namespace qv::rcalXml {
 
-/// A number of an enumeration with a word for each value from 0 on.
-template <class E>
-struct Worded {
-    E& value;
-    const char16_t* const* words;
-    size_t count;
-};
-template <class E, size_t N>
-Worded<E> worded(E& value, const char16_t* const (&words)[N]) {
-    return {value, words, N};
-}
+using rcalFields::Worded;
 
 CString formatReal(double value);
 /// The values joined by commas.

@@ -9,17 +9,9 @@ namespace qv {
 
 namespace {
 
+using namespace rcalFields;
 using namespace rcalXml;
 using CNode = CXMLFile::CNode;
-using Document = CRCalFile::Document;
-
-constexpr int32_t writtenRevision = 8;
-
-constexpr const char16_t* areaUnitWords[] = {u"cm(squared)", u"cm(diameter)", u"cm(side)",
-                                             u"in(squared)", u"in(diameter)", u"in(side)"};
-constexpr const char16_t* distanceUnitWords[] = {u"cm", u"in", u"ft"};
-constexpr const char16_t* backgroundWords[] = {u"notSet", u"none", u"value", u"file"};
-constexpr const char16_t* reflectedWords[] = {u"none", u"constant", u"calculate"};
 
 CNode* addChild(CNode& parent, const char16_t* name) {
     auto* child = new CNode(CXMLFile::NODETYPE_ELEMENT, CString(name));
@@ -27,86 +19,28 @@ CNode* addChild(CNode& parent, const char16_t* name) {
     return child;
 }
 
-// One description of each element's attributes, run by a Reader or a Writer. ------------------------------------------
+// The elements whose attributes are more than one part's fields.
 
 template <class Fields>
-void bandpass(Fields&& f, Document& d) {
-    f(u"low", d.bandpassLow)(u"high", d.bandpassHigh);
-}
-template <class Fields>
-void bandpassOverride(Fields&& f, Document& d) {
-    f(u"low", d.bandpassOverrideLow)(u"high", d.bandpassOverrideHigh)(u"valid", d.bandpassOverrideValid);
-}
-template <class Fields>
-void range(Fields&& f, Document& d) {
-    f(u"value", d.range)(u"valid", d.rangeValid);
-}
-template <class Fields>
-void fov(Fields&& f, Document& d) {
-    f(u"horz", d.fovHorz)(u"vert", d.fovVert)(u"valid", d.fovValid);
-}
-template <class Fields>
 void spectralResponse(Fields&& f, Document& d, int32_t& type) {
-    f(u"file", d.spectralFile)(u"start", d.tophatStart)(u"end", d.tophatEnd)(u"delta", d.tophatDelta)(u"type", type);
+    f(u"file", d.spectralFile);
+    tophat(f, d);
+    f(u"type", type);
 }
 template <class Fields>
 void modtran(Fields&& f, Document& d) {
-    f(u"file", d.modtranFile)(u"totTransEnabled", d.totTransEnabled)(u"pathThrmlEnabled", d.pathThrmlEnabled);
+    f(u"file", d.modtranFile);
+    modtranEnabled(f, d);
 }
 template <class Fields>
 void additionalResponse(Fields&& f, RESPONCE& r) {
-    f(u"file", r.file)(u"enabled", r.enabled);
-}
-template <class Fields>
-void pageAttributes(Fields&& f, CAL_PAGE& p) {
-    f(u"radiance", p.radiance)(u"areaUnits", worded(p.areaUnits, areaUnitWords))(
-        u"distanceUnits", worded(p.distanceUnits, distanceUnitWords));
-}
-template <class Fields>
-void pageRange(Fields&& f, CAL_PAGE& p) {
-    f(u"auto", p.autoRange)(u"minCounts", p.minCounts)(u"maxCounts", p.maxCounts)(u"minRadiance", p.minRadiance)(
-        u"maxRadiance", p.maxRadiance)(u"minTemperature", p.minTemperature)(u"maxTemperature", p.maxTemperature);
-}
-template <class Fields>
-void calculatedFit(Fields&& f, int32_t& order, double& r2) {
-    f(u"order", order)(u"r2", r2);
-}
-template <class Fields>
-void overriddenFit(Fields&& f, POLY_OVERRIDE& o) {
-    f(u"order", o.order)(u"valid", o.valid);
-}
-template <class Fields>
-void tpfact(Fields&& f, CAL_PAGE& p) {
-    f(u"value", p.tpfact)(u"valid", p.tpfactValid);
-}
-template <class Fields>
-void background(Fields&& f, CAL_PAGE& p) {
-    f(u"type", worded(p.backgroundType, backgroundWords))(u"value", p.backgroundValue);
+    f(u"file", r.file);
+    responseEnabled(f, r);
 }
 template <class Fields>
 void backgroundFile(Fields&& f, BACKGROUND_FILE& b, int32_t& type) {
-    f(u"xOffset", b.xOffset)(u"yOffset", b.yOffset)(u"width", b.width)(u"height", b.height)(u"type", type);
-}
-template <class Fields>
-void check(Fields&& f, CAL_PAGE& p) {
-    f(u"counts", p.checkCounts)(u"radiance", p.checkRadiance)(u"temperature", p.checkTemperature)(u"lookup",
-                                                                                                  p.checkLookup);
-}
-template <class Fields>
-void calPoint(Fields&& f, CAL_POINT& p) {
-    f(u"enabled", p.enabled)(u"temperature", p.temperature)(u"emissivity", p.emissivity)(u"area", p.area)(
-        u"distance", p.distance)(u"radiance", p.radiance)(u"measurement", p.measurement)(
-        u"reflectedRadianceType", worded(p.reflectedRadianceType, reflectedWords))(
-        u"reflectedEmissivity", p.reflectedEmissivity)(u"reflectedTemperature", p.reflectedTemperature)(
-        u"reflectedRadiance", p.reflectedRadiance);
-}
-template <class Fields>
-void lookup(Fields&& f, CAL_PAGE& p) {
-    f(u"start", p.lookupStart)(u"end", p.lookupEnd)(u"delta", p.lookupDelta)(u"emissivity", p.lookupEmissivity);
-}
-template <class Fields>
-void tag(Fields&& f, CString& name, CString& value) {
-    f(u"name", name)(u"value", value);
+    backgroundPlace(f, b);
+    f(u"type", type);
 }
 
 // Bodies -------------------------------------------------------------------------------------------------------------
@@ -300,7 +234,7 @@ void RCalXml::load(const CNode& root) {
 CNode* RCalXml::save() const {
     Document& d = m_document;
     auto* root = new CNode(CXMLFile::NODETYPE_ELEMENT, CString(u"rcal"));
-    int32_t revision = writtenRevision;
+    int32_t revision = rcalLimits::writtenRevision;
     Writer{*root}(u"revision", revision);
     bandpass(Writer(*addChild(*root, u"bandpass")), d);
     bandpassOverride(Writer(*addChild(*root, u"bandpassOverride")), d);

@@ -88,6 +88,8 @@ void addImport(CLI::App& root);
 void addCalibrate(CLI::App& root);
 void addRender(CLI::App& root);
 void addWatch(CLI::App& root);
+void addGz(CLI::App& root);
+void addCrc(CLI::App& root);
 void addDemo(CLI::App& root);
 void addReference(CLI::App& root);
 

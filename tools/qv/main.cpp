@@ -96,6 +96,8 @@ void describe(CLI::App& root) {
     addCalibrate(root);
     addRender(root);
     addWatch(root);
+    addGz(root);
+    addCrc(root);
     addDemo(root);
     addReference(root);
 }
