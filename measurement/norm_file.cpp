@@ -68,6 +68,7 @@ void CNormFile::Destroy() {
 bool CNormFile::Load(TSharedPtr<IFile> file) {
     Destroy();
     const bool known = ReadHeader(file, m_header);
+    if (!known) m_header.type = TYPE_NONE;  // its sizes may be missing
     m_bpTol = m_header.bpTol;
     return known && loadTables(*file);
 }
