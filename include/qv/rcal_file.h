@@ -684,6 +684,7 @@ private:
     /// the index behind the sorting of points.
     int32_t propagate(RCalChange change, int32_t page = -1, int32_t index = -1);
     bool rebuildAfterLoad();
+    bool saveBinary(IFile& file);
 
     template <class Step>
     void onPages(int32_t page, Step step);
