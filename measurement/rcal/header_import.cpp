@@ -90,10 +90,11 @@ using namespace rcalHeader;
 bool isLayoutKey(const SAF_TAG& tag) {
     if (tag.name.CompareNoCase(includeKey) == 0) return true;
     const int32_t page = pageOfKey(tag.name);
+    if (page < 0) return false;
     for (const FixedKey& each : fixedKeys) {
         if (pageKey(each.stem, page).CompareNoCase(tag.name) == 0) return tag.value.Equals(each.value);
     }
-    return page >= 0;
+    return true;
 }
 
 /// The top-hat of a band has points at this step; up to this end there are few enough of them.

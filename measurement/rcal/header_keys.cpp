@@ -1,6 +1,7 @@
 #include "measurement/rcal/header_keys.h"
 
-#include <string>
+#include <algorithm>
+#include <iterator>
 
 #include "core/text.h"
 #include "qv/file_system.h"
@@ -60,23 +61,20 @@ int32_t pageOfKey(std::u16string_view name) {
 }  // namespace rcalHeader
 
 bool CRCalFile::IsReservedTagName(const char16_t* name) {
-    if (name == nullptr) return false;
-    constexpr char16_t names[] = u"HdSize|CAFile|Group|SBPUp|SBPLo|IHFOV|IVFOV|SltRng";
-    // The stem, one character, and the pages' suffixes.
-    constexpr const char16_t* coefficients[] = {
+    // A stem, for coefficients with one character more, then the page or nothing.
+    constexpr const char16_t* patterns[] = {
+        u"HdSize|CAFile|Group|SBPUp|SBPLo|IHFOV|IVFOV|SltRng",
+        u"TPFact|TPFact_0|TPFact_1|TPFact_2|TPFact_3",
+        u"BgType|BgType_0|BgType_1|BgType_2|BgType_3",
+        u"BgFile|BgFile_0|BgFile_1|BgFile_2|BgFile_3",
+        u"BgValu|BgValu_0|BgValu_1|BgValu_2|BgValu_3",
+        u"PolyOrder|PolyOrder_0|PolyOrder_1|PolyOrder_2|PolyOrder_3",
+        u"TempPolyOrder|TempPolyOrder_0|TempPolyOrder_1|TempPolyOrder_2|TempPolyOrder_3",
         u"Coeff?|Coeff?_0|Coeff?_1|Coeff?_2|Coeff?_3",
         u"TempCoeff?|TempCoeff?_0|TempCoeff?_1|TempCoeff?_2|TempCoeff?_3",
     };
-    constexpr const char16_t* stems[] = {u"TPFact", u"BgType", u"BgFile", u"BgValu", u"PolyOrder", u"TempPolyOrder"};
-    if (IFileSystem::WildcardMatch(names, name)) return true;
-    for (const char16_t* patterns : coefficients) {
-        if (IFileSystem::WildcardMatch(patterns, name)) return true;
-    }
-    for (const char16_t* stem : stems) {
-        const CString patterns = CString::FromFormat(u"%s|%s_0|%s_1|%s_2|%s_3", stem, stem, stem, stem, stem);
-        if (IFileSystem::WildcardMatch(patterns.c_str(), name)) return true;
-    }
-    return false;
+    return name != nullptr && std::any_of(std::begin(patterns), std::end(patterns),
+                                          [&](const char16_t* each) { return IFileSystem::WildcardMatch(each, name); });
 }
 
 }  // namespace qv
