@@ -19,8 +19,9 @@ namespace rcalHeader {
 
 namespace {
 
-/// More decimals than tell two numbers apart.
-constexpr size_t mostDecimals = 30;
+/// Digits that export writes, and enough to tell any two numbers apart.
+constexpr size_t writtenDigits = 7;
+constexpr size_t mostDigits = 17;
 
 std::u16string lowerCase(std::u16string_view name) {
     std::u16string lower(name);
@@ -71,13 +72,13 @@ int32_t Keys::pages() const {
 }
 
 bool agrees(const char16_t* text, double own) {
-    const std::u16string_view number(text);
-    const size_t exponent = number.find_first_of(u"eE");
-    const size_t dot = number.find(u'.');
-    const size_t end = std::min(exponent, number.find_last_not_of(u' ') + 1);
-    const size_t decimals = dot == number.npos || dot >= end ? 0 : std::min(end - dot - 1, mostDecimals);
-    const char16_t* const form = exponent == number.npos ? u"%0.*f" : u"%0.*e";
-    return text::wtof(CString::FromFormat(form, static_cast<int32_t>(decimals), own)) == text::wtof(number);
+    size_t digits = 0;  // significant ones
+    for (const char16_t ch : std::u16string_view(text)) {
+        if (ch == u'e' || ch == u'E') break;
+        if (text::isDigit(ch) && (ch != u'0' || digits != 0)) ++digits;
+    }
+    const size_t decimals = std::clamp(digits, writtenDigits, mostDigits) - 1;
+    return text::wtof(CString::FromFormat(u"%0.*e", static_cast<int32_t>(decimals), own)) == text::wtof(text);
 }
 
 }  // namespace rcalHeader

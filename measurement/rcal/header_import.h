@@ -44,7 +44,7 @@ private:
     std::unordered_map<std::u16string, const char16_t*> m_values;
 };
 
-/// A number that is written as `text` may be `own`: with as many digits, `own` is written like it.
+/// `text` says `own`: to seven digits, as export writes them, or to as many as it has when those are more.
 bool agrees(const char16_t* text, double own);
 
 }  // namespace qv::rcalHeader

@@ -188,14 +188,15 @@ TEST(RCalHeader, TakesWhatTheHeaderSaysOtherwise) {
         const char* to;
         bool changes;
     } rows[] = {
-        {"Coeff1_0 1.166667e-08", "Coeff1_0 1.1667e-08", false},
+        {"Coeff1_0 1.166667e-08", "Coeff1_0 1.1667e-08", true},
         {"Coeff1_0 1.166667e-08", "Coeff1_0 1.166668e-08", true},
         {"Coeff1_0 1.166667e-08", "Coeff1_0 1.1666666666e-08", true},  // rounded, that is ...667
         {"Coeff0_0 -5.001235e+02", "Coeff0_0 -500.12346", false},
         {"Coeff0_0 -5.001235e+02", "Coeff0_0 none", false},
         {"PolyOrder_0 1", "PolyOrder_0 0", false},
-        {"BgValu_1 3.333333e+01", "BgValu_1 33", false},
-        {"BgValu_1 3.333333e+01", "BgValu_1 34", true},
+        {"BgValu_1 3.333333e+01", "BgValu_1 33.33333", false},
+        {"BgValu_1 3.333333e+01", "BgValu_1 33", true},
+        {"TPFact_0 1.020000e+00", "TPFact_0 1", true},
         {"BgType_2 none", "BgType_2 fix", true},
     };
     const std::string whole = contentOf(include);
