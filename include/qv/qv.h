@@ -26,6 +26,7 @@
 #include "qv/log.h"
 #include "qv/memory.h"
 #include "qv/message_loop.h"
+#include "qv/norm_file.h"
 #include "qv/nullable.h"
 #include "qv/path.h"
 #include "qv/persisted_array.h"

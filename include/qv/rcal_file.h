@@ -537,7 +537,7 @@ public:
     ///
     /// First the calibration of "CAFile" is loaded, then the keys of header and include are laid over it; a name that
     /// is in both counts in the header. A key of page N ends in "_N"; one without suffix is page 0's. A number that
-    /// says what the calibration already has, to the digits that it is written with, changes nothing; any other is
+    /// says what the calibration already has, to seven digits or as many more as it has, changes nothing; any other is
     /// taken: a polynomial as a valid override (when all its coefficients are there), a band likewise, and so on.
     /// Without "CAFile" the band also becomes the top-hat. Keys with names that are not reserved become tags. Names of
     /// companions are seen from the header's folder. One that is missing or unreadable leaves its part at the default,
@@ -684,6 +684,7 @@ private:
     /// the index behind the sorting of points.
     int32_t propagate(RCalChange change, int32_t page = -1, int32_t index = -1);
     bool rebuildAfterLoad();
+    bool saveBinary(IFile& file);
 
     template <class Step>
     void onPages(int32_t page, Step step);

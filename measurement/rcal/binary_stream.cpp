@@ -93,8 +93,8 @@ bool Reader::take(Name name, void* to, size_t size) {
         if (m_at == m_filled) {
             // What is large goes past the buffer.
             const bool direct = size >= m_buffer.size();
-            const auto wanted =
-                static_cast<uint32_t>(direct ? size : std::min<int64_t>(m_left, int64_t{sizeof m_buffer}));
+            const auto wanted = static_cast<uint32_t>(direct ? static_cast<int64_t>(size)
+                                                             : std::min(m_left, static_cast<int64_t>(m_buffer.size())));
             const uint32_t got = m_file.Read(direct ? out : m_buffer.data(), wanted);
             if (got == 0 || got > wanted) {
                 refuse(name, u"a file that cannot be read");

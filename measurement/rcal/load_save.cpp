@@ -4,18 +4,18 @@
 
 #include "measurement/rcal/binary_form.h"
 #include "measurement/rcal/document.h"
+#include "measurement/rcal/files.h"
 #include "measurement/rcal/xml_form.h"
 #include "qv/diagnostic.h"
 #include "qv/spectral.h"
 
 namespace qv {
 
+using namespace rcalFiles;
 using namespace rcalLimits;
 
 namespace {
 
-constexpr uint32_t openForReading = 0x212;  // existing, read, share reading
-constexpr uint32_t openForWriting = 0x28;   // create truncating, write
 constexpr char xmlBeginning[] = "<rcal re";
 
 /// The first element of the top level.
@@ -133,10 +133,12 @@ bool CRCalFile::Save(IFileSystem* fs, const char16_t* path, uint32_t flags) {
 
 bool CRCalFile::Save(TSharedPtr<IFile> file, uint32_t flags) {
     if (!file) return false;
-    if ((flags & saveXml) == 0) return rcalBinary::save(*m_document, *file);
+    if ((flags & saveXml) == 0) return saveBinary(*file);
     CXMLFile xml;
     xml.Insert(RCalXml(*this).save(), true);
     return xml.Save(file);
 }
+
+bool CRCalFile::saveBinary(IFile& file) { return rcalBinary::save(*m_document, file); }
 
 }  // namespace qv

@@ -1,6 +1,7 @@
 #include "calibration.h"
 
 #include <iostream>
+#include <string_view>
 
 #include "command.h"
 #include "qv/diagnostic.h"
@@ -56,15 +57,23 @@ void loadCalibration(qv::CRCalFile& calibration, const std::string& path) {
     throw diagnosed(known ? Exit::damaged : Exit::wrongKind, path, "is no calibration");
 }
 
-void saveCalibration(qv::CRCalFile& calibration, const std::string& path, bool force) {
+CalibrationForm formOf(const std::string& path) {
+    char first[8] = {};
+    const qv::TSharedPtr<qv::IFile> file = qv::fileSystem().CreateFileW(wide(path).c_str(), 0x212);
+    const bool binary = file && file->ReadBytes(first, sizeof first) && std::string_view(first + 4, 4) == "RCAL";
+    return binary ? CalibrationForm::binary : CalibrationForm::xml;
+}
+
+void saveCalibration(qv::CRCalFile& calibration, const std::string& path, bool force, CalibrationForm form) {
     Target target(path, force);
+    bool saved = false;
     {
         const qv::TSharedPtr<qv::IFile> file = target.open();
         qv::ClearDiagnostic();
-        calibration.Save(file, qv::CRCalFile::saveXml);
+        saved = calibration.Save(file, form == CalibrationForm::xml ? qv::CRCalFile::saveXml : 0);
     }
-    // Writing tells of its failures by the diagnostic alone.
-    if (qv::LastDiagnostic().IsSet()) throw diagnosed(Exit::io, path, "cannot be written");
+    // The XML form tells of a failed write by the diagnostic alone.
+    if (!saved || qv::LastDiagnostic().IsSet()) throw diagnosed(Exit::io, path, "cannot be written");
     target.commit();
 }
 

@@ -12,9 +12,14 @@ namespace tool {
 /// Loads a calibration; fails with a sentence.
 void loadCalibration(qv::CRCalFile& calibration, const std::string& path);
 
-/// Writes a calibration's XML form, whole or not at all; fails with a sentence, also when the place is taken and not
-/// `force`.
-void saveCalibration(qv::CRCalFile& calibration, const std::string& path, bool force);
+/// The two forms of a calibration's file.
+enum class CalibrationForm { xml, binary };
+/// That of an existing file.
+CalibrationForm formOf(const std::string& path);
+
+/// Writes a calibration, whole or not at all; fails with a sentence, also when the place is taken and not `force`.
+void saveCalibration(qv::CRCalFile& calibration, const std::string& path, bool force,
+                     CalibrationForm form = CalibrationForm::xml);
 
 /// A response of a calibration and what became of it.
 struct ResponseState {

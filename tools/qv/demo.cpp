@@ -203,9 +203,14 @@ Exit demonstrate(const Options& options) {
                 "--reflected", exact(demo::Scene::surroundingsCelsius), "-o", celsius},
                true);
     folder.run({"render", celsius, "--frame", "12", "-o", picture}, true);
+    const std::string binary = folder.file("camera.bin");
+    const std::string header = folder.file("header.cal");
+    folder.run({"rcal", "convert", calibration, "-o", binary}, true);
+    folder.run({"rcal", "export", calibration, "-o", header}, true);
     const Exit result = compare(celsius);
-    std::cout << "\nResults:\n  " << calibration << "  the calibration\n  " << celsius
-              << "  temperatures, 32-bit floats\n  " << picture << "  frame 12 as a picture\n";
+    std::cout << "\nResults:\n  " << calibration << "  the calibration\n  " << binary << "  the same in binary form\n  "
+              << header << "  the same as a text header\n  " << celsius << "  temperatures, 32-bit floats\n  "
+              << picture << "  frame 12 as a picture\n";
     return result;
 }
 

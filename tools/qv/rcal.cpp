@@ -11,6 +11,7 @@
 #include "json.h"
 #include "points_csv.h"
 #include "qv/diagnostic.h"
+#include "rcal_forms.h"
 #include "rcal_report.h"
 #include "source.h"
 #include "text.h"
@@ -266,7 +267,7 @@ void saveInPlace(qv::CRCalFile& calibration, const Options& options) {
     if (options.dryRun) {
         remark("qv: " + options.file + ": is left as it is (--dry-run)");
     } else {
-        saveCalibration(calibration, options.file, true);
+        saveCalibration(calibration, options.file, true, formOf(options.file));
     }
 }
 
@@ -502,6 +503,7 @@ void addRcal(CLI::App& root) {
     verb->add_option("--max-residual", options->limits.residual, "Largest residual of a point [K] (1)");
     verb->add_option("--max-left-out", options->limits.leftOut, "Largest error at a point that was left out [K] (2)");
     verb->add_option("--max-reverse", options->limits.reverse, "Largest error of the reverse polynomial [K] (0.5)");
+    addRcalForms(*rcal);
 }
 
 }  // namespace tool
