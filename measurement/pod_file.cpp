@@ -257,6 +257,7 @@ bool CPODFile::AddRow() { return nDPs() < none - 1 && AllocRows(nDPs() + 1); }
 bool CPODFile::AllocRows(uint32_t count) {
     return m_open && count < none && Private::guarded([&] {
                for (; m_rows->rows() < count; m_modified = true) m_rows->addRow();
+               m_rows->fitWindow();
                return true;
            });
 }

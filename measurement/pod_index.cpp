@@ -12,8 +12,10 @@ namespace qv::Private {
 namespace {
 
 constexpr uint32_t blockBytes = 0x80000;
-/// What the index keeps in memory. A row that is reached out of order costs a write and a read of as much.
-constexpr uint32_t windowBytes = 0x2000;
+/// What the index keeps in memory. Going through the rows in order is fastest with a large window; a row that is
+/// reached out of order costs a write and a read of the whole window, and wants a small one.
+constexpr uint32_t largeWindow = 0x80000;
+constexpr uint32_t smallWindow = 0x1000;
 /// An index may take this much, or so many times what the file has: lines are short of fields at times, but a file of
 /// empty lines and thousands of columns is not a table that somebody wants to fill the disk with.
 constexpr uint64_t indexBytes = uint64_t{1} << 30;
@@ -91,7 +93,7 @@ private:
 }  // namespace
 
 PodRows::PodRows(uint32_t columns)
-    : m_rows(nullptr, windowBytes), m_diffFile(fileSystem().CreateTempFile()), m_inUse(columns, 1), m_diffs(diffSlots) {
+    : m_rows(nullptr, largeWindow), m_diffFile(fileSystem().CreateTempFile()), m_inUse(columns, 1), m_diffs(diffSlots) {
     if (!m_diffFile) throw CRuntimeErrorException(u"There is no temporary file to be had.");
     for (DIFF_ENTRY& item : m_diffs) item.row = IPODFile::none;
     m_rows.SetElementSize(entryBytes());
@@ -100,7 +102,16 @@ PodRows::PodRows(uint32_t columns)
 bool PodRows::index(TSharedPtr<IFile> file) {
     m_file = file;
     m_fileColumns = static_cast<uint32_t>(m_inUse.size());
-    return Indexer(*file, m_rows, m_fileColumns, entryBytes()).run();
+    if (!Indexer(*file, m_rows, m_fileColumns, entryBytes()).run()) return false;
+    fitWindow();
+    return true;
 }
+
+void PodRows::fitWindow() {
+    const uint64_t bytes = uint64_t{rows()} * entryBytes();
+    if (m_rows.GetCacheCapacity() > 1 && bytes > largeWindow) m_rows.SetCacheBytes(smallWindow);
+}
+
+void PodRows::expectOrder() { m_rows.SetCacheBytes(largeWindow); }
 
 }  // namespace qv::Private

@@ -37,12 +37,27 @@ void PodRows::put(uint32_t column, uint32_t row, const char16_t* text) {
     // The text may stand in the slot that has to make room.
     char16_t copy[podCellChars];
     copyPodText(copy, podCellChars, text);
-    CACHE_COL_ENTRY& to = m_cache[moveRowToCache(row)].columns[column];
+    const uint32_t slot = moveRowToCache(row);
+    CACHE_COL_ENTRY& to = m_cache[slot].columns[column];
     std::memcpy(to.value, copy, sizeof copy);
     to.flags |= CACHE_COL_ENTRY::changed;
+    m_cache[slot].changed = true;
 }
 
 // The row cache ------------------------------------------------------------------------------------------------------
+
+/// What is known of a row: in its slot while it is cached, otherwise in the index.
+const ROW_ENTRY& PodRows::entry(uint32_t row) {
+    const uint32_t slot = slotOf(row);
+    return slot < cacheSlots ? *reinterpret_cast<const ROW_ENTRY*>(m_cache[slot].entry.data()) : m_rows[row];
+}
+
+COL_ENTRY& PodRows::cellToChange(uint32_t row, uint32_t column) {
+    const uint32_t slot = slotOf(row);
+    if (slot == cacheSlots) return m_rows[row].columns()[column];
+    m_cache[slot].changed = true;
+    return reinterpret_cast<ROW_ENTRY*>(m_cache[slot].entry.data())->columns()[column];
+}
 
 /// The slot that holds a row; cacheSlots when none does.
 uint32_t PodRows::slotOf(uint32_t row) const {
@@ -63,11 +78,14 @@ uint32_t PodRows::freeCacheSlot() {
 uint32_t PodRows::moveRowToCache(uint32_t row) {
     if (const uint32_t slot = slotOf(row); slot < cacheSlots) return slot;
     const uint32_t slot = freeCacheSlot();
-    std::vector<CACHE_COL_ENTRY>& cells = m_cache[slot].columns;
+    CACHE_ROW_ENTRY& cached = m_cache[slot];
+    std::vector<CACHE_COL_ENTRY>& cells = cached.columns;
     const auto count = static_cast<uint32_t>(m_inUse.size());
     if (cells.size() < count) cells.resize(count);
     m_fields.resize(count);
-    ROW_ENTRY& entry = this->entry(row);
+    const unsigned char* const indexed = m_rows.GetBytes(row);
+    cached.entry.assign(indexed, indexed + entryBytes());
+    auto& entry = *reinterpret_cast<ROW_ENTRY*>(cached.entry.data());
     COL_ENTRY* const columns = entry.columns();
     const auto inFile = [](const COL_ENTRY& cell) { return cell.state == PodState::inFile; };
     if (std::any_of(columns, columns + count, inFile)) splitPodLine(readLine(entry), m_fields);
@@ -97,24 +115,29 @@ uint32_t PodRows::moveRowToCache(uint32_t row) {
         columns[i].state = PodState::inRowCache;
         columns[i].cacheSlot = static_cast<uint8_t>(slot);
     }
-    m_cache[slot].row = row;
+    cached.row = row;
+    cached.changed = false;
     return slot;
 }
 
-/// First every change gets a place, which may fail half-way, then the cells are told: they stay in the row cache until
+/// First every change gets a place, which may fail half-way, then the index is told: the row stays in the cache until
 /// all is done.
 void PodRows::moveRowToDiffCache(uint32_t slot) {
     CACHE_ROW_ENTRY& cached = m_cache[slot];
-    const auto count = static_cast<uint32_t>(m_inUse.size());
-    for (uint32_t i = 0; i < count; ++i) {
-        const bool changed = (cached.columns[i].flags & CACHE_COL_ENTRY::changed) != 0;
-        if (changed && m_inUse[i] != 0) storeDiff(cached.row, i, cached.columns[i].value);
-    }
-    ROW_ENTRY& entry = this->entry(cached.row);
-    for (uint32_t i = 0; i < count; ++i) {
-        COL_ENTRY& cell = entry.columns()[i];
-        cell.state = stored(cell, i, entry.hasLine());
-        cell.cacheSlot = COL_ENTRY::noSlot;
+    if (cached.changed) {
+        const auto count = static_cast<uint32_t>(m_inUse.size());
+        for (uint32_t i = 0; i < count; ++i) {
+            const bool changed = (cached.columns[i].flags & CACHE_COL_ENTRY::changed) != 0;
+            if (changed && m_inUse[i] != 0) storeDiff(cached.row, i, cached.columns[i].value);
+        }
+        unsigned char* const indexed = m_rows.GetBytes(cached.row);
+        auto& entry = *reinterpret_cast<ROW_ENTRY*>(cached.entry.data());
+        for (uint32_t i = 0; i < count; ++i) {
+            COL_ENTRY& cell = entry.columns()[i];
+            cell.state = stored(cell, i, entry.hasLine());
+            cell.cacheSlot = COL_ENTRY::noSlot;
+        }
+        std::memcpy(indexed, cached.entry.data(), entryBytes());
     }
     cached.row = IPODFile::none;
 }
@@ -146,10 +169,10 @@ uint32_t PodRows::freeDiffSlot() {
 
 /// Puts the text of a changed cell into its diff slot, or a new one.
 void PodRows::storeDiff(uint32_t row, uint32_t column, const char16_t* text) {
-    uint32_t slot = cell(row, column).diffSlot;
+    uint32_t slot = cellToChange(row, column).diffSlot;
     if (slot == COL_ENTRY::noSlot) {
         slot = freeDiffSlot();
-        cell(row, column).diffSlot = static_cast<uint8_t>(slot);
+        cellToChange(row, column).diffSlot = static_cast<uint8_t>(slot);
         m_diffs[slot].row = row;
         m_diffs[slot].column = column;
     }
@@ -159,7 +182,7 @@ void PodRows::storeDiff(uint32_t row, uint32_t column, const char16_t* text) {
 /// A cell keeps its record: the file grows with the cells that were ever changed, not with their changes.
 void PodRows::moveItemToDiffFile(uint32_t slot) {
     DIFF_ENTRY& item = m_diffs[slot];
-    COL_ENTRY& owner = cell(item.row, item.column);
+    COL_ENTRY& owner = cellToChange(item.row, item.column);
     const bool isNew = owner.diffRecord == COL_ENTRY::noRecord;
     const uint32_t record = isNew ? m_diffRecords : owner.diffRecord;
     const int64_t at = int64_t{record} * int64_t{sizeof(DIFF_ENTRY)};
@@ -185,7 +208,7 @@ void PodRows::readDiff(uint32_t record, DIFF_ENTRY& item) {
 
 void PodRows::addRow() {
     const uint32_t row = m_rows.size();
-    ROW_ENTRY& entry = this->entry(row);
+    ROW_ENTRY& entry = m_rows[row];
     entry.offset = 0;
     entry.length = 0;
     for (uint32_t i = 0; i < m_inUse.size(); ++i) entry.columns()[i].Init();
@@ -204,15 +227,17 @@ void PodRows::removeRow(uint32_t row) {
 void PodRows::addColumn() {
     emptyRowCache();
     const auto column = static_cast<uint32_t>(m_inUse.size());
+    expectOrder();
     m_rows.SetElementSize(entryBytes(column + 1));
     m_inUse.push_back(1);
-    for (uint32_t row = 0; row < m_rows.size(); ++row) cell(row, column).Init();
+    for (uint32_t row = 0; row < m_rows.size(); ++row) m_rows[row].columns()[column].Init();
+    fitWindow();
 }
 
 void PodRows::removeColumn(uint32_t column) {
     for (DIFF_ENTRY& item : m_diffs) {
         if (item.row == IPODFile::none || item.column != column) continue;
-        COL_ENTRY& owner = cell(item.row, column);
+        COL_ENTRY& owner = cellToChange(item.row, column);
         owner.diffSlot = COL_ENTRY::noSlot;
         if (owner.state == PodState::inDiffCache) owner.state = PodState::removed;
         item.row = IPODFile::none;
@@ -240,7 +265,7 @@ void PodRows::appendLine(std::string& out, uint32_t row, uint32_t last) {
     const auto count = static_cast<uint32_t>(m_inUse.size());
     m_fields.resize(count);
     const ROW_ENTRY& entry = this->entry(row);
-    const COL_ENTRY* const cells = const_cast<ROW_ENTRY&>(entry).columns();
+    const COL_ENTRY* const cells = entry.columns();
     if (entry.hasLine()) splitPodLine(readAhead(entry), m_fields);
     for (uint32_t i = 0; i < count; ++i) {
         if (m_inUse[i] == 0) continue;

@@ -49,6 +49,7 @@ struct ROW_ENTRY {
 
     bool hasLine() const { return length != 0; }
     COL_ENTRY* columns() { return reinterpret_cast<COL_ENTRY*>(this + 1); }
+    const COL_ENTRY* columns() const { return reinterpret_cast<const COL_ENTRY*>(this + 1); }
 };
 #pragma pack(pop)
 static_assert(sizeof(COL_ENTRY) == 10 && sizeof(ROW_ENTRY) == 6);
@@ -64,6 +65,10 @@ struct CACHE_COL_ENTRY {
 struct CACHE_ROW_ENTRY {
     std::vector<CACHE_COL_ENTRY> columns;
     uint32_t row = IPODFile::none;  ///< `none`: free.
+    /// The row's entry while it is here. The index keeps the one from before, which is right again when the row goes,
+    /// unless something of it was changed.
+    std::vector<uint8_t> entry;
+    bool changed = false;
 };
 
 /// A changed cell: a slot of the diff cache and, byte for byte, a record of the diff file.
@@ -104,6 +109,11 @@ public:
     void addColumn();
     void removeColumn(uint32_t column);
 
+    /// The next calls go through the rows in order, until fitWindow().
+    void expectOrder();
+    /// Suits the window of the index to rows that are reached in any order.
+    void fitWindow();
+
     /// Appends the line of a row as it is written, columns in use alone. Values that were not changed go over as the
     /// bytes that they are in the file. `last` is the last column in use.
     void appendLine(std::string& out, uint32_t row, uint32_t last);
@@ -113,8 +123,8 @@ private:
     static constexpr uint32_t cacheSlots = 64;
     static constexpr uint32_t diffSlots = 32;
 
-    ROW_ENTRY& entry(uint32_t row) { return m_rows[row]; }
-    COL_ENTRY& cell(uint32_t row, uint32_t column) { return entry(row).columns()[column]; }
+    const ROW_ENTRY& entry(uint32_t row);
+    COL_ENTRY& cellToChange(uint32_t row, uint32_t column);
     PodState stored(const COL_ENTRY& cell, uint32_t column, bool hasLine) const;
 
     uint32_t slotOf(uint32_t row) const;

@@ -102,11 +102,14 @@ bool CPODFile::write(CSAFFile& header, IFile& file, bool addPad) {
     if (file.GetSize() != int64_t{header.HeaderSize()} + (addPad ? safPad::fresh : 0)) return false;
     Private::PodWriter writer(file);
     if (!writeDescriptions(header, writer)) return false;
-    for (uint32_t row = 0; row < nDPs(); ++row) {
+    bool written = true;
+    m_rows->expectOrder();
+    for (uint32_t row = 0; written && row < nDPs(); ++row) {
         m_rows->appendLine(writer.block(), row, last);
-        if (!writer.endLine(Private::podLineBytes, u"a row")) return false;
+        written = writer.endLine(Private::podLineBytes, u"a row");
     }
-    return writer.flush();
+    m_rows->fitWindow();
+    return written && writer.flush();
 }
 
 bool CPODFile::writeDescriptions(CSAFFile& header, Private::PodWriter& writer) {
