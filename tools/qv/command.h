@@ -87,6 +87,7 @@ void addImport(CLI::App& root);
 void addCalibrate(CLI::App& root);
 void addRender(CLI::App& root);
 void addWatch(CLI::App& root);
+void addTable(CLI::App& root);
 void addDemo(CLI::App& root);
 void addReference(CLI::App& root);
 
