@@ -19,21 +19,27 @@ struct Part {
     double weight = 0.0;
 };
 
-/// False for a percent sign without "f(k)" or "d(k)" behind it.
+/// Takes a part off the front of a format that is not empty. False for a percent sign without "f(k)" or "d(k)" behind.
+bool takePart(std::u16string_view& format, Part& part) {
+    if (format[0] != u'%') {
+        part = {format[0]};
+        format.remove_prefix(1);
+        return true;
+    }
+    if (format.size() < 4 || (format[1] != u'f' && format[1] != u'd') || format[2] != u'(') return false;
+    const bool isInteger = format[1] == u'd';
+    format.remove_prefix(3);
+    const auto weight = text::readNumber<double>(format);
+    if (weight.used == 0 || weight.used >= format.size() || format[weight.used] != u')') return false;
+    part = {0, isInteger, weight.value};
+    format.remove_prefix(weight.used + 1);
+    return true;
+}
+
 bool parseFormat(std::u16string_view format, std::vector<Part>& parts) {
     while (!format.empty()) {
-        if (format[0] != u'%') {
-            parts.push_back({format[0]});
-            format.remove_prefix(1);
-            continue;
-        }
-        if (format.size() < 4 || (format[1] != u'f' && format[1] != u'd') || format[2] != u'(') return false;
-        const bool isInteger = format[1] == u'd';
-        format.remove_prefix(3);
-        const auto weight = text::readNumber<double>(format);
-        if (weight.used == 0 || weight.used >= format.size() || format[weight.used] != u')') return false;
-        parts.push_back({0, isInteger, weight.value});
-        format.remove_prefix(weight.used + 1);
+        parts.emplace_back();
+        if (!takePart(format, parts.back())) return false;
     }
     return true;
 }
@@ -92,11 +98,11 @@ bool distribute(double value, const std::vector<Part>& parts, std::vector<double
 }  // namespace
 
 bool IPODFile::GetValue(double& value, const char16_t* data, const char16_t* format) {
-    std::vector<Part> parts;
-    if (!parseFormat(viewOf(format), parts)) return false;
-    std::u16string_view left = viewOf(data);
+    std::u16string_view pattern = viewOf(format), left = viewOf(data);
+    const bool isEmpty = pattern.empty();
     double sum = 0.0;
-    for (const Part& part : parts) {
+    for (Part part; !pattern.empty();) {
+        if (!takePart(pattern, part)) return false;
         if (part.literal != 0) {
             if (left.empty() || left[0] != part.literal) return false;
             left.remove_prefix(1);
@@ -106,7 +112,7 @@ bool IPODFile::GetValue(double& value, const char16_t* data, const char16_t* for
         }
     }
     while (!left.empty() && text::isSpace(left[0])) left.remove_prefix(1);
-    if (!parts.empty() && !left.empty()) return false;
+    if (!isEmpty && !left.empty()) return false;
     value = sum;
     return true;
 }

@@ -76,7 +76,8 @@ uint32_t PodRows::freeCacheSlot() {
 }
 
 uint32_t PodRows::moveRowToCache(uint32_t row) {
-    if (const uint32_t slot = slotOf(row); slot < cacheSlots) return slot;
+    if (m_cache[m_lastSlot].row == row) return m_lastSlot;  // the next cell of a row
+    if (const uint32_t slot = slotOf(row); slot < cacheSlots) return m_lastSlot = slot;
     const uint32_t slot = freeCacheSlot();
     CACHE_ROW_ENTRY& cached = m_cache[slot];
     std::vector<CACHE_COL_ENTRY>& cells = cached.columns;
@@ -117,7 +118,7 @@ uint32_t PodRows::moveRowToCache(uint32_t row) {
     }
     cached.row = row;
     cached.changed = false;
-    return slot;
+    return m_lastSlot = slot;
 }
 
 /// First every change gets a place, which may fail half-way, then the index is told: the row stays in the cache until
@@ -148,11 +149,24 @@ void PodRows::emptyRowCache() {
     }
 }
 
+/// A line that follows the last one comes out of a large block, another one is read alone.
 std::string_view PodRows::readLine(const ROW_ENTRY& row) {
-    if (!m_file) throwFileFailed(u"the line of a row", row.offset);
-    m_file->SetPosition(row.offset);
-    if (!m_file->ReadBytes(m_line, row.length)) throwFileFailed(u"the line of a row", row.offset);
-    return {m_line, row.length};
+    const int64_t begin = row.offset, end = begin + row.length;
+    const bool inBlock = begin >= m_blockAt && end <= m_blockAt + static_cast<int64_t>(m_block.size());
+    const bool follows = begin == m_nextLine;
+    m_nextLine = end;
+    if (inBlock) return std::string_view(m_block).substr(static_cast<size_t>(begin - m_blockAt), row.length);
+    if (!m_file) throwFileFailed(u"the line of a row", begin);
+    m_file->SetPosition(begin);
+    if (!follows) {
+        if (!m_file->ReadBytes(m_line, row.length)) throwFileFailed(u"the line of a row", begin);
+        return {m_line, row.length};
+    }
+    m_block.resize(readAheadBytes);
+    m_block.resize(m_file->Read(m_block.data(), readAheadBytes));
+    m_blockAt = begin;
+    if (m_block.size() < row.length) throwFileFailed(u"the line of a row", begin);
+    return std::string_view(m_block).substr(0, row.length);
 }
 
 // Changes ------------------------------------------------------------------------------------------------------------
@@ -247,26 +261,12 @@ void PodRows::removeColumn(uint32_t column) {
 
 // Saving -------------------------------------------------------------------------------------------------------------
 
-/// As readLine, out of a large block: rows follow each other in the file.
-std::string_view PodRows::readAhead(const ROW_ENTRY& row) {
-    const int64_t blockEnd = m_blockAt + static_cast<int64_t>(m_block.size());
-    if (row.offset < m_blockAt || int64_t{row.offset} + row.length > blockEnd) {
-        if (!m_file) throwFileFailed(u"the line of a row", row.offset);
-        m_block.resize(readAheadBytes);
-        m_file->SetPosition(row.offset);
-        m_block.resize(m_file->Read(m_block.data(), readAheadBytes));
-        m_blockAt = row.offset;
-        if (m_block.size() < row.length) throwFileFailed(u"the line of a row", row.offset);
-    }
-    return std::string_view(m_block).substr(static_cast<size_t>(row.offset - m_blockAt), row.length);
-}
-
 void PodRows::appendLine(std::string& out, uint32_t row, uint32_t last) {
     const auto count = static_cast<uint32_t>(m_inUse.size());
     m_fields.resize(count);
     const ROW_ENTRY& entry = this->entry(row);
     const COL_ENTRY* const cells = entry.columns();
-    if (entry.hasLine()) splitPodLine(readAhead(entry), m_fields);
+    if (entry.hasLine()) splitPodLine(readLine(entry), m_fields);
     for (uint32_t i = 0; i < count; ++i) {
         if (m_inUse[i] == 0) continue;
         appendCell(out, cells[i], i, entry.hasLine());
@@ -304,7 +304,7 @@ void PodRows::lineInfo(uint32_t row, CPODFile::LINE_INFO& info) {
     info.length = entry.length;
     // One field for each byte is more than there are.
     m_fields.resize(info.length);
-    info.fields = splitPodLine(readAhead(entry), m_fields);
+    info.fields = splitPodLine(readLine(entry), m_fields);
     for (uint32_t i = 0; i < info.fields; ++i) {
         if (m_fields[i].size() >= podCellChars) info.cut += text::convertedLength(m_fields[i]) >= podCellChars ? 1 : 0;
     }

@@ -137,7 +137,6 @@ private:
     uint32_t freeDiffSlot();
     void emptyRowCache();
     std::string_view readLine(const ROW_ENTRY& row);
-    std::string_view readAhead(const ROW_ENTRY& row);
     void appendCell(std::string& out, const COL_ENTRY& cell, uint32_t column, bool hasLine);
 
     TPersistedArray<ROW_ENTRY> m_rows;
@@ -147,13 +146,15 @@ private:
     uint32_t m_fileColumns = 0;  ///< Columns that the lines of the file have.
     uint32_t m_diffRecords = 0;
     uint32_t m_cacheCursor = 0;  ///< Next slot to evict.
+    uint32_t m_lastSlot = 0;     ///< That a cell was asked of.
     uint32_t m_diffCursor = 0;
     CACHE_ROW_ENTRY m_cache[cacheSlots];
     std::vector<DIFF_ENTRY> m_diffs;
     std::vector<std::string_view> m_fields;
     char m_line[podLineBytes];
-    std::string m_block;  ///< Read ahead for saving.
+    std::string m_block;  ///< Lines read ahead.
     int64_t m_blockAt = 0;
+    int64_t m_nextLine = -1;  ///< Where the line behind the last one begins.
 };
 
 }  // namespace qv::Private
