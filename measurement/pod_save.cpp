@@ -18,6 +18,18 @@ namespace {
 constexpr uint32_t openForReading = 0x212;  // existing, read, share reading
 constexpr uint32_t openForCreating = 0x28;  // create truncating, write
 
+/// Copies a finished file and closes the copy. One that did not take everything is deleted.
+bool copyWhole(TSharedPtr<IFile> from, TSharedPtr<IFile>& to, IFileSystem* fs, const CString& path) {
+    from->SeekToBegin();
+    const bool copied = IFileSystem::CopyFileW(from, to) && to->GetSize() == from->GetSize();
+    to.Release();
+    if (!copied) {
+        fs->DeleteFileW(path.c_str());
+        SetDiagnostic(path, u"room for the table", u"a short write");
+    }
+    return copied;
+}
+
 }  // namespace
 
 namespace Private {
@@ -77,8 +89,7 @@ bool CPODFile::Save(IFileSystem* fs, const char16_t* path, bool reloadHeader, bo
         if (!temporary || !write(header, *temporary, addPad)) return false;
         if (isOwnPath(fs, kept.c_str())) return replaceOwn(temporary, fs, kept);
         TSharedPtr<IFile> target = fs->CreateFileW(kept.c_str(), openForCreating);
-        temporary->SeekToBegin();
-        if (!target || !IFileSystem::CopyFileW(temporary, target)) return false;
+        if (!target || !copyWhole(temporary, target, fs, kept)) return false;
         m_header = header;
         m_modified = false;
         return true;
@@ -148,11 +159,10 @@ bool CPODFile::replaceOwn(TSharedPtr<IFile> temporary, IFileSystem* fs, const CS
         SetDiagnostic(path, why.expected, why.found);
         return false;
     }
-    temporary->SeekToBegin();
-    const bool copied = IFileSystem::CopyFileW(temporary, target);
-    target.Release();
+    const bool copied = copyWhole(temporary, target, fs, path);
     if (copied && Load(fs, path.c_str(), true)) return true;
     const CDiagnostic why = LastDiagnostic();
+    temporary->SeekToBegin();
     m_header.Load(temporary);
     if (!attach(temporary, m_header.GetDataPosition())) {
         Destroy();

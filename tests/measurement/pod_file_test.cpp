@@ -6,6 +6,7 @@
 #include <cmath>
 #include <cstring>
 #include <random>
+#include <sstream>
 #include <string>
 #include <vector>
 
@@ -376,196 +377,71 @@ TEST(PodFormat, ReadsAndWritesByAPattern) {
     EXPECT_EQ(narrow(text.c_str()), "1:0");
 }
 
-/// A table in memory: rows of "name unit", then rows of cells.
-void fill(CPODFile& table, const std::vector<std::string>& columns, const std::vector<std::vector<std::string>>& rows) {
+std::vector<std::string> split(const std::string& text, char at) {
+    std::vector<std::string> parts;
+    std::istringstream in(text);
+    for (std::string part; std::getline(in, part, at);) parts.push_back(part);
+    return parts;
+}
+
+/// A table of "name unit;name unit" and of "cell,cell;cell,cell", a row each.
+void fill(CPODFile& table, const std::string& columns, const std::string& cells) {
     ASSERT_TRUE(table.New());
-    for (const std::string& column : columns) {
-        const size_t blank = column.find(' ');
-        ASSERT_TRUE(
-            table.AddColumn(wide(column.substr(0, blank)).c_str(), u"U", wide(column.substr(blank + 1)).c_str(), u""));
+    for (const std::string& column : split(columns, ';')) {
+        const auto words = split(column, ' ');
+        ASSERT_TRUE(table.AddColumn(wide(words[0]).c_str(), u"U", wide(words[1]).c_str(), u""));
     }
-    ASSERT_TRUE(table.AllocRows(static_cast<uint32_t>(rows.size())));
-    for (uint32_t row = 0; row < rows.size(); ++row) {
-        for (uint32_t i = 0; i < rows[row].size(); ++i) ASSERT_TRUE(table.PutValue(i, row, wide(rows[row][i]).c_str()));
+    for (const std::string& row : split(cells, ';')) {
+        ASSERT_TRUE(table.AddRow());
+        const auto texts = split(row, ',');
+        for (uint32_t i = 0; i < texts.size(); ++i) {
+            ASSERT_TRUE(table.PutValue(i, table.nDPs() - 1, wide(texts[i]).c_str()));
+        }
     }
 }
 
 TEST(PodMerge, WorkedByHand) {
+    const char toLetter[] = "interpolated, out of range, to the letter", turned[] = "a first key lower; a turn apart";
+    enum { text = 0, number = 1, days = 2 };
     const struct {
-        const char* name;
-        const char* toKey;  ///< With its unit.
-        std::vector<std::vector<std::string>> to;
-        const char* addKey;
-        const char* addColumn;
-        std::vector<std::vector<std::string>> add;
-        bool interpolate, rollOver;
-        const char* cells;  ///< Empty for a failure.
-        const char* error;
+        const char *name, *to, *toCells, *add, *addCells;
+        int mode;
+        const char* outcome;  ///< Rows, or a sentence.
         uint32_t matched;
     } rows[] = {
-        {"interpolated, out of range, to the letter",
-         "t sec",
-         {{"0.5"}, {"1"}, {"2.5"}, {"4"}},
-         "t sec",
-         "v m",
-         {{"1", "10.00"}, {"2", "20"}, {"3", "40"}},
-         true,
-         false,
-         "0.5|\n1|10.00\n2.5|30\n4|\n",
-         "No Error.",
-         2},
-        {"any order; an empty value is none",
-         "t sec",
-         {{"2.5"}, {"1"}, {"3"}},
-         "t SECONDS",
-         "v m",
-         {{"3", "40"}, {"1", "10"}, {"2", ""}},
-         true,
-         false,
-         "2.5|\n1|10\n3|40\n",
-         "No Error.",
+        {toLetter, "t sec", "0.5;1;2.5;4", "t sec;v m", "1,10.00;2,20;3,40", number, "0.5|\n1|10.00\n2.5|30\n4|\n", 2},
+        {"any order; an empty value", "t sec", "2.5;1;3", "t seconds;v m", "3,40;1,10;2,", number, "2.5|\n1|10\n3|40\n",
          3},
-        {"text by the nearest key",
-         "t sec",
-         {{"1.4"}, {"1.5"}, {"1.6"}, {"9"}},
-         "t sec",
-         "v m",
-         {{"1", "a b"}, {"2", "c"}},
-         false,
-         false,
-         "1.4|a b\n1.5|a b\n1.6|c\n9|\n",
-         "No Error.",
-         3},
-        {"units of keys and values",
-         "t sec;v ft",
-         {{"90", "7"}, {"300", "7"}},
-         "t min",
-         "v m",
-         {{"1", "2"}, {"2", "4"}},
-         true,
-         false,
-         "90|9.852\n300|7\n",
-         "No Error.",
-         1},
-        {"degrees turn over in both",
-         "az degrees",
-         {{"352"}, {"358"}, {"4"}},
-         "az degrees",
-         "v m",
-         {{"350", "0"}, {"10", "20"}},
-         true,
-         false,
-         "352|2\n358|8\n4|14\n",
-         "No Error.",
-         3},
-        {"a first key below its second; a turn apart",
-         "az degrees",
-         {{"4"}, {"100"}},
-         "az degrees",
-         "v m",
-         {{"5", "15"}, {"355", "5"}, {"350", "0"}},
-         true,
-         false,
-         "4|14\n100|\n",
-         "No Error.",
-         1},
-        {"IRIG is not cyclic by itself",
-         "t IRIG",
-         {{"86399"}, {"43200"}},
-         "t IRIG",
-         "v m",
-         {{"86398", "0"}, {"2", "4"}},
-         true,
-         false,
-         "86399|\n43200|2\n",
-         "No Error.",
-         1},
-        {"days roll over",
-         "t IRIG",
-         {{"86399"}, {"1"}, {"0"}},
-         "t IRIG",
-         "v m",
-         {{"86398", "0"}, {"2", "4"}},
-         true,
-         true,
-         "86399|1\n1|3\n0|\n",
-         "No Error.",
-         2},
-        {"no key column",
-         "t sec",
-         {{"1"}},
-         "u sec",
-         "v m",
-         {{"1", "1"}},
-         true,
-         false,
-         "",
-         "Key column does not exist in pod file or add file.",
+        {"nearest text", "t sec", "1.4;1.5;1.6;9", "t sec;v m", "1,a b;2,c", text, "1.4|a b\n1.5|a b\n1.6|c\n9|\n", 3},
+        {"units", "t sec;v ft", "90,7;300,7", "t min;v m", "1,2;2,4", number, "90|9.852\n300|7\n", 1},
+        {"degrees", "t degrees", "352;358;4", "t degrees;v m", "350,0;10,20", number, "352|2\n358|8\n4|14\n", 3},
+        {turned, "t degrees", "4;100", "t degrees;v m", "5,15;355,5;350,0", number, "4|14\n100|\n", 1},
+        {"IRIG is not cyclic", "t IRIG", "86399;43200", "t IRIG;v m", "86398,0;2,4", number, "86399|\n43200|2\n", 1},
+        {"days", "t IRIG", "86399;1;0", "t IRIG;v m", "86398,0;2,4", number | days, "86399|1\n1|3\n0|\n", 2},
+        {"days", "t m", "5;3", "t m;v m", "4,0;86404,86400", number | days, "5|1\n3|86399\n", 2},
+        {"no key", "t sec", "1", "u sec;v m", "1,1", number, "Key column does not exist in pod file or add file.", 0},
+        {"no column", "t sec", "1", "t sec;w m", "1,1", number, "Add column does not exists in add file.", 0},
+        {"key", "t m", "1;x", "t m;v m", "1,1", number, "Could not get value from data \"x\" with format \"%f(1)\".",
          0},
-        {"no add column",
-         "t sec",
-         {{"1"}},
-         "t sec",
-         "w m",
-         {{"1", "1"}},
-         true,
-         false,
-         "",
-         "Add column does not exists in add file.",
+        {"value", "t m", "1", "t m;v m", "1,a", number, "Could not get value from data \"a\" with format \"%f(1)\".",
          0},
-        {"a key that does not read",
-         "t sec",
-         {{"1"}, {"x"}},
-         "t sec",
-         "v m",
-         {{"1", "1"}},
-         true,
-         false,
-         "",
-         "Could not get value from data \"x\" with format \"%f(1)\".",
-         0},
-        {"a value that does not read",
-         "t sec",
-         {{"1"}},
-         "t sec",
-         "v m",
-         {{"1", "1"}, {"2", "abc"}},
-         true,
-         false,
-         "",
-         "Could not get value from data \"abc\" with format \"%f(1)\".",
-         0},
-        {"a unit without conversion",
-         "t sec;v feet",
-         {{"1"}},
-         "t sec",
-         "v sec",
-         {{"1", "1"}},
-         true,
-         false,
-         "",
-         "No appropriate conversion available.",
-         0},
+        {"units", "t sec;v ft", "1", "t sec;v sec", "1,1", number, "No appropriate conversion available.", 0},
     };
     for (const auto& row : rows) {
         CPODFile to, add;
-        const std::string keys = row.toKey;
-        std::vector<std::string> columns{keys.substr(0, keys.find(';'))};
-        if (keys.find(';') != keys.npos) columns.push_back(keys.substr(keys.find(';') + 1));
-        fill(to, columns, row.to);
-        fill(add, {row.addKey, row.addColumn}, row.add);
-        const std::string before = Disk::cellsOf(to), key = columns[0].substr(0, columns[0].find(' '));
+        fill(to, row.to, row.toCells);
+        fill(add, row.add, row.addCells);
+        const std::string before = Disk::cellsOf(to);
         uint32_t matched = 99;
-        const bool merged =
-            to.MergeWith(add, wide(key).c_str(), u"v", nullptr, u"", nullptr, row.interpolate, row.rollOver, &matched);
-        EXPECT_EQ(merged, *row.cells != 0) << row.name;
-        EXPECT_EQ(Disk::cellsOf(to), merged ? row.cells : before) << row.name;
-        EXPECT_EQ(narrow(to.GetError().c_str()), row.error) << row.name;
+        const bool merged = to.MergeWith(add, u"t", u"v", nullptr, u"", nullptr, (row.mode & number) != 0,
+                                         (row.mode & days) != 0, &matched);
+        EXPECT_EQ(merged ? Disk::cellsOf(to) : narrow(to.GetError().c_str()), row.outcome) << row.name;
+        EXPECT_TRUE(merged || Disk::cellsOf(to) == before) << row.name;
         EXPECT_EQ(matched, row.matched) << row.name;
     }
     CPODFile to, add;  // formats, and a column of type Text
-    fill(to, {"t sec"}, {{"1:30"}});
-    fill(add, {"t sec", "v m"}, {{"T60", "[2]"}, {"T120", "[4]"}});
+    fill(to, "t sec", "1:30");
+    fill(add, "t sec;v m", "T60,[2];T120,[4]");
     EXPECT_TRUE(to.MergeWith(add, u"t", u"v", u"%d(60):%d(1)", u"T%f(1)", u"[%f(1)]", true, false));
     EXPECT_TRUE(add.UpdateColumn(1, u"w", nullptr, nullptr, u"text"));
     EXPECT_TRUE(to.MergeWith(add, u"t", u"w", u"%d(60):%d(1)", u"T%f(1)", u"", true, false));
@@ -576,8 +452,8 @@ TEST(PodMerge, MatchesASearchOfAllKeys) {
     std::mt19937 random(7);
     std::vector<double> keys;
     CPODFile to, add;
-    fill(to, {"k m"}, {});
-    fill(add, {"k m", "v m"}, {});
+    fill(to, "k m", "");
+    fill(add, "k m;v m", "");
     ASSERT_TRUE(add.AllocRows(3000) && to.AllocRows(3000));
     for (uint32_t i = 0; i < 3000; ++i) {
         keys.push_back(i * 2.0);
@@ -596,6 +472,39 @@ TEST(PodMerge, MatchesASearchOfAllKeys) {
         ASSERT_NEAR(to[u"v"][i].ToDouble(-1), expected, 1e-7) << key;
     }
     EXPECT_EQ(matched, inRange);
+}
+
+/// A disk that is full once it is told so.
+class FullDisk : public CFileSystem {
+public:
+    struct FullFile : CFile {
+        uint32_t Write(const void*, uint32_t) override { return 0; }
+    };
+    TSharedPtr<IFile> CreateFileW(const char16_t* path, uint32_t flags) override {
+        if (!full || (flags & CFile::accessWrite) == 0) return CFileSystem::CreateFileW(path, flags);
+        auto* const file = new FullFile;
+        file->Open(path, flags);
+        return TSharedPtr<IFile>(file);
+    }
+    bool full = false;
+};
+
+TEST(PodSave, AFullDiskLosesNothing) {
+    Disk disk;
+    FullDisk full;
+    disk.write(threeColumns + "a b c\r\n1 2 3\r\n");
+    ASSERT_TRUE(disk.table.Load(&full, disk.path.c_str(), true));
+    EXPECT_TRUE(disk.table.PutValue(1, 0, u"new"));
+    full.full = true;
+    const CString other = disk.folder.path(u"other.pod");
+    EXPECT_FALSE(disk.table.Save(&full, other.c_str(), false, false));
+    EXPECT_FALSE(disk.table.Save(&full, disk.path.c_str(), false, false));  // over its own file
+    EXPECT_TRUE(LastDiagnostic().IsSet() && disk.table.IsModified());
+    EXPECT_FALSE(full.FileExists(other.c_str()) || full.FileExists(disk.path.c_str()));
+    EXPECT_EQ(disk.cells(), "1|new|3\n");
+    full.full = false;
+    EXPECT_TRUE(disk.table.Save(&full, disk.path.c_str(), false, false));
+    EXPECT_EQ(disk.read(), threeColumns + "a\tb\tc\r\n1\tnew\t3\r\n");
 }
 
 /// Lines of 8192 bytes without end, a header in front of them.
