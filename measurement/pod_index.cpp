@@ -68,7 +68,7 @@ private:
         if (length > int64_t{podLineBytes}) return refuseLength();
         if (m_start > int64_t{0xFFFFFFFF}) return refuse(u"rows within the first 4 GiB", u"a row behind them");
         const uint32_t row = m_rows.size();
-        if (row >= m_rowLimit) return refuse(u"a table of less than 1 GiB of index", u"more rows");
+        if (row >= m_rowLimit) return refuse(u"fewer rows for so many columns", u"one more");
         auto* const entry = reinterpret_cast<ROW_ENTRY*>(m_entry.data());
         entry->offset = static_cast<uint32_t>(m_start);
         entry->length = static_cast<uint16_t>(length);

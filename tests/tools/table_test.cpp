@@ -100,6 +100,8 @@ TEST_F(TableTool, TellsWhatIsWrong) {
               "\"rows with more fields than columns, which are not read\",1,1\n"
               "\"values of more than 255 characters, which are read cut\",1,2\n");
     shop.write("long.pod", header + "a\r\nm\r\n" + std::string(9000, 'x') + "\r\n");
+    shop.write("far.pod", header + "time x y\r\nseconds m m\r\n9 9 9\r\n");
+    const std::string far = shop.read("far.pod");
     shop.write("image.saf", "HdSize auto\r\nKeyWrd IMG\r\nDATA\r\n");
     const struct {
         const char* arguments;
@@ -117,6 +119,7 @@ TEST_F(TableTool, TellsWhatIsWrong) {
                  {"set track.pod 0 'note=\"x'", 2},
                  {"set track.pod 0 note=$(printf '%300s' | tr ' ' x)", 2},
                  {"csv track.pod -o radar.pod", 1},
+                 {"merge far.pod radar.pod --key time --column azimuth", 1},
                  {"merge track.pod radar.pod --key none --column azimuth", 2}};
     for (const auto& row : cases) {
         const ToolRun run = shop.qv(std::string("table ") + row.arguments);
@@ -125,6 +128,7 @@ TEST_F(TableTool, TellsWhatIsWrong) {
     }
     EXPECT_EQ(shop.read("track.pod"), track);
     EXPECT_EQ(shop.read("radar.pod"), radar);
+    EXPECT_EQ(shop.read("far.pod"), far);
 }
 
 }  // namespace

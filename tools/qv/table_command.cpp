@@ -117,7 +117,7 @@ const char16_t* cell(qv::CPODFile& table, const Options& options, uint32_t colum
     return text;
 }
 
-/// The row of the command line; `end` stands for "new".
+/// The row of the command line; with `mayBeNew` also the one that "new" will append.
 uint32_t rowNumber(const qv::CPODFile& table, const Options& options, bool mayBeNew) {
     if (mayBeNew && options.row == "new") return table.nDPs();
     const bool isNumber = options.row.find_first_not_of("0123456789") == options.row.npos && options.row.size() < 11;
@@ -136,8 +136,9 @@ Progress overRows(const qv::CPODFile& table, const Options& options) {
     return {options.file, table.nDPs(), bytes / std::max(table.nDPs(), 1u)};
 }
 
-void print(const Table& table, const Options& options) {
+Exit print(const Table& table, const Options& options) {
     options.csv ? table.printCsv(std::cout) : table.print(std::cout);
+    return Exit::done;
 }
 
 // head, cols, get ----------------------------------------------------------------------------------------------------
@@ -159,9 +160,10 @@ Exit head(const Options& options) {
             cells.push_back(options.csv ? narrow(text) : visible(text));
             values.push(narrow(text));
         }
-        options.json ? (void)rows.push(values) : out.add(cells);
+        if (options.json) rows.push(values);
+        if (!options.json) out.add(cells);
     }
-    if (!options.json) return print(out, options), Exit::done;
+    if (!options.json) return print(out, options);
     Json list = Json::array();
     for (const Column& column : columns) list.push(column.json());
     Json::document(schema)
@@ -186,7 +188,7 @@ Exit cols(const Options& options) {
                  shown(column.type)});
         list.push(column.json().set("classification", column.classification).set("type", column.type));
     }
-    if (!options.json) return print(out, options), Exit::done;
+    if (!options.json) return print(out, options);
     Json::document(schema)
         .set("file", options.file)
         .set("rowCount", table.nDPs())
@@ -275,7 +277,7 @@ Exit stats(const Options& options) {
                       .set("highest", fact(s.high))
                       .set("standardDeviation", fact(s.deviation())));
     }
-    if (!options.json) return print(out, options), Exit::done;
+    if (!options.json) return print(out, options);
     Json::document(schema)
         .set("file", options.file)
         .set("rowCount", table.nDPs())
@@ -286,7 +288,7 @@ Exit stats(const Options& options) {
 
 // csv ----------------------------------------------------------------------------------------------------------------
 
-void writeCsv(qv::CPODFile& table, const Options& options, std::ostream& out) {
+Exit writeCsv(qv::CPODFile& table, const Options& options, std::ostream& out) {
     const std::vector<Column> columns = chosenColumns(table, options);
     for (size_t i = 0; i < columns.size(); ++i) out << (i == 0 ? "" : ",") << csvCell(columns[i].head());
     out << '\n';
@@ -297,15 +299,16 @@ void writeCsv(qv::CPODFile& table, const Options& options, std::ostream& out) {
         }
         out << '\n';
     }
+    return Exit::done;
 }
 
 Exit csv(const Options& options) {
     qv::CPODFile table;
     load(table, options.file, options.headerless);
-    if (options.output.empty()) return writeCsv(table, options, std::cout), Exit::done;
+    if (options.output.empty()) return writeCsv(table, options, std::cout);
     Target target(options.output, options.force);
     std::ofstream out(target.temporary(), std::ios::binary);
-    writeCsv(table, options, out);
+    (void)writeCsv(table, options, out);
     out.close();
     if (!out) throw Failure(Exit::io, options.output + ": cannot be written");
     target.commit();
@@ -353,7 +356,7 @@ Exit set(const Options& options) {
         changes.push(column.json().set("before", before).set("after", after));
     }
     save(table, options);
-    if (!options.json) return out.print(std::cout), Exit::done;
+    if (!options.json) return print(out, options);
     Json::document(schema)
         .set("file", options.file)
         .set("row", row)
@@ -386,19 +389,22 @@ Exit merge(const Options& options) {
         merged.push(column.json().set("matched", matched).set("added", isNew));
     }
     const uint32_t rows = table.nDPs();
-    save(table, options);
+    const bool isNegative = best == 0 && rows != 0;
+    if (isNegative) remark("qv: " + options.file + ": no key matched, and nothing was written");
+    if (!isNegative) save(table, options);
     if (options.json) {
         Json::document(schema)
             .set("file", options.file)
             .set("other", options.other)
-            .set("dryRun", options.dryRun)
+            .set("written", !isNegative && !options.dryRun)
             .set("rowCount", rows)
             .set("columns", merged)
             .print(std::cout);
     } else {
-        for (const std::string& line : lines) std::cout << (options.dryRun ? "would be: " : "") << line << '\n';
+        const bool isDone = !isNegative && !options.dryRun;
+        for (const std::string& line : lines) std::cout << (isDone ? "" : "would be: ") << line << '\n';
     }
-    return best == 0 && rows != 0 ? Exit::negative : Exit::done;
+    return isNegative ? Exit::negative : Exit::done;
 }
 
 // check --------------------------------------------------------------------------------------------------------------
@@ -468,7 +474,7 @@ Exit check(const Options& options) {
     } else if (all.empty()) {
         std::cout << options.file << ": " << table.nDPs() << " rows, " << table.nParams() << " columns, in order\n";
     } else {
-        print(out, options);
+        (void)print(out, options);
     }
     return all.empty() ? Exit::done : Exit::negative;
 }
