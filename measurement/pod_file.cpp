@@ -23,6 +23,7 @@ using Private::PodRows;
 namespace {
 
 constexpr uint32_t openForReading = 0x212;  // existing, read, share reading
+
 void newHeader(CSAFFile& header) {
     header.New(false);
     header.AddTag(u"KeyWrd", u"POD");

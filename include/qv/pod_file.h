@@ -257,10 +257,10 @@ public:
     bool New() override;
     bool Load(IFileSystem* fs, const char16_t* path, bool requireHeader) override;
     /// Works in a temporary file, which is then copied over `path`. Over the file that was loaded, the table is loaded
-    /// from there anew: removed columns are gone, and the others numbered without gaps. Should the copy fail then, the
-    /// table goes on from the temporary file and can be saved elsewhere. Saved to another path, the table stays as it
-    /// is, on the file that it was loaded from.
-    /// Names, units, classifications and types are written where PNSize, PUSize, PCSize and PTSize say so.
+    /// from there anew: removed columns are gone, and the others numbered without gaps. Should the copy fail
+    /// half-way, what there is of it is deleted, and the table goes on from the temporary file: save it elsewhere.
+    /// Saved to another path, the table stays as it is, on the file that it was loaded from. Names, units,
+    /// classifications and types are written where PNSize, PUSize, PCSize and PTSize say so.
     bool Save(IFileSystem* fs, const char16_t* path, bool reloadHeader, bool addPad) override;
     void Destroy() override;
     bool IsValid() const override { return m_open; }
