@@ -216,19 +216,30 @@ void PersistedWindow::empty() {
 
 uint32_t PersistedWindow::setElementSize(uint32_t size) {
     const uint32_t old = m_elementSize;
-    if (size == 0) return old;
-    const uint32_t capacity = std::max(m_budgetBytes / size, 1u);
-    Bytes cache = allocRecords(capacity, size);
+    if (size != 0) reloadAs(size, m_budgetBytes);
+    return old;
+}
+
+uint32_t PersistedWindow::setBudget(uint32_t bytes) {
+    const uint32_t old = m_budgetBytes;
+    if (bytes != old) reloadAs(m_elementSize, bytes);
+    return old;
+}
+
+/// Writes the window out, brings the elements to a new size and reads a window of `budgetBytes`.
+void PersistedWindow::reloadAs(uint32_t elementSize, uint32_t budgetBytes) {
+    const uint32_t capacity = std::max(budgetBytes / elementSize, 1u);
+    Bytes cache = allocRecords(capacity, elementSize);
     if (!flush()) throwFileFailed();
-    if (m_count != 0 && size != old && !resizeElements(size)) {
+    if (m_count != 0 && elementSize != m_elementSize && !resizeElements(elementSize)) {
         empty();
         throwFileFailed();
     }
-    m_elementSize = size;
+    m_elementSize = elementSize;
+    m_budgetBytes = budgetBytes;
     takeCapacity(capacity);
     std::free(std::exchange(m_cache, cache.release()));
     loadAt(m_first);
-    return old;
 }
 
 void PersistedWindow::takeCapacity(uint32_t capacity) {

@@ -29,6 +29,7 @@ public:
     bool flush();
     void remove(uint32_t index);
     uint32_t setElementSize(uint32_t size);
+    uint32_t setBudget(uint32_t bytes);
     void empty();
 
     uint32_t count() const { return m_count; }
@@ -53,6 +54,7 @@ private:
     bool openFile();
     void cutFile(uint64_t count);
     void takeCapacity(uint32_t capacity);
+    void reloadAs(uint32_t elementSize, uint32_t budgetBytes);
     bool resizeElements(uint32_t size);
     bool resizeBlock(uint64_t first, uint32_t count, uint32_t size, unsigned char* from, unsigned char* to);
 
@@ -120,6 +122,10 @@ public:
     /// Returns the old size. A size of 0 changes nothing.
     uint32_t SetElementSize(uint32_t size) { return m_window.setElementSize(size); }
     uint32_t GetElementSize() const { return m_window.elementSize(); }
+
+    /// Keeps `bytes` of the elements in memory from now on, at least one element. A large window walks the array in
+    /// order at the least cost, a small one makes an element that is reached out of order cheap. Returns the old size.
+    uint32_t SetCacheBytes(uint32_t bytes) { return m_window.setBudget(bytes); }
 
     /// The number of elements, in memory and in the file together.
     uint32_t size() const { return m_window.count(); }

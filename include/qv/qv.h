@@ -30,6 +30,7 @@
 #include "qv/nullable.h"
 #include "qv/path.h"
 #include "qv/persisted_array.h"
+#include "qv/pod_file.h"
 #include "qv/property_array.h"
 #include "qv/rcal_file.h"
 #include "qv/reg_store.h"

@@ -30,6 +30,7 @@ class PersistedModel {
 public:
     PersistedModel(uint32_t seed, uint32_t cacheBytes, uint32_t largestSize, uint32_t largestCount)
         : m_random(seed),
+          m_cacheBytes(cacheBytes),
           m_largestSize(largestSize),
           m_largestCount(largestCount),
           m_array(seed % 2 == 0 ? TSharedPtr<IFile>() : usedFile(), cacheBytes) {}
@@ -43,6 +44,7 @@ public:
             case 3: return m_array.SetTruncate(pick(2) == 0);
             case 4: return write(size() + pick(m_largestCount / 4));  // leaves a gap
             case 5: return pick(40) == 0 ? empty() : compareAll();
+            case 6: return (void)m_array.SetCacheBytes(pick(2) == 0 ? m_cacheBytes : 1 + pick(m_cacheBytes));
             default: break;
         }
         const uint32_t what = pick(10);
@@ -85,7 +87,7 @@ private:
     }
 
     std::mt19937 m_random;
-    uint32_t m_largestSize, m_largestCount;
+    uint32_t m_cacheBytes, m_largestSize, m_largestCount;
     uint32_t m_size = 16;
     TPersistedArray<unsigned char> m_array;
     std::vector<Record> m_model;

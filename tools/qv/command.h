@@ -90,6 +90,7 @@ void addRender(CLI::App& root);
 void addWatch(CLI::App& root);
 void addGz(CLI::App& root);
 void addCrc(CLI::App& root);
+void addTable(CLI::App& root);
 void addDemo(CLI::App& root);
 void addReference(CLI::App& root);
 

@@ -71,23 +71,6 @@ Json jsonOf(const Setting& setting) {
         .set("value", narrow(setting.value.text));
 }
 
-/// A text on one line, for people: what would steer a terminal is escaped.
-std::string visible(const qv::CString& text) {
-    constexpr char digits[] = "0123456789ABCDEF";
-    std::string out;
-    for (const char c : narrow(text)) {
-        const auto byte = static_cast<unsigned char>(c);
-        if (byte >= 0x20 && byte != 0x7F) {
-            out += c;
-        } else if (c == '\n' || c == '\r' || c == '\t') {
-            out += c == '\n' ? "\\n" : c == '\r' ? "\\r" : "\\t";
-        } else {
-            out.append("\\x").append(1, digits[byte >> 4]).append(1, digits[byte & 15]);
-        }
-    }
-    return out;
-}
-
 std::unique_ptr<Settings> loaded(const Options& options) {
     std::unique_ptr<Settings> settings = openSettings(options.store, options.form);
     if (!settings->exists()) throw Failure(Exit::io, options.store + ": there are no such settings");

@@ -92,6 +92,7 @@ void describe(CLI::App& root) {
     addDict(root);
     addRcal(root);
     addConfig(root);
+    addTable(root);
     addImport(root);
     addCalibrate(root);
     addRender(root);

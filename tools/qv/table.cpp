@@ -19,14 +19,14 @@ void printLine(std::ostream& out, const std::string& indent, const std::vector<T
     out << line << '\n';
 }
 
+}  // namespace
+
 std::string csvCell(const std::string& cell) {
     if (cell.find_first_of(",\"\r\n") == std::string::npos) return cell;
     std::string quoted = "\"";
     for (const char c : cell) quoted += c == '"' ? std::string("\"\"") : std::string(1, c);
     return quoted + "\"";
 }
-
-}  // namespace
 
 size_t displayWidth(const std::string& text) {
     return static_cast<size_t>(std::count_if(text.begin(), text.end(), [](char c) { return (c & 0xC0) != 0x80; }));

@@ -33,6 +33,9 @@ private:
     std::vector<std::vector<std::string>> m_rows;
 };
 
+/// A cell of a comma-separated line, quoted where it has to be.
+std::string csvCell(const std::string& cell);
+
 /// Columns that a UTF-8 text takes on a terminal, as far as one character takes one.
 size_t displayWidth(const std::string& text);
 

@@ -15,6 +15,22 @@ std::string fixed(double value, int decimals) {
 }
 std::string exact(double value) { return narrow(qv::CFlt64::ToStringExact(value)); }
 
+std::string visible(const qv::CString& text) {
+    constexpr char digits[] = "0123456789ABCDEF";
+    std::string out;
+    for (const char c : narrow(text)) {
+        const auto byte = static_cast<unsigned char>(c);
+        if (byte >= 0x20 && byte != 0x7F) {
+            out += c;
+        } else if (c == '\n' || c == '\r' || c == '\t') {
+            out += c == '\n' ? "\\n" : c == '\r' ? "\\r" : "\\t";
+        } else {
+            out.append("\\x").append(1, digits[byte >> 4]).append(1, digits[byte & 15]);
+        }
+    }
+    return out;
+}
+
 std::string bytes(double count) {
     constexpr std::array units = {"B", "KiB", "MiB", "GiB", "TiB"};
     size_t unit = 0;

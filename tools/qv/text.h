@@ -12,6 +12,9 @@ inline qv::CString wide(std::string_view text) { return qv::CString(text); }
 inline std::string narrow(const qv::CString& text) { return std::string(qv::CStringMB(text.c_str()).c_str()); }
 inline std::string narrow(const char16_t* text) { return text == nullptr ? std::string() : narrow(qv::CString(text)); }
 
+/// A text on one line, for people: what would steer a terminal is escaped.
+std::string visible(const qv::CString& text);
+
 /// A number with `digits` significant digits, as "%.*g".
 std::string number(double value, int digits = 6);
 /// A number with `decimals` digits behind the point.
