@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <utility>
 
 #include "core/text.h"
 #include "files/containers/cd_session.h"
@@ -187,10 +188,10 @@ bool CCDFileSystem::Flush() {
     const std::lock_guard lock(*m_lock);
     if (!m_container) return false;
     if (!m_changed || m_readOnly) {
-        m_container->Flush();
+        if (std::exchange(m_written, false)) m_container->Flush();
         return true;
     }
-    m_changed = false;
+    m_changed = m_written = false;
     const bool saved = SaveFileTable();
     m_container->SetPosition(NextFileOffset() + m_base);
     if (!saved || !m_container->PutInt64(m_base) || !m_container->WriteBytes(footerMagic, sizeof footerMagic)) {
@@ -269,6 +270,7 @@ uint32_t CCDFileSystem::writeEntry(int index, int64_t position, const void* data
     if (entry == nullptr || m_readOnly || position < 0 || position > INT64_MAX - count) return 0;
     const int64_t end = position + count;
     if (end > entry->size && setEntrySize(index, end) != end) return 0;
+    m_written = true;
     m_container->SetPosition(placeOf(*entry, position));
     return m_container->Write(data, count);
 }

@@ -122,6 +122,7 @@ private:
     int64_t m_base = 0;
     bool m_readOnly = false;
     bool m_changed = false;  ///< The table on disk is not what it should be.
+    bool m_written = false;  ///< Since the container was flushed.
 };
 
 /// A file of a container. Closing it flushes the container.
