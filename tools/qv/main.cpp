@@ -91,6 +91,7 @@ void describe(CLI::App& root) {
     addTags(root);
     addRcal(root);
     addConfig(root);
+    addNorm(root);
     addImport(root);
     addCalibrate(root);
     addRender(root);
