@@ -157,6 +157,10 @@ private:
         const auto residual = [&](const PointReport& p) { return inKelvin ? p.kelvin : p.fitted - p.point.radiance; };
         for (const PointReport& p : m_report.points) residuals.push_back(hasFit() ? residual(p) : 0.0);
         Scale up = scaleOver(residuals, "fit − point", inKelvin ? "K" : "W/(sr·cm²)", 0.15);
+        if (inKelvin && up.exponent == -3) {  // a thousandth of a kelvin is read as it is
+            up.exponent = 0;
+            up.label = "fit − point [K]";
+        }
         Plot plot(m_svg, plotLeft, top, plotWidth, height, m_across, up);
         shadeRange(plot);
         plot.axes(inKelvin);

@@ -148,7 +148,7 @@ Scale scaleOver(const std::vector<double>& values, const std::string& what, cons
     scale.high += room * span;
     const double largest = std::max(std::fabs(scale.low), std::fabs(scale.high));
     const auto power = static_cast<int>(std::floor(std::log10(largest)));
-    if (power < -3 || power > 5) scale.exponent = 3 * static_cast<int>(std::floor(power / 3.0));
+    if (power < -2 || power > 5) scale.exponent = 3 * static_cast<int>(std::floor(power / 3.0));
     scale.label = what + " [" + (scale.exponent == 0 ? "" : "10" + superscript(scale.exponent) + " ") + unit + "]";
     return scale;
 }
