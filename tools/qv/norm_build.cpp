@@ -108,6 +108,10 @@ std::vector<Source> measureAll(const Options& options) {
         }
         if (!std::isfinite(source.level)) throw Failure(Exit::damaged, source.path + ": its frames hold no numbers");
     }
+    if (sources.size() == 1 && !(first.level > 0.0)) {
+        throw Failure(Exit::negative, first.path + ": its level is " + number(first.level) +
+                                          " counts, and no pixel can be judged by a part of that");
+    }
     if (sources.size() == 2 && sources[1].level < sources[0].level) std::swap(sources[0], sources[1]);
     if (sources.size() == 2 && !(sources[1].level - sources[0].level > 0.0)) {
         throw Failure(Exit::negative, sources[1].path + ": lies at the same level as " + sources[0].path +

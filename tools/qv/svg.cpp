@@ -225,12 +225,17 @@ void Plot::drawCurve(const std::vector<double>& x, const std::vector<double>& y,
                      const std::string& style) {
     m_svg.beginClip(m_x, m_y, m_width, m_height);
     std::vector<std::pair<double, double>> run;
-    for (size_t i = 0; i < std::min(x.size(), y.size()); ++i) {
+    const size_t count = std::min(x.size(), y.size());
+    for (size_t i = 0; i < count; ++i) {
         const double across = pixelX(x[i]);
         const double high = pixelY(y[i], up);
         if (std::isfinite(across) && std::isfinite(high)) {
             // Far outside, the place does not matter, and renderers lose themselves in large numbers.
-            run.emplace_back(across, std::clamp(high, m_y - 10.0 * m_height, m_y + 11.0 * m_height));
+            const std::pair next(across, std::clamp(high, m_y - 10.0 * m_height, m_y + 11.0 * m_height));
+            // Steps that nobody sees are left out, but not the last.
+            const bool seen = run.empty() || i + 1 == count || std::fabs(next.first - run.back().first) > 0.25 ||
+                              std::fabs(next.second - run.back().second) > 0.25;
+            if (seen) run.push_back(next);
             continue;
         }
         m_svg.path(run, style);
