@@ -219,10 +219,11 @@ private:
     uint32_t WriteIndex(CIndex& index, int64_t position, const void* data, uint32_t count);
     int64_t SetIndexSize(CIndex& index, int64_t newSize);
     void AdjustOffsets(int64_t position, int64_t delta);
-    bool mayChangeTable() const;
-    bool resize(const CIndex& index, int64_t position, int64_t delta);
-    bool growTable();
-    bool makeRoom(int64_t position, int64_t count);
+    void takeSize(CIndex& index, int64_t newSize);
+    bool mayChangeTable(int64_t size) const;
+    bool mayResize(const CIndex& index, int64_t position, int64_t delta, int64_t size) const;
+    bool growTable(int64_t size);
+    bool makeRoom(int64_t position, int64_t count, int64_t size);
     bool offsetsFit(int64_t position, int64_t delta, const CIndex* except) const;
 
     const TRAITS& m_traits;
