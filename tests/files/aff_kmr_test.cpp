@@ -73,123 +73,110 @@ class TableOfStreams : public testing::Test {};
 using Formats = testing::Types<CAFFFile, CKMRFile>;
 TYPED_TEST_SUITE(TableOfStreams, Formats);
 
-// Bytes
-// ----------------------------------------------------------------------------------------------------------------
+// Bytes --------------------------------------------------------------------------------------------------------------
+
+template <class File>
+constexpr bool isAff = std::is_same_v<File, CAFFFile>;
 
 const char affBytes[] =
     "41464600 00*16 00000064 00000040 00000004 00000002 00*16 0000CAFE 00*8 "
     "0102 0003 01020304 00000001 000000C0 00000003 11223344 00000001 00000000 00*96 414243";
-const char kmrBigEndian[] =
+const char kmrBytes[] =
     "4B4D5200 00*16 00000064 00000040 00000004 00000002 00*28 "
     "0102 0003 01020304 00000001 000000C0 00000003 11223344 00000007 00000000 00*96 414243";
 const char kmrLittleEndian[] =
     "4B4D5200 00*16 64000000 40000000 04000000 02000000 0100 00*26 "
     "0201 0300 04030201 01000000 C0000000 03000000 44332211 07000000 00000000 00*96 414243";
+template <class File>
+constexpr const char* golden = isAff<File> ? affBytes : kmrBytes;
 
-TEST(GoldenBytes, AreWritten) {
+TYPED_TEST(TableOfStreams, HasTheseBytes) {
     OneFileDisk disk;
-    CAFFFile aff;
-    ASSERT_TRUE(aff.Create(&disk, u"c"));
+    TypeParam file;
+    ASSERT_TRUE(file.Create(&disk, u"c"));
     EXPECT_EQ(disk.lastFlags, 0x38u);
-    ASSERT_EQ(aff.CreateIndex(0x0102, 3, 0x01020304, CAFFFile::automaticId), 0u);
-    aff.GetIndex(0)->opaque = 0x11223344;
-    aff.SetUserWord(0xCAFE);
-    EXPECT_TRUE(aff.GetIndex(0)->file.WriteBytes("ABC", 3));  // size word and count are left to Save
-    EXPECT_TRUE(aff.Close());
-    EXPECT_EQ(disk.bytes(), hex(affBytes));
+    ASSERT_EQ(file.CreateIndex(0x0102, 3, 0x01020304, TypeParam::automaticId), 0u);
+    CIndex& made = *file.GetIndex(0);
+    EXPECT_TRUE(made.file.WriteBytes("ABC", 3));  // AFF: size word and count are both 0, and Save sets them
+    made.opaque = 0x11223344;
+    if constexpr (isAff<TypeParam>) {
+        file.SetUserWord(0xCAFE);
+    } else {
+        made.count = 7;
+    }
+    EXPECT_TRUE(file.Close());
+    EXPECT_EQ(disk.bytes(), hex(golden<TypeParam>));
 
-    CKMRFile kmr;
-    ASSERT_TRUE(kmr.Create(&disk, u"c"));
-    ASSERT_EQ(kmr.CreateIndex(0x0102, 3, 0x01020304, CKMRFile::automaticId), 0u);
-    kmr.GetIndex(0)->opaque = 0x11223344;
-    kmr.GetIndex(0)->count = 7;
-    EXPECT_TRUE(kmr.GetIndex(0)->file.WriteBytes("ABC", 3));
-    EXPECT_TRUE(kmr.Close());
-    EXPECT_EQ(disk.bytes(), hex(kmrBigEndian));
-}
-
-TEST(GoldenBytes, AreReadInEitherOrderAndSavedBigEndian) {
-    const auto check = [](auto& file, uint32_t count) {
-        ASSERT_EQ(file.nIndices(), 1u);
+    for (const char* const bytes : {golden<TypeParam>, isAff<TypeParam> ? affBytes : kmrLittleEndian}) {
+        OneFileDisk other(hex(bytes));
+        ASSERT_TRUE(openWritable(file, other));
         CIndex& index = *file.GetIndex(0x0102, 3, 0, 0xFFFFFFFF, 0);
         EXPECT_EQ(index.version, 0x01020304u);
         EXPECT_EQ(index.id, 1u);
         EXPECT_EQ(index.opaque, 0x11223344u);
-        EXPECT_EQ(index.count, count);
         EXPECT_EQ(index.getOffset(), 192u);
         EXPECT_EQ(bytesOf(index.file), "ABC");
         EXPECT_EQ(file.GetNextId(), 2u);
         EXPECT_FALSE(swapFlag(*file.GetContainer()));
-    };
-    OneFileDisk disk(hex(affBytes));
-    CAFFFile aff;
-    ASSERT_TRUE(openWritable(aff, disk));
-    check(aff, 1);
-    EXPECT_EQ(aff.GetUserWord(), 0xCAFEu);
-    EXPECT_TRUE(aff.Close());
-    EXPECT_EQ(disk.bytes(), hex(affBytes));
-    for (const char* const bytes : {kmrBigEndian, kmrLittleEndian}) {
-        OneFileDisk kmrDisk(hex(bytes));
-        CKMRFile kmr;
-        ASSERT_TRUE(openWritable(kmr, kmrDisk));
-        check(kmr, 7);
-        EXPECT_EQ(kmr.GetDataEnd(), 195);
-        EXPECT_TRUE(kmr.Close());
-        EXPECT_EQ(kmrDisk.bytes(), hex(kmrBigEndian));
+        EXPECT_TRUE(file.Close());
+        EXPECT_EQ(other.bytes(), hex(golden<TypeParam>)) << "what is saved is big-endian";
     }
 }
 
-/// A header with a capacity and a table, big-endian.
-std::string image(const char* magic, uint8_t version, uint8_t capacity, const char* records, uint8_t word = 0) {
+/// A header with a capacity and a table, big-endian, and 40 bytes of data.
+std::string image(const char* magic, int version, int capacity, const char* records, uint8_t word = 0) {
     std::string bytes(64, '\0');
     bytes.replace(0, 4, magic, 4);
     bytes[23] = static_cast<char>(version);
     bytes[27] = 64;
     bytes[31] = static_cast<char>(capacity);
     bytes[55] = static_cast<char>(word);
-    return (bytes + hex(records)).append(64 + capacity * 32u, '\0').substr(0, 64 + capacity * 32u + 40);
+    bytes += hex(records);
+    bytes.resize(64 + static_cast<size_t>(capacity) * 32 + 40);
+    return bytes;
 }
 
-TEST(Reading, TakesOrRefuses) {
-    const char one[] =
+bool openForReading(CAFFFile& file, const TSharedPtr<IFile>& container) { return file.Open(container); }
+bool openForReading(CKMRFile& file, const TSharedPtr<IFile>& container) { return file.Open(container, true); }
+
+TYPED_TEST(TableOfStreams, IsReadOrRefused) {
+    constexpr bool aff = isAff<TypeParam>;
+    const char* const magic = aff ? "AFF\0" : "KMR\0";
+    const char* const otherMagic = aff ? "AFFx" : "KMRx";
+    const char records[] =
         "0000 FF*30 0001 0002 00000003 00000004 000000C0 0000000A 00000000 00000003 00000000 "
         "0001 0002 00000003 00000005 000000C0 0000000A 00000000 00000000 00000000";
-    struct Row {
+    const std::string whole = image(magic, 100, 4, records);
+    const struct {
         const char* what;
         std::string bytes;
         int streams;  // -1: refused
-        int64_t affSize, kmrSize;
+    } rows[] = {
+        {"whole", whole, 2},
+        {"other fourth byte", image(otherMagic, 100, 4, records), -1},
+        {"100 slots", image(magic, 100, 100, records), 2},
+        {"101 slots", image(magic, 100, 101, records), -1},
+        {"another version", image(magic, 7, 4, records), 2},
+        {"cut behind the offset of the second record", whole.substr(0, 64 + 32 + 16), 1},
+        {"cut inside the header", whole.substr(0, 30), 0},
+        {"empty", "", -1},
     };
-    const auto rowsFor = [&](const char* magic) {
-        const std::string whole = image(magic, 100, 4, one);
-        return std::vector<Row>{
-            {"whole", whole, 2, 30, 10},
-            {"other fourth byte", image(std::string(magic, 3).append("x").c_str(), 100, 4, one), -1, 0, 0},
-            {"100 slots", image(magic, 100, 100, one), 2, 30, 10},
-            {"101 slots", image(magic, 100, 101, one), -1, 0, 0},
-            {"another version", image(magic, 7, 4, one), 2, 30, 10},
-            {"cut inside the first record", whole.substr(0, 64 + 32 + 18), 1, 0, 0},
-            {"cut inside the header", whole.substr(0, 30), 0, 0, 0},
-            {"empty", "", -1, 0, 0},
-        };
-    };
-    for (const Row& row : rowsFor("AFF\0")) {
-        CAFFFile aff;
-        EXPECT_EQ(aff.Open(memoryFile(row.bytes)), row.streams >= 0) << row.what;
-        EXPECT_EQ(static_cast<int>(aff.nIndices()), std::max(row.streams, 0)) << row.what;
-        EXPECT_TRUE(aff.IsReadOnly());
-        EXPECT_EQ(row.streams > 0 ? aff.GetIndex(0)->size : 0, row.affSize) << row.what;
-        EXPECT_EQ(row.streams > 1 ? aff.GetIndex(1)->size : 10, 10) << row.what;
+    for (const auto& row : rows) {
+        TypeParam file;
+        EXPECT_EQ(openForReading(file, memoryFile(row.bytes)), row.streams >= 0) << row.what;
+        EXPECT_EQ(static_cast<int>(file.nIndices()), std::max(row.streams, 0)) << row.what;
+        EXPECT_TRUE(file.IsReadOnly());
+        if (row.streams < 2) continue;
+        EXPECT_EQ(file.GetIndex(0)->size, aff ? 30 : 10) << row.what;  // three elements
+        EXPECT_EQ(file.GetIndex(1)->size, 10) << row.what;             // 0 count as one
     }
-    for (const Row& row : rowsFor("KMR\0")) {
+}
+
+TEST(KmrFile, TellsTheEndOfItsDataFromVersion101On) {
+    const char records[] = "0001 0002 00000003 00000004 000000C0 0000000A";
+    for (const int version : {100, 101}) {
         CKMRFile kmr;
-        EXPECT_EQ(kmr.Open(memoryFile(row.bytes), true), row.streams >= 0) << row.what;
-        EXPECT_EQ(static_cast<int>(kmr.nIndices()), std::max(row.streams, 0)) << row.what;
-        EXPECT_EQ(row.streams > 0 ? kmr.GetIndex(0)->size : 0, row.kmrSize) << row.what;
-    }
-    for (const uint8_t version : {uint8_t{100}, uint8_t{101}}) {
-        CKMRFile kmr;
-        ASSERT_TRUE(kmr.Open(memoryFile(image("KMR\0", version, 4, one, 250)), true));
+        ASSERT_TRUE(kmr.Open(memoryFile(image("KMR\0", version, 4, records, 250)), true));
         EXPECT_EQ(kmr.GetDataEnd(), version == 101 ? 250 : 202);
     }
 }
@@ -201,8 +188,7 @@ TEST(Saving, PutsTheUsedRecordsFirst) {
     EXPECT_EQ(disk.bytes().substr(64, 128), hex("0001 0002 00000003 00000004 000000C0 0000000A 00*108"));
 }
 
-// Streams
-// --------------------------------------------------------------------------------------------------------------
+// Streams -------------------------------------------------------------------------------------------------------------
 
 TYPED_TEST(TableOfStreams, TheFifthMovesTheStreamsAlone) {
     OneFileDisk disk;
@@ -359,11 +345,10 @@ TYPED_TEST(TableOfStreams, ACopyIsAReadOnlyViewOfItsOwn) {
     EXPECT_EQ(bytesOf(file.GetIndex(0)->file), "bytes");
 }
 
-// States
-// ---------------------------------------------------------------------------------------------------------------
+// States --------------------------------------------------------------------------------------------------------------
 
 TYPED_TEST(TableOfStreams, WithoutWriteAccessReadsGoOn) {
-    OneFileDisk disk(hex(std::is_same_v<TypeParam, CAFFFile> ? affBytes : kmrBigEndian));
+    OneFileDisk disk(hex(golden<TypeParam>));
     TypeParam file;
     ASSERT_TRUE(file.Open(&disk, u"c", true));
     EXPECT_EQ(disk.lastFlags, 0x12u);
@@ -389,19 +374,18 @@ TEST(States, OfAFileThatIsNotOpenedByPath) {
     EXPECT_TRUE(aff.ReOpenForRead());
     EXPECT_FALSE(aff.ReOpenForWrite());
     CKMRFile kmr;
-    ASSERT_TRUE(kmr.Open(memoryFile(hex(kmrBigEndian)), false));
+    ASSERT_TRUE(kmr.Open(memoryFile(hex(kmrBytes)), false));
     EXPECT_FALSE(kmr.IsReadOnly());
     EXPECT_TRUE(kmr.ReOpenForRead());
     EXPECT_TRUE(kmr.ReOpenForWrite());
     EXPECT_TRUE(kmr.Create(memoryFile("what was there")));
     EXPECT_EQ(kmr.GetContainer()->GetSize(), 192);
-    OneFileDisk disk(hex(kmrBigEndian));
+    OneFileDisk disk(hex(kmrBytes));
     EXPECT_TRUE(CKMRFile().Open(&disk, u"c", false));
     EXPECT_EQ(disk.lastFlags, 0x12u) << "the access is chosen by the state before the call";
 }
 
-// Damage and faults
-// ----------------------------------------------------------------------------------------------------
+// Damage and faults ---------------------------------------------------------------------------------------------------
 
 /// No record makes anything larger than the file, and none destroys the header or the table.
 TEST(Damage, StreamsThatLieWhereTheyCannot) {
