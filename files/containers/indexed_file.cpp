@@ -237,6 +237,11 @@ bool CIndexedFile::Close() {
     return saved;
 }
 
+bool CIndexedFile::mayReopen() const {
+    if (!m_container) return false;
+    return m_owner ? m_fileSystem != nullptr : m_traits.switchesBorrowed;
+}
+
 bool CIndexedFile::reopen(uint32_t flags) {
     m_container->Close();
     m_container = m_fileSystem->CreateFileW(m_path.c_str(), flags);
@@ -245,7 +250,7 @@ bool CIndexedFile::reopen(uint32_t flags) {
 
 bool CIndexedFile::ReOpenForRead() {
     if (m_readOnly) return true;
-    if (!m_container || (!m_owner && !m_traits.switchesBorrowed)) return false;
+    if (!mayReopen()) return false;
     if (m_owner && !reopen(flagsFor(true))) return false;
     m_readOnly = true;
     return true;
@@ -253,7 +258,7 @@ bool CIndexedFile::ReOpenForRead() {
 
 bool CIndexedFile::ReOpenForWrite() {
     if (!m_readOnly) return true;
-    if (!m_container || (!m_owner && !m_traits.switchesBorrowed)) return false;
+    if (!mayReopen()) return false;
     if (m_owner && !reopen(flagsFor(false))) {
         m_container = m_fileSystem->CreateFileW(m_path.c_str(), flagsFor(true));
         return false;

@@ -25,7 +25,7 @@ constexpr int64_t addHeld(int64_t a, int64_t b) {
 }
 }  // namespace
 
-int64_t CIndexedFile::endOf(const CIndex& index) { return addHeld(index.m_offset, index.size); }
+int64_t CIndexedFile::endOf(const CIndex& index) { return index.m_offset + index.size; }
 
 // Finding -------------------------------------------------------------------------------------------------------------
 
@@ -153,7 +153,7 @@ bool CIndexedFile::mayResize(const CIndex& index, int64_t position, int64_t delt
 int64_t CIndexedFile::SetIndexSize(CIndex& index, int64_t newSize) {
     const int64_t difference = newSize - index.size;
     if (newSize < 0 || difference == 0 || difference > largestOffset) return index.size;
-    const int64_t position = addHeld(index.m_offset, std::min(newSize, index.size));
+    const int64_t position = index.m_offset + std::min(newSize, index.size);
     const int64_t size = m_container ? m_container->GetSize() : 0;
     if (!mayResize(index, position, difference, size)) return index.size;
     if (difference > 0 && !makeRoom(position, difference, size)) return index.size;
@@ -165,7 +165,7 @@ int64_t CIndexedFile::SetIndexSize(CIndex& index, int64_t newSize) {
 
 /// The stream has another size, and what stands behind it has moved.
 void CIndexedFile::takeSize(CIndex& index, int64_t newSize) {
-    const int64_t position = addHeld(index.m_offset, std::min(newSize, index.size));
+    const int64_t position = index.m_offset + std::min(newSize, index.size);
     const int64_t difference = newSize - index.size;
     const uint32_t offset = index.m_offset;
     index.size = newSize;
@@ -177,7 +177,7 @@ void CIndexedFile::takeSize(CIndex& index, int64_t newSize) {
 
 uint32_t CIndexedFile::ReadIndex(const CIndex& index, int64_t position, void* data, uint32_t count) {
     if (!m_container || position >= index.size) return 0;
-    if (m_container->Seek(addHeld(index.m_offset, position), IFile::fromBegin) < 0) return 0;
+    if (m_container->Seek(index.m_offset + position, IFile::fromBegin) < 0) return 0;
     return m_container->Read(data, static_cast<uint32_t>(std::min<int64_t>(count, index.size - position)));
 }
 
@@ -189,7 +189,7 @@ uint32_t CIndexedFile::WriteIndex(CIndex& index, int64_t position, const void* d
     // Behind the last stream the bytes themselves make the room.
     const bool appends = grows && position <= index.size && endOf(index) == size;
     if (appends ? !mayResize(index, size, end - index.size, size) : grows && SetIndexSize(index, end) != end) return 0;
-    const int64_t at = addHeld(index.m_offset, position);
+    const int64_t at = index.m_offset + position;
     if (!grows && at > size) {
         (void)refuse(u"a place inside the file", u"one behind its end", at);
         return 0;

@@ -93,7 +93,7 @@ public:
         uint32_t opaque = 0;    ///< Kept and written back.
         uint32_t count = 0;     ///< AFF: elements, 0 counts as 1. KMR: kept and written back.
         uint32_t sizeWord = 0;  ///< AFF: bytes of one element. KMR: set by Save to the stream's size.
-        int64_t size = 0;       ///< Of the stream, in bytes; changed through `file` alone.
+        int64_t size = 0;       ///< Of the stream, in bytes, at most 2^63 - 2^32; changed through `file` alone.
         uint32_t mark = 0;      ///< The application's own; not in the file.
         CIndexDataFile file;
 
@@ -190,7 +190,7 @@ protected:
 
     /// Behind the last slot.
     int64_t tableEnd() const;
-    /// Behind the stream, held to the range of the type.
+    /// Behind the stream; storedSize leaves room for the sum.
     static int64_t endOf(const CIndex& index);
 
     TSharedPtr<IFile> m_container;
@@ -210,6 +210,7 @@ private:
     bool readBlock(int64_t at, uint8_t* to, uint32_t count);
     bool writeAll();
     bool writeBlock(int64_t at, const uint8_t* from, uint32_t count);
+    bool mayReopen() const;
     bool reopen(uint32_t flags);
     void copyFrom(const CIndexedFile& other);
     void deleteIndices();
