@@ -10,7 +10,7 @@
 namespace qv::test {
 namespace {
 
-constexpr int64_t position = 1000, count = 300;
+constexpr size_t position = 1000, count = 300;
 
 /// The bytes of `whole`, with a gap of `count` bytes at `position` where there is none, whose value is nobody's matter.
 std::string opened(std::string whole, bool isOpen) {
@@ -32,7 +32,9 @@ TEST(EditingWithFaults, GoesBackToWhatWasThere) {
                 hasFailed = file.hasFailed();
                 const std::string now = bytesOf(*inner);
                 const auto is = [&](bool done) {
-                    const std::string whole = now.substr(0, before.size() + (done ? (inserts ? count : -count) : 0));
+                    const std::string whole = now.substr(0, !done     ? now.size()
+                                                            : inserts ? before.size() + count
+                                                                      : before.size() - count);
                     return opened(whole, inserts == done) == opened(before, !inserts);
                 };
                 // A file that could not be cut is longer than it should be.
