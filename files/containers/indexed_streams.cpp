@@ -151,8 +151,9 @@ bool CIndexedFile::mayResize(const CIndex& index, int64_t position, int64_t delt
 
 /// Returns the size in force afterwards.
 int64_t CIndexedFile::SetIndexSize(CIndex& index, int64_t newSize) {
+    if (newSize < 0) return index.size;
     const int64_t difference = newSize - index.size;
-    if (newSize < 0 || difference == 0 || difference > largestOffset) return index.size;
+    if (difference == 0 || difference > largestOffset) return index.size;
     const int64_t position = index.m_offset + std::min(newSize, index.size);
     const int64_t size = m_container ? m_container->GetSize() : 0;
     if (!mayResize(index, position, difference, size)) return index.size;

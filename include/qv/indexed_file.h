@@ -27,7 +27,8 @@ namespace qv::Private {
 ///           goes back and every stream stays as it was.
 /// Damage:   a record may claim anything. A stream gives the bytes that the file really holds. One that reaches behind
 ///           the end of the file does not grow, nothing is written that would leave a hole in the file, and a stream
-///           that reaches into the header or the table keeps its size.
+///           that reaches into the header or the table keeps its size. One that ends where the table begins does not
+///           grow: the table would stay in its place.
 /// Threads:  the container, its streams and the position of the underlying file belong to one thread.
 /// Ownership: the container owns its CIndex objects; they are gone after Close.
 class QV_API CIndexedFile {

@@ -210,22 +210,21 @@ TYPED_TEST(TableOfStreams, TheFifthMovesTheStreamsAlone) {
     EXPECT_EQ(file.GetIndexCapacity(), 8u);
     for (uint32_t i = 0; i < 5; ++i) EXPECT_EQ(file.GetIndex(i)->getOffset(), 320 + 10 * i);
 
-    EXPECT_EQ(file.FindIndex(1, 2, 1, 3, 0), 1u);
-    EXPECT_EQ(file.FindIndex(1, 2, 1, 3, 3), 3u);
-    EXPECT_EQ(file.FindIndex(1, 2, 1, 3, 4), TypeParam::notFound);
-    EXPECT_EQ(file.FindIndex(2, 2, 0, 9, 0), TypeParam::notFound);
-    EXPECT_EQ(file.GetIndex(1, 2, 9, 9, 0), nullptr);
+    for (const auto& [start, found] : {std::pair(0u, 1u), {3u, 3u}, {4u, TypeParam::notFound}}) {
+        EXPECT_EQ(file.FindIndex(1, 2, 1, 3, start), found);
+    }
+    EXPECT_EQ(file.GetIndex(2, 2, 0, 9, 0), nullptr);
 }
 
 TYPED_TEST(TableOfStreams, AHundredAndFirstIsOneTooMany) {
-    for (const uint32_t count : {100u, 101u}) {
-        OneFileDisk disk;
-        TypeParam file;
-        ASSERT_TRUE(file.Create(&disk, u"c"));
-        for (uint32_t i = 0; i < count; ++i) ASSERT_EQ(file.CreateIndex(1, 1, 1, i), i);
-        ASSERT_TRUE(file.Close());
-        EXPECT_EQ(openWritable(file, disk), count == 100);
-    }
+    OneFileDisk disk;
+    TypeParam file;
+    ASSERT_TRUE(file.Create(&disk, u"c"));
+    for (uint32_t i = 0; i < 100; ++i) ASSERT_EQ(file.CreateIndex(1, 1, 1, i), i);
+    ASSERT_TRUE(file.Close() && openWritable(file, disk));
+    ASSERT_EQ(file.CreateIndex(1, 1, 1, 1), 100u);
+    EXPECT_TRUE(file.Close());
+    EXPECT_FALSE(openWritable(file, disk));
 }
 
 /// Any order of operations leaves the streams that a list of strings says.
@@ -292,7 +291,7 @@ TYPED_TEST(TableOfStreams, AStreamIsAFileWithOnePosition) {
     EXPECT_EQ(stream.Read(&byte, 1), 0u);
     EXPECT_EQ(stream.Write(&byte, 1), 0u);
     EXPECT_EQ(file.GetIndex(0)->GetFile()->GetPosition(), INT64_MAX);
-    EXPECT_FALSE(stream.SetSize(-1));
+    for (const int64_t size : {int64_t{-1}, INT64_MIN}) EXPECT_FALSE(stream.SetSize(size));
     EXPECT_FALSE(stream.SetSize(10 + 0x100000000));
     EXPECT_FALSE(stream.SetSize(0xFFFFFFFF)) << "the stream behind it would have no offset";
     EXPECT_EQ(file.GetIndex(0)->file.GetType(), 0xFFFFFFFFu);
@@ -431,6 +430,19 @@ TEST(Damage, StreamsThatLieWhereTheyCannot) {
         EXPECT_FALSE(kmr.Close());
         EXPECT_EQ(bytesOf(*container), whole);
     }
+}
+
+TEST(Damage, ATableBehindAStreamMovesOrStops) {
+    std::string bytes = image("KMR\0", 100, 1, "64*32 0001 0001 00000001 00000001 00000040 00000020 00*12");
+    bytes[27] = 96;
+    const TSharedPtr<IFile> container = memoryFile(bytes);
+    CKMRFile kmr;
+    ASSERT_TRUE(kmr.Open(container, false));
+    EXPECT_FALSE(kmr.GetIndex(0)->file.SetSize(33)) << "the table would stay, and lie over the stream";
+    EXPECT_TRUE(kmr.GetIndex(0)->file.SetSize(10));
+    EXPECT_EQ(kmr.GetIndexOffset(), 74u);
+    EXPECT_TRUE(kmr.Close() && kmr.Open(container, true));
+    EXPECT_EQ(bytesOf(kmr.GetIndex(0)->file), std::string(10, 'd'));
 }
 
 struct Outcome {
