@@ -1,6 +1,7 @@
 // IFile::Insert and Remove: opening and closing gaps in place.
+#include "files/file_editing.h"
+
 #include <algorithm>
-#include <cstdint>
 #include <limits>
 #include <memory>
 
@@ -30,59 +31,105 @@ constexpr bool isGap(int64_t position, int64_t count) {
     return position >= 0 && count >= 0 && count <= std::numeric_limits<int64_t>::max() - position;
 }
 
-void setMoveDiagnostic(IFile& file, int64_t at) {
-    char16_t name[IFileSystem::pathChars] = {};
-    file.GetFilename(name, IFileSystem::pathChars);
-    SetDiagnostic(name, u"room to move the file's contents", u"a short write", at);
-}
+/// Moves stretches of a file through one buffer.
+class Mover {
+public:
+    /// The buffer holds one step of a file of that size, and no more than `bytesToMove`.
+    Mover(IFile& file, int64_t fileSize, int64_t bytesToMove)
+        : m_file(file), m_chunk(static_cast<uint32_t>(std::clamp<int64_t>(bytesToMove, 1, chunkFor(fileSize)))) {
+        m_buffer.reset(static_cast<uint8_t*>(HeapAlloc(m_chunk)));
+    }
+    bool hasBuffer() const { return m_buffer != nullptr; }
 
-enum class Moved { chunk, nothing, refused };
+    /// From the end backward, so that nothing is overwritten before it was read. False when a step came short; `end` is
+    /// then where what still stands in its old place ends.
+    bool up(int64_t begin, int64_t& end, int64_t by) {
+        while (end > begin) {
+            const auto step = static_cast<uint32_t>(std::min<int64_t>(end - begin, m_chunk));
+            if (!moveStep(end - step, by, step)) return false;
+            end -= step;
+        }
+        return true;
+    }
 
-/// Copies up to `count` bytes from `from` to `to`; `count` becomes the bytes that were read.
-Moved moveChunk(IFile& file, uint8_t* buffer, int64_t from, int64_t to, uint32_t& count) {
-    file.Seek(from, IFile::fromBegin);
-    count = file.Read(buffer, count);
-    if (count == 0) return Moved::nothing;
-    file.Seek(to, IFile::fromBegin);
-    if (file.Write(buffer, count) == count) return Moved::chunk;
-    setMoveDiagnostic(file, to);
-    return Moved::refused;
-}
+    /// From the beginning forward. False when a step came short; `begin` is then where what still stands in its old
+    /// place begins.
+    bool down(int64_t& begin, int64_t end, int64_t by) {
+        while (begin < end) {
+            const auto step = static_cast<uint32_t>(std::min<int64_t>(end - begin, m_chunk));
+            if (!moveStep(begin, -by, step)) return false;
+            begin += step;
+        }
+        return true;
+    }
+
+private:
+    bool readAt(int64_t at, uint32_t count) {
+        return m_file.Seek(at, IFile::fromBegin) >= 0 && m_file.Read(m_buffer.get(), count) == count;
+    }
+    bool writeAt(int64_t at, uint32_t count) {
+        return m_file.Seek(at, IFile::fromBegin) >= 0 && m_file.Write(m_buffer.get(), count) == count;
+    }
+
+    /// A step that cannot be written whole is put back where it came from, over which part of it may have gone.
+    bool moveStep(int64_t from, int64_t by, uint32_t count) {
+        if (!readAt(from, count)) {
+            setDiagnostic(u"bytes to move", u"a short read", from);
+            return false;
+        }
+        if (writeAt(from + by, count)) return true;
+        setDiagnostic(u"room to move the file's contents", u"a short write", from + by);
+        (void)writeAt(from, count);
+        return false;
+    }
+
+    void setDiagnostic(const char16_t* expected, const char16_t* found, int64_t at) {
+        char16_t name[IFileSystem::pathChars] = {};
+        m_file.GetFilename(name, IFileSystem::pathChars);
+        SetDiagnostic(name, expected, found, at);
+    }
+
+    IFile& m_file;
+    uint32_t m_chunk;
+    HeapBlock m_buffer;
+};
 
 }  // namespace
 
-bool IFile::Remove(int64_t position, int64_t count) {
-    if (!isGap(position, count)) return true;
-    const uint32_t chunk = chunkFor(GetSize());
-    const HeapBlock buffer(static_cast<uint8_t*>(HeapAlloc(chunk)));
-    if (buffer == nullptr) return false;
-    int64_t from = position + count;
-    int64_t to = position;
-    for (;;) {
-        uint32_t step = chunk;
-        const Moved moved = moveChunk(*this, buffer.get(), from, to, step);
-        if (moved == Moved::refused) return true;
-        if (moved == Moved::nothing) break;
-        from += step;
-        to += step;
+Private::EditOutcome Private::openGap(IFile& file, int64_t position, int64_t count) {
+    const int64_t size = file.GetSize();
+    if (!isGap(position, count) || !isGap(size, count) || count == 0 || position >= size) return EditOutcome::done;
+    Mover mover(file, size, size - position);
+    if (!mover.hasBuffer()) return EditOutcome::noMemory;
+    int64_t end = size;
+    if (mover.up(position, end, count)) return EditOutcome::done;
+    int64_t moved = end + count;
+    if (mover.down(moved, size + count, count)) (void)file.SetSize(size);
+    return EditOutcome::refused;
+}
+
+Private::EditOutcome Private::closeGap(IFile& file, int64_t position, int64_t count) {
+    if (!isGap(position, count)) return EditOutcome::done;
+    const int64_t size = file.GetSize();
+    Mover mover(file, size, size - position - count);
+    if (!mover.hasBuffer()) return EditOutcome::noMemory;
+    int64_t begin = position + count;
+    const int64_t cut = std::max(size, begin) - count;
+    if (mover.down(begin, size, count)) {
+        (void)file.SetSize(cut);
+        return EditOutcome::done;
     }
-    (void)SetSize(to);
-    return true;
+    int64_t end = begin - count;
+    (void)mover.up(position, end, count);
+    return EditOutcome::refused;
+}
+
+bool IFile::Remove(int64_t position, int64_t count) {
+    return Private::closeGap(*this, position, count) != Private::EditOutcome::noMemory;
 }
 
 bool IFile::Insert(int64_t position, int64_t count) {
-    const int64_t size = GetSize();
-    if (!isGap(position, count) || !isGap(size, count)) return true;
-    const uint32_t chunk = chunkFor(size);
-    const HeapBlock buffer(static_cast<uint8_t*>(HeapAlloc(chunk)));
-    if (buffer == nullptr) return false;
-    // From the end backward, so that nothing is overwritten before it was read.
-    for (int64_t end = size; end > position;) {
-        auto step = static_cast<uint32_t>(std::min<int64_t>(end - position, chunk));
-        end -= step;
-        if (moveChunk(*this, buffer.get(), end, end + count, step) == Moved::refused) break;
-    }
-    return true;
+    return Private::openGap(*this, position, count) != Private::EditOutcome::noMemory;
 }
 
 }  // namespace qv

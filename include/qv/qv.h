@@ -1,10 +1,12 @@
 // Every exported header of the library.
 #pragma once
 
+#include "qv/aff_file.h"
 #include "qv/api.h"
 #include "qv/array.h"
 #include "qv/base64.h"
 #include "qv/cmdline.h"
+#include "qv/composite_file.h"
 #include "qv/config_store.h"
 #include "qv/crc.h"
 #include "qv/curve_fit.h"
@@ -18,9 +20,11 @@
 #include "qv/file_stream.h"
 #include "qv/gz_file.h"
 #include "qv/guid.h"
+#include "qv/indexed_file.h"
 #include "qv/ini_store.h"
 #include "qv/invoker.h"
 #include "qv/journaled_store.h"
+#include "qv/kmr_file.h"
 #include "qv/locale.h"
 #include "qv/locks.h"
 #include "qv/log.h"
