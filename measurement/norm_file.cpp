@@ -10,6 +10,13 @@ namespace qv {
 
 namespace {
 
+template <class T>
+bool setSize(TSimpleArray<T>& table, uint32_t count) {
+    if (table.SetSize(count)) return true;
+    SetDiagnostic(CString(), CString::FromFormat(u"memory for a table of %u elements", count), u"too little");
+    return false;
+}
+
 /// Takes memory for a table of `count` elements and reads it; empty when the file does not hold so many.
 template <class T>
 bool loadTable(IFile& file, TSimpleArray<T>& table, uint32_t count) {
@@ -20,7 +27,8 @@ bool loadTable(IFile& file, TSimpleArray<T>& table, uint32_t count) {
                       CString::FromFormat(u"%I64d", left), file.GetPosition());
         return false;
     }
-    if (table.SetSize(count) && Private::norm::readTable(file, table.data(), bytes)) return true;
+    if (!setSize(table, count)) return false;
+    if (Private::norm::readTable(file, table.data(), bytes)) return true;
     table.Destroy();
     return false;
 }
@@ -43,11 +51,11 @@ bool CNormFile::New(FILE_TYPE type, uint16_t xPixels, uint16_t yPixels, uint16_t
     m_header.bpTol = bpTol;
     m_bpTol = bpTol;
     const uint32_t count = pixelCount();
-    if (type == TYPE_GAIN && m_gains.SetSize(count)) {
+    if (type == TYPE_GAIN && setSize(m_gains, count)) {
         std::fill(m_gains.begin(), m_gains.end(), 1.0F);
-    } else if (type == TYPE_OFFSET && m_offsets.SetSize(count)) {
+    } else if (type == TYPE_OFFSET && setSize(m_offsets, count)) {
         std::fill(m_offsets.begin(), m_offsets.end(), int16_t{0});
-    } else if (type == TYPE_BAD_PIXEL && m_flags.SetSize(count) && m_subs.SetSize(count)) {
+    } else if (type == TYPE_BAD_PIXEL && setSize(m_flags, count) && setSize(m_subs, count)) {
         std::fill(m_flags.begin(), m_flags.end(), uint8_t{0});
         std::iota(m_subs.begin(), m_subs.end(), 0u);
     } else {
@@ -81,7 +89,7 @@ bool CNormFile::loadTables(IFile& file) {
         case TYPE_BAD_PIXEL: {
             if (!loadTable(file, m_flags, count)) return false;
             const bool stored = m_header.version > 1;
-            if (stored ? !loadTable(file, m_subs, count) : !m_subs.SetSize(count)) return false;
+            if (stored ? !loadTable(file, m_subs, count) : !setSize(m_subs, count)) return false;
             if (!stored || !Private::norm::areValid(m_subs.data(), count)) SetupBPSubs();
             return true;
         }

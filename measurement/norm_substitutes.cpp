@@ -22,10 +22,10 @@ public:
         for (const auto& [dx, dy] : neighbours) {
             if (isGood(x + dx, y + dy, 0)) return at(x + dx, y + dy);
         }
-        int64_t found = inRing(x, y, 0);
-        for (int64_t ring = 1; found < 0 && ring <= lastRing; ++ring) {
-            if (ring == 1) ring = std::max(ring, firstRingWorthWhile(x, y));
-            if (ring <= lastRing) found = inRing(x, y, ring);
+        int64_t found = -1;
+        for (int64_t ring = firstRing(x, y); found < 0 && ring <= lastRing; ++ring) {
+            found = inRing(x, y, ring);
+            m_walked += 16 + 8 * ring;
         }
         return found < 0 ? at(x, y) : found;
     }
@@ -65,42 +65,47 @@ private:
         return -1;
     }
 
-    /// The first ring that reaches as far as the nearest pixel that counts. It keeps large dead areas from costing
-    /// 1672 looks a pixel.
-    int64_t firstRingWorthWhile(int64_t x, int64_t y) {
+    /// The first ring that can have a hit. Once the walks have cost as many looks as the frame has pixels, it is the
+    /// one that reaches as far as the nearest pixel that counts: large dead areas would cost 1672 looks a pixel.
+    int64_t firstRing(int64_t x, int64_t y) {
+        if (m_walked < m_width * m_height) return 0;
         if (!m_measured) measureDistances();
         m_measured = true;
-        return m_distances.empty() ? 0 : m_distances[static_cast<uint32_t>(at(x, y))] - reachOfFirst;
+        return m_distances.empty() ? 0 : std::max<int64_t>(0, *distance(x, y) - reachOfFirst);
     }
 
     /// For each pixel the larger of the steps across and down to the nearest one that counts in a ring, held to
-    /// farAway. Without memory there are no distances.
+    /// farAway, in rows with a margin of one. Without memory there are no distances.
     void measureDistances() {
-        const auto pixels = static_cast<uint32_t>(m_width * m_height);
-        if (!m_distances.SetSize(pixels)) return;
-        for (int64_t y = 0; y < m_height; ++y) {
-            for (int64_t x = 0; x < m_width; ++x) relax(x, y, -1, isGood(x, y, 1) ? 0 : farAway);
+        const int64_t stride = m_width + 2;
+        const int64_t count = stride * (m_height + 2);
+        if (count > 0xFFFFFFFF || !m_distances.SetSize(static_cast<uint32_t>(count))) return;
+        std::fill(m_distances.begin(), m_distances.end(), farAway);
+        for (int64_t y = 1; y < m_height - 1; ++y) {
+            for (int64_t x = 1; x < m_width - 1; ++x) *distance(x, y) = m_flags[at(x, y)] == 0 ? 0 : farAway;
         }
-        for (int64_t y = m_height; y-- > 0;) {
-            for (int64_t x = m_width; x-- > 0;) relax(x, y, 1, m_distances[static_cast<uint32_t>(at(x, y))]);
+        for (int64_t y = 0; y < m_height; ++y) relaxRow(distance(0, y), 1, -stride);
+        for (int64_t y = m_height; y-- > 0;) relaxRow(distance(m_width - 1, y), -1, stride);
+    }
+    /// Brings a row up to date with the one beside it (`other` bytes away) and, in the direction of `step`, with
+    /// itself.
+    void relaxRow(uint8_t* pixel, int64_t step, int64_t other) const {
+        int known = farAway;
+        for (int64_t i = 0; i < m_width; ++i, pixel += step) {
+            const uint8_t* const beside = pixel + other;
+            const int nearest = std::min({int{beside[-1]}, int{beside[0]}, int{beside[1]}, known});
+            known = std::min(int{*pixel}, nearest + 1);
+            *pixel = static_cast<uint8_t>(known);
         }
     }
-    /// Sets a distance from `known` and those of the row above (-1) or below (1) and the neighbour on that side.
-    void relax(int64_t x, int64_t y, int64_t side, int64_t known) {
-        const auto look = [&](int64_t u, int64_t v) {
-            if (u < 0 || v < 0 || u >= m_width || v >= m_height) return;
-            known = std::min<int64_t>(known, m_distances[static_cast<uint32_t>(at(u, v))] + 1);
-        };
-        look(x + side, y);
-        for (int64_t dx = -1; dx <= 1; ++dx) look(x + dx, y + side);
-        m_distances[static_cast<uint32_t>(at(x, y))] = static_cast<uint8_t>(known);
-    }
+    uint8_t* distance(int64_t x, int64_t y) { return m_distances.data() + (y + 1) * (m_width + 2) + x + 1; }
 
     const uint8_t* m_flags;
     int64_t m_width;
     int64_t m_height;
     TSimpleArray<uint8_t> m_distances;
     bool m_measured = false;
+    int64_t m_walked = 0;
 };
 
 }  // namespace

@@ -7,6 +7,11 @@
 
 namespace qv {
 
+namespace {
+/// So that a size and an offset have a sum.
+constexpr int64_t largestSize = std::numeric_limits<int64_t>::max() - 0xFFFFFFFF;
+}  // namespace
+
 const Private::CIndexedFile::TRAITS CAFFFile::format = {
     .magic = "AFF", .savesGrownTable = false, .switchesBorrowed = false, .forgetsPathOnClose = true};
 
@@ -54,7 +59,7 @@ uint32_t CAFFFile::headerWord() const { return m_userWord; }
 
 int64_t CAFFFile::storedSize(const CIndex& index) const {
     const uint64_t bytes = uint64_t{index.sizeWord} * std::max(index.count, 1u);
-    return static_cast<int64_t>(std::min<uint64_t>(bytes, std::numeric_limits<int64_t>::max()));
+    return static_cast<int64_t>(std::min(bytes, static_cast<uint64_t>(largestSize)));
 }
 
 void CAFFFile::storeSize(CIndex& index) const {

@@ -75,8 +75,7 @@ void CIndexedFile::SetHeaderTag(const void* bytes) { std::memcpy(m_headerTag, by
 
 int64_t CIndexedFile::tableEnd() const { return int64_t{m_indexOffset} + int64_t{m_indexCapacity} * recordBytes; }
 
-// Reading
-// --------------------------------------------------------------------------------------------------------------
+// Reading -------------------------------------------------------------------------------------------------------------
 
 bool CIndexedFile::load(const TSharedPtr<IFile>& file) {
     if (!file) return false;
@@ -144,8 +143,7 @@ bool CIndexedFile::readRecords(const uint8_t* table, bool bigEndian) {
     return true;
 }
 
-// Writing
-// --------------------------------------------------------------------------------------------------------------
+// Writing -------------------------------------------------------------------------------------------------------------
 
 bool CIndexedFile::create(const TSharedPtr<IFile>& file) {
     if (!file) return false;
@@ -177,8 +175,7 @@ bool CIndexedFile::createByPath(IFileSystem* fileSystem, const char16_t* path) {
 
 bool CIndexedFile::Save() {
     if (!m_open || m_readOnly) return true;
-    if (!m_container) return false;
-    if (!mayChangeTable()) return false;
+    if (!m_container || !mayChangeTable(m_container->GetSize())) return false;
     const bool saved = writeAll() || writeAll();
     swapFlag(*m_container) = false;
     return saved;
@@ -221,8 +218,7 @@ bool CIndexedFile::writeAll() {
     return writeBlock(0, header, headerBytes) && writeBlock(m_indexOffset, table.data(), bytes);
 }
 
-// States
-// ---------------------------------------------------------------------------------------------------------------
+// States --------------------------------------------------------------------------------------------------------------
 
 bool CIndexedFile::Close() {
     bool saved = true;
@@ -241,6 +237,11 @@ bool CIndexedFile::Close() {
     return saved;
 }
 
+bool CIndexedFile::mayReopen() const {
+    if (!m_container) return false;
+    return m_owner ? m_fileSystem != nullptr : m_traits.switchesBorrowed;
+}
+
 bool CIndexedFile::reopen(uint32_t flags) {
     m_container->Close();
     m_container = m_fileSystem->CreateFileW(m_path.c_str(), flags);
@@ -249,7 +250,7 @@ bool CIndexedFile::reopen(uint32_t flags) {
 
 bool CIndexedFile::ReOpenForRead() {
     if (m_readOnly) return true;
-    if (!m_container || (!m_owner && !m_traits.switchesBorrowed)) return false;
+    if (!mayReopen()) return false;
     if (m_owner && !reopen(flagsFor(true))) return false;
     m_readOnly = true;
     return true;
@@ -257,7 +258,7 @@ bool CIndexedFile::ReOpenForRead() {
 
 bool CIndexedFile::ReOpenForWrite() {
     if (!m_readOnly) return true;
-    if (!m_container || (!m_owner && !m_traits.switchesBorrowed)) return false;
+    if (!mayReopen()) return false;
     if (m_owner && !reopen(flagsFor(false))) {
         m_container = m_fileSystem->CreateFileW(m_path.c_str(), flagsFor(true));
         return false;

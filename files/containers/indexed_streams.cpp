@@ -25,10 +25,9 @@ constexpr int64_t addHeld(int64_t a, int64_t b) {
 }
 }  // namespace
 
-int64_t CIndexedFile::endOf(const CIndex& index) { return addHeld(index.m_offset, index.size); }
+int64_t CIndexedFile::endOf(const CIndex& index) { return index.m_offset + index.size; }
 
-// Finding
-// --------------------------------------------------------------------------------------------------------------
+// Finding -------------------------------------------------------------------------------------------------------------
 
 uint32_t CIndexedFile::FindIndex(uint16_t type, uint16_t subtype, uint32_t minVersion, uint32_t maxVersion,
                                  uint32_t start) const {
@@ -49,14 +48,13 @@ CIndexedFile::CIndex* CIndexedFile::GetIndex(uint32_t position) const {
     return position < m_indices.size() ? m_indices.GetAt(position) : nullptr;
 }
 
-// Changing the table
-// ---------------------------------------------------------------------------------------------------
+// Changing the table --------------------------------------------------------------------------------------------------
 
 /// What is moved now has to find its way into a table later: no change unless the table can be saved.
-bool CIndexedFile::mayChangeTable() const {
+bool CIndexedFile::mayChangeTable(int64_t size) const {
     if (!m_open || m_readOnly || !m_container) return refuse(u"a container open for writing", u"none", 0);
     if (m_indexOffset < headerBytes) return refuse(u"a table behind the header", u"one inside it", m_indexOffset);
-    if (m_indexOffset > std::max<int64_t>(m_container->GetSize(), headerBytes)) {
+    if (m_indexOffset > std::max<int64_t>(size, headerBytes)) {
         return refuse(u"a table inside the file", u"one behind its end", m_indexOffset);
     }
     return true;
@@ -84,9 +82,8 @@ void CIndexedFile::AdjustOffsets(int64_t position, int64_t delta) {
     dataMoved(delta);
 }
 
-/// Inserts bytes of any value; at the file's end it becomes longer by them.
-bool CIndexedFile::makeRoom(int64_t position, int64_t count) {
-    const int64_t size = m_container->GetSize();
+/// Inserts bytes of any value into the file of `size` bytes; at its end it becomes longer by them.
+bool CIndexedFile::makeRoom(int64_t position, int64_t count, int64_t size) {
     if (position < size) return openGap(*m_container, position, count) == EditOutcome::done;
     (void)m_container->SetSize(size + count);
     if (m_container->GetSize() == size + count) return true;
@@ -94,26 +91,27 @@ bool CIndexedFile::makeRoom(int64_t position, int64_t count) {
     return refuse(u"room for a stream", u"none", position);
 }
 
-bool CIndexedFile::growTable() {
+bool CIndexedFile::growTable(int64_t size) {
     const int64_t position = tableEnd();
-    if (!offsetsFit(position, bytesPerStep, nullptr) || !makeRoom(position, bytesPerStep)) return false;
+    if (!offsetsFit(position, bytesPerStep, nullptr) || !makeRoom(position, bytesPerStep, size)) return false;
     AdjustOffsets(position, bytesPerStep);
     m_indexCapacity += slotsPerStep;
     return true;
 }
 
 uint32_t CIndexedFile::CreateIndex(uint16_t type, uint16_t subtype, uint32_t version, uint32_t id) {
-    if (!mayChangeTable()) return notFound;
+    if (!m_container || !mayChangeTable(m_container->GetSize())) return notFound;
     // A file that ends inside its table: completed, so that nothing is placed there.
     if (m_container->GetSize() < tableEnd() && !Save()) return notFound;
     const uint32_t position = m_indices.size();
     const bool grows = position + 1 > m_indexCapacity;
-    if (nextOffset() + (grows ? bytesPerStep : 0) > largestOffset) {
+    if (nextOffset() > largestOffset - (grows ? bytesPerStep : 0)) {
         (void)refuse(u"a place below 4 GiB", u"none", nextOffset());
         return notFound;
     }
     std::unique_ptr<CIndex> index(new (std::nothrow) CIndex(*this));
-    if (index == nullptr || !m_indices.Dimension(position + 1) || (grows && !growTable())) return notFound;
+    if (index == nullptr || !m_indices.Dimension(position + 1) || (grows && !growTable(m_container->GetSize())))
+        return notFound;
     const uint32_t nextId = m_nextId;
     index->type = type;
     index->subtype = subtype;
@@ -133,58 +131,73 @@ uint32_t CIndexedFile::CreateIndex(uint16_t type, uint16_t subtype, uint32_t ver
 
 bool CIndexedFile::RemoveIndex(uint32_t position) {
     CIndex* const index = GetIndex(position);
-    if (index == nullptr || !mayChangeTable() || SetIndexSize(*index, 0) != 0) return false;
+    if (index == nullptr || !m_container || !mayChangeTable(m_container->GetSize())) return false;
+    if (SetIndexSize(*index, 0) != 0) return false;
     m_indices.Remove(position);
     delete index;
     return true;
 }
 
-/// Inserts or removes bytes at `position`, which is inside the stream or at its end. False, with nothing changed, where
-/// that would tear the header or the table, or move something beyond what a record can hold.
-bool CIndexedFile::resize(const CIndex& index, int64_t position, int64_t delta) {
-    if (!mayChangeTable() || !offsetsFit(position, delta, &index)) return false;
-    const int64_t size = m_container->GetSize();
+/// Whether bytes may be inserted or removed at `position`, which is inside the stream or at its end, in a file of
+/// `size` bytes: not where that would tear the header or the table, or move something beyond what a record can hold.
+bool CIndexedFile::mayResize(const CIndex& index, int64_t position, int64_t delta, int64_t size) const {
+    if (!mayChangeTable(size) || !offsetsFit(position, delta, &index)) return false;
     if (position > size) return delta < 0 || refuse(u"a stream inside the file", u"one behind its end", position);
     const int64_t touchedEnd = delta < 0 ? std::min(endOf(index), size) : position + 1;
     const bool tearsTable = m_indexCapacity != 0 && position < tableEnd() && touchedEnd > m_indexOffset;
-    if (position < headerBytes || tearsTable) return refuse(u"a stream clear of the table", u"another", position);
-    if (delta > 0) return makeRoom(position, delta);
-    return closeGap(*m_container, position, touchedEnd - position) == EditOutcome::done;
+    if (position >= headerBytes && !tearsTable) return true;
+    return refuse(u"a stream clear of the table", u"another", position);
 }
 
 /// Returns the size in force afterwards.
 int64_t CIndexedFile::SetIndexSize(CIndex& index, int64_t newSize) {
     if (newSize < 0) return index.size;
     const int64_t difference = newSize - index.size;
-    if (difference > largestOffset) return index.size;
-    const int64_t position = addHeld(index.m_offset, std::min(newSize, index.size));
-    if (difference != 0 && !resize(index, position, difference)) return index.size;
-    index.size = newSize;
-    const uint32_t offset = index.m_offset;
-    AdjustOffsets(position, difference);
-    index.m_offset = offset;  // an empty stream stands at its own insertion point
+    if (difference == 0 || difference > largestOffset) return index.size;
+    const int64_t position = index.m_offset + std::min(newSize, index.size);
+    const int64_t size = m_container ? m_container->GetSize() : 0;
+    if (!mayResize(index, position, difference, size)) return index.size;
+    if (difference > 0 && !makeRoom(position, difference, size)) return index.size;
+    const int64_t removed = difference < 0 ? std::min(endOf(index), size) - position : 0;
+    if (removed > 0 && closeGap(*m_container, position, removed) != EditOutcome::done) return index.size;
+    takeSize(index, newSize);
     return newSize;
 }
 
-// Bytes
-// ----------------------------------------------------------------------------------------------------------------
+/// The stream has another size, and what stands behind it has moved.
+void CIndexedFile::takeSize(CIndex& index, int64_t newSize) {
+    const int64_t position = index.m_offset + std::min(newSize, index.size);
+    const int64_t difference = newSize - index.size;
+    const uint32_t offset = index.m_offset;
+    index.size = newSize;
+    AdjustOffsets(position, difference);
+    index.m_offset = offset;  // an empty stream stands at its own insertion point
+}
+
+// Bytes ---------------------------------------------------------------------------------------------------------------
 
 uint32_t CIndexedFile::ReadIndex(const CIndex& index, int64_t position, void* data, uint32_t count) {
     if (!m_container || position >= index.size) return 0;
-    if (m_container->Seek(addHeld(index.m_offset, position), IFile::fromBegin) < 0) return 0;
+    if (m_container->Seek(index.m_offset + position, IFile::fromBegin) < 0) return 0;
     return m_container->Read(data, static_cast<uint32_t>(std::min<int64_t>(count, index.size - position)));
 }
 
 uint32_t CIndexedFile::WriteIndex(CIndex& index, int64_t position, const void* data, uint32_t count) {
     if (!m_container || position > largestPosition - count) return 0;
     const int64_t end = position + count;
-    if (end > index.size && SetIndexSize(index, end) != end) return 0;
-    const int64_t at = addHeld(index.m_offset, position);
-    if (at > m_container->GetSize()) {
+    const int64_t size = m_container->GetSize();
+    const bool grows = end > index.size;
+    // Behind the last stream the bytes themselves make the room.
+    const bool appends = grows && position <= index.size && endOf(index) == size;
+    if (appends ? !mayResize(index, size, end - index.size, size) : grows && SetIndexSize(index, end) != end) return 0;
+    const int64_t at = index.m_offset + position;
+    if (!grows && at > size) {
         (void)refuse(u"a place inside the file", u"one behind its end", at);
         return 0;
     }
-    return m_container->Seek(at, IFile::fromBegin) < 0 ? 0 : m_container->Write(data, count);
+    const uint32_t done = m_container->Seek(at, IFile::fromBegin) < 0 ? 0 : m_container->Write(data, count);
+    if (appends && position + done > index.size) takeSize(index, position + done);
+    return done;
 }
 
 CIndexedFile::CIndexDataFile::~CIndexDataFile() = default;

@@ -204,10 +204,10 @@ public:
     bool WriteZeros(uint32_t count);
 
     // Editing in place -------------------------------------------------------------------------------------------
-    // Both work through one buffer of at most 512 KiB to 5 MiB by the file's size, and leave the position anywhere. False
-    // only without memory for the buffer. A read or write that comes short ends the work with a diagnostic and the same
-    // result, and what had moved goes back: the file has its old size and contents, but for the bytes that Remove was to
-    // close. A negative position or count does nothing, nor does one that leads past 2^63 - 1.
+    // Both work through one buffer of at most 512 KiB to 5 MiB by the file's size, and leave the position anywhere.
+    // False only without memory for the buffer. A read or write that comes short ends the work with a diagnostic and
+    // the same result, and what had moved goes back: the file has its old size and contents, but for the bytes that
+    // Remove was to close. A negative position or count does nothing, nor does one that leads past 2^63 - 1.
 
     /// Closes the gap of `count` bytes at `position` and shortens the file.
     bool Remove(int64_t position, int64_t count);

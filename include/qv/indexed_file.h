@@ -27,7 +27,8 @@ namespace qv::Private {
 ///           goes back and every stream stays as it was.
 /// Damage:   a record may claim anything. A stream gives the bytes that the file really holds. One that reaches behind
 ///           the end of the file does not grow, nothing is written that would leave a hole in the file, and a stream
-///           that reaches into the header or the table keeps its size.
+///           that reaches into the header or the table keeps its size. One that ends where the table begins does not
+///           grow: the table would stay in its place.
 /// Threads:  the container, its streams and the position of the underlying file belong to one thread.
 /// Ownership: the container owns its CIndex objects; they are gone after Close.
 class QV_API CIndexedFile {
@@ -93,7 +94,7 @@ public:
         uint32_t opaque = 0;    ///< Kept and written back.
         uint32_t count = 0;     ///< AFF: elements, 0 counts as 1. KMR: kept and written back.
         uint32_t sizeWord = 0;  ///< AFF: bytes of one element. KMR: set by Save to the stream's size.
-        int64_t size = 0;       ///< Of the stream, in bytes; changed through `file` alone.
+        int64_t size = 0;       ///< Of the stream, in bytes, at most 2^63 - 2^32; changed through `file` alone.
         uint32_t mark = 0;      ///< The application's own; not in the file.
         CIndexDataFile file;
 
@@ -190,7 +191,7 @@ protected:
 
     /// Behind the last slot.
     int64_t tableEnd() const;
-    /// Behind the stream, held to the range of the type.
+    /// Behind the stream; storedSize leaves room for the sum.
     static int64_t endOf(const CIndex& index);
 
     TSharedPtr<IFile> m_container;
@@ -210,6 +211,7 @@ private:
     bool readBlock(int64_t at, uint8_t* to, uint32_t count);
     bool writeAll();
     bool writeBlock(int64_t at, const uint8_t* from, uint32_t count);
+    bool mayReopen() const;
     bool reopen(uint32_t flags);
     void copyFrom(const CIndexedFile& other);
     void deleteIndices();
@@ -219,10 +221,11 @@ private:
     uint32_t WriteIndex(CIndex& index, int64_t position, const void* data, uint32_t count);
     int64_t SetIndexSize(CIndex& index, int64_t newSize);
     void AdjustOffsets(int64_t position, int64_t delta);
-    bool mayChangeTable() const;
-    bool resize(const CIndex& index, int64_t position, int64_t delta);
-    bool growTable();
-    bool makeRoom(int64_t position, int64_t count);
+    void takeSize(CIndex& index, int64_t newSize);
+    bool mayChangeTable(int64_t size) const;
+    bool mayResize(const CIndex& index, int64_t position, int64_t delta, int64_t size) const;
+    bool growTable(int64_t size);
+    bool makeRoom(int64_t position, int64_t count, int64_t size);
     bool offsetsFit(int64_t position, int64_t delta, const CIndex* except) const;
 
     const TRAITS& m_traits;

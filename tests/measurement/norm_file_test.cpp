@@ -269,7 +269,7 @@ TEST(NormSubstitutes, RingsReachFurtherRightAndDownAndEndAtSide41) {
         {{28, 30}, true},                                                            // ring 1 on its way up
         {{27, 27}, false}, {{33, 28}, true},  {{33, 33}, true},  {{29, 33}, true},   // corners
         {{11, 10}, true},  {{51, 10}, true},  {{51, 51}, true},  {{11, 51}, true},   // the last ring, from (10, 10)
-        {{11, 13}, true},  {{11, 12}, false},  {{10, 10}, false}, {{10, 30}, false},  // where it ends
+        {{11, 13}, true},  {{11, 12}, false}, {{10, 10}, false}, {{10, 30}, false},  // where it ends
         {{30, 9}, false},  {{52, 30}, false}, {{30, 52}, false}, {{11, 11}, false},  // outside
     };
     for (const auto& [good, found] : cases) {
@@ -285,7 +285,7 @@ TEST(NormSubstitutes, EdgesCountBesideThePixelButNotInRings) {
     EXPECT_TRUE(setUp({}, 1).empty());
     // Five by five, only the edge is good: the middle finds none of it, its neighbours do.
     Flags frame(25, 0);
-    for (const uint32_t i : {6, 7, 8, 11, 12, 13, 16, 17, 18}) frame[i] = 1;
+    for (const uint32_t i : {6u, 7u, 8u, 11u, 12u, 13u, 16u, 17u, 18u}) frame[i] = 1;
     const Subs subs = setUp(frame, 5);
     EXPECT_EQ(subs[12], 12u);
     EXPECT_EQ(subs[6], 1u);

@@ -1,19 +1,15 @@
 // qv calibrate: a recording of counts and a calibration become a recording of temperatures.
 #include <algorithm>
-#include <atomic>
 #include <cmath>
-#include <exception>
 #include <filesystem>
 #include <iostream>
 #include <memory>
-#include <mutex>
-#include <thread>
 
 #include "calibration.h"
 #include "calibrator.h"
 #include "command.h"
+#include "frame_pool.h"
 #include "json.h"
-#include "progress.h"
 #include "qv/diagnostic.h"
 #include "recording.h"
 #include "table.h"
@@ -149,59 +145,51 @@ private:
     const Layout m_layout;
 };
 
+/// What one thread does with the frames that fall to it.
+class ConvertingWorker {
+public:
+    ConvertingWorker(const Recording& source, const Calibrator& calibrator, const std::vector<float>& table,
+                     const Target& target, int64_t position)
+        : m_reader(source),
+          m_converter(calibrator, table, source.layout()),
+          m_target(target),
+          m_out(target.open()),
+          m_position(position),
+          m_counts(source.layout().frameBytes()),
+          m_values(source.layout().pixels()) {}
+
+    void operator()(uint32_t frame) {
+        const auto outBytes = static_cast<uint32_t>(m_values.size() * sizeof(float));
+        m_reader.read(frame, m_counts.data());
+        m_converter.convert(m_counts.data(), m_values.data(), m_tally);
+        m_out->SetPosition(m_position + int64_t{frame} * outBytes);
+        if (!m_out->WriteBytes(m_values.data(), outBytes)) {
+            throw Failure(Exit::io, m_target.temporary() + ": cannot be written (is the disk full?)");
+        }
+    }
+    const Tally& tally() const { return m_tally; }
+
+private:
+    FrameReader m_reader;
+    FrameConverter m_converter;
+    const Target& m_target;
+    qv::TSharedPtr<qv::IFile> m_out;
+    int64_t m_position;
+    std::vector<std::byte> m_counts;
+    std::vector<float> m_values;
+    Tally m_tally;
+};
+
 /// Runs the frames of `source` through a pool of threads into `target`, whose frames begin at `position`.
 Tally convertFrames(const Recording& source, const Calibrator& calibrator, const Target& target, int64_t position) {
     const Layout& layout = source.layout();
     const bool small = layout.type == qv::EDataType::uint8 || layout.type == qv::EDataType::uint16;
     const std::vector<float> table = small ? calibrator.tableOfCounts() : std::vector<float>();
-    Progress progress("calibrate", layout.frames, layout.frameBytes());
-    std::atomic<uint32_t> next{0};
-    std::mutex mutex;
-    std::exception_ptr failure;
     Tally total;
-
-    const auto work = [&] {
-        Tally own;
-        try {
-            FrameReader reader(source);
-            const qv::TSharedPtr<qv::IFile> out = target.open();
-            const FrameConverter converter(calibrator, table, layout);
-            std::vector<std::byte> counts(layout.frameBytes());
-            std::vector<float> values(layout.pixels());
-            const auto outBytes = static_cast<uint32_t>(values.size() * sizeof(float));
-            for (uint32_t frame = next++; frame < layout.frames; frame = next++) {
-                reader.read(frame, counts.data());
-                converter.convert(counts.data(), values.data(), own);
-                out->SetPosition(position + int64_t{frame} * outBytes);
-                if (!out->WriteBytes(values.data(), outBytes)) {
-                    throw Failure(Exit::io, target.temporary() + ": cannot be written (is the disk full?)");
-                }
-                progress.advance();
-            }
-        } catch (...) {
-            const std::lock_guard lock(mutex);
-            if (!failure) failure = std::current_exception();
-            next = layout.frames;
-        }
-        const std::lock_guard lock(mutex);
-        total.add(own);
-    };
-    std::vector<std::thread> pool;
-    const uint32_t threads = std::clamp(std::thread::hardware_concurrency(), 1u, layout.frames);
-    for (uint32_t i = 1; i < threads; ++i) pool.emplace_back(work);
-    work();
-    for (std::thread& thread : pool) thread.join();
-    if (failure) std::rethrow_exception(failure);
+    overFrames(
+        source, "calibrate", [&] { return ConvertingWorker(source, calibrator, table, target, position); },
+        [&total](const ConvertingWorker& worker) { total.add(worker.tally()); });
     return total;
-}
-
-/// A path as a tag's line can hold it: of a long one the file's name, and marks in place of what would end the line.
-std::string nameForTag(const std::string& path) {
-    constexpr size_t longest = 400;
-    std::string name = path.size() <= longest ? path : std::filesystem::path(path).filename().string();
-    std::replace_if(
-        name.begin(), name.end(), [](char c) { return c == '\r' || c == '\n'; }, '?');
-    return name;
 }
 
 /// The source's header with the result's description.

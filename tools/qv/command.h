@@ -84,6 +84,7 @@ void addTags(CLI::App& root);
 void addDict(CLI::App& root);
 void addRcal(CLI::App& root);
 void addConfig(CLI::App& root);
+void addNorm(CLI::App& root);
 void addImport(CLI::App& root);
 void addCalibrate(CLI::App& root);
 void addRender(CLI::App& root);

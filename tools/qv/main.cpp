@@ -94,6 +94,7 @@ void describe(CLI::App& root) {
     addRcal(root);
     addConfig(root);
     addTable(root);
+    addNorm(root);
     addImport(root);
     addCalibrate(root);
     addRender(root);

@@ -242,6 +242,29 @@ Ticks roundTicks(double low, double high, int wanted) {
     return ticks;
 }
 
+std::pair<double, double> paletteSpan(const std::string& range, std::vector<float> values) {
+    if (!range.empty()) {
+        double low = 0.0;
+        double high = 0.0;
+        char rest = 0;
+        if (std::sscanf(range.c_str(), "%lf:%lf%c", &low, &high, &rest) != 2 || !(low < high) ||
+            !std::isfinite(high - low)) {
+            throw Failure(Exit::usage, "--range: \"" + range + "\" is not of the form LOW:HIGH");
+        }
+        return {low, high};
+    }
+    values.erase(std::remove_if(values.begin(), values.end(), [](float v) { return !std::isfinite(v); }), values.end());
+    if (values.empty()) return {0.0, 1.0};
+    const size_t cut = values.size() / 1000;
+    const auto lowAt = values.begin() + static_cast<ptrdiff_t>(cut);
+    const auto highAt = values.end() - 1 - static_cast<ptrdiff_t>(cut);
+    std::nth_element(values.begin(), lowAt, values.end());
+    const double low = *lowAt;
+    std::nth_element(values.begin(), highAt, values.end());
+    const double high = *highAt;
+    return high > low ? std::pair{low, high} : std::pair{low - 0.5, low + 0.5};
+}
+
 namespace {
 
 /// Where the parts of a picture stand, in pixels.

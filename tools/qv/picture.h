@@ -3,6 +3,7 @@
 
 #include <cstdint>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace tool {
@@ -46,6 +47,10 @@ struct Ticks {
     int decimals = 0;
 };
 Ticks roundTicks(double low, double high, int wanted);
+
+/// The values that a palette spans: `range` as LOW:HIGH (an option's text; fails with a sentence about --range), or
+/// when it is empty all but the outermost thousandth at each end.
+std::pair<double, double> paletteSpan(const std::string& range, std::vector<float> values);
 
 /// A frame of values drawn with a scale bar at its right.
 struct FramePicture {

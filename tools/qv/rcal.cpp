@@ -11,6 +11,7 @@
 #include "json.h"
 #include "points_csv.h"
 #include "qv/diagnostic.h"
+#include "rcal_commands.h"
 #include "rcal_forms.h"
 #include "rcal_report.h"
 #include "source.h"
@@ -504,6 +505,8 @@ void addRcal(CLI::App& root) {
     verb->add_option("--max-left-out", options->limits.leftOut, "Largest error at a point that was left out [K] (2)");
     verb->add_option("--max-reverse", options->limits.reverse, "Largest error of the reverse polynomial [K] (0.5)");
     addRcalForms(*rcal);
+    addRcalCompare(*rcal);
+    addRcalPlot(*rcal);
 }
 
 }  // namespace tool

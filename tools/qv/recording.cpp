@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstddef>
+#include <filesystem>
 #include <limits>
 
 #include "command.h"
@@ -146,6 +147,14 @@ void checkTagLine(const std::string& name, const std::string& value) {
         throw Failure(Exit::usage,
                       name + ": a tag's line holds at most " + std::to_string(longestLineBytes - 3) + " bytes");
     }
+}
+
+std::string nameForTag(const std::string& path) {
+    constexpr size_t longest = 400;
+    std::string name = path.size() <= longest ? path : std::filesystem::path(path).filename().string();
+    std::replace_if(
+        name.begin(), name.end(), [](char c) { return c == '\r' || c == '\n'; }, '?');
+    return name;
 }
 
 void setLayoutTags(qv::CSAFFile& header, const Layout& layout) {

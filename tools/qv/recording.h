@@ -76,6 +76,9 @@ void reverseElements(void* data, uint32_t count, uint32_t size);
 /// Fails with a sentence when a header could not hold a tag or give it back as it was.
 void checkTagLine(const std::string& name, const std::string& value);
 
+/// A path as a tag's line can hold it: of a long one the file's name, and marks in place of what would end the line.
+std::string nameForTag(const std::string& path);
+
 /// Sets the tags that describe `layout` (little-endian).
 void setLayoutTags(qv::CSAFFile& header, const Layout& layout);
 

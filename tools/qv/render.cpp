@@ -45,30 +45,6 @@ std::vector<float> readFrame(const Recording& recording, uint32_t frame) {
     return values;
 }
 
-/// The range that the palette spans: as given, else all but the outermost thousandth at each end.
-std::pair<double, double> spanOf(const Options& options, std::vector<float> values) {
-    if (!options.range.empty()) {
-        double low = 0.0;
-        double high = 0.0;
-        char rest = 0;
-        if (std::sscanf(options.range.c_str(), "%lf:%lf%c", &low, &high, &rest) != 2 || !(low < high) ||
-            !std::isfinite(high - low)) {
-            throw Failure(Exit::usage, "--range: \"" + options.range + "\" is not of the form LOW:HIGH");
-        }
-        return {low, high};
-    }
-    values.erase(std::remove_if(values.begin(), values.end(), [](float v) { return !std::isfinite(v); }), values.end());
-    if (values.empty()) return {0.0, 1.0};
-    const size_t cut = values.size() / 1000;
-    const auto lowAt = values.begin() + static_cast<ptrdiff_t>(cut);
-    const auto highAt = values.end() - 1 - static_cast<ptrdiff_t>(cut);
-    std::nth_element(values.begin(), lowAt, values.end());
-    const double low = *lowAt;
-    std::nth_element(values.begin(), highAt, values.end());
-    const double high = *highAt;
-    return high > low ? std::pair{low, high} : std::pair{low - 0.5, low + 0.5};
-}
-
 /// The unit as it is read: a temperature's with its degree sign.
 std::string displayUnit(const std::string& unit) {
     return unit == "C" || unit == "F" || unit == "R" ? "\u00B0" + unit : unit;
@@ -87,7 +63,7 @@ std::string assumptions(const Recording& recording) {
 Exit render(const Options& options) {
     const Recording recording(options.recording);
     const std::vector<float> values = readFrame(recording, options.frame);
-    const auto [low, high] = spanOf(options, values);
+    const auto [low, high] = paletteSpan(options.range, values);
     FramePicture picture;
     picture.values = values.data();
     picture.width = recording.layout().width;
