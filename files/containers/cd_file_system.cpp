@@ -6,6 +6,7 @@
 
 #include "core/text.h"
 #include "files/containers/cd_session.h"
+#include "files/file_editing.h"
 #include "qv/diagnostic.h"
 
 namespace qv {
@@ -113,7 +114,8 @@ bool CCDFileSystem::openByFooter() {
         m_container->SetPosition(first);
         if (!m_container->ReadBytes(tail.data(), static_cast<uint32_t>(tail.size()))) return false;
         const size_t magic = tail.rfind(std::string_view(footerMagic, sizeof footerMagic));
-        found = magic != tail.npos && magic >= 8 && baseOfFooter(*m_container, first + static_cast<int64_t>(magic) - 8, base);
+        found = magic != tail.npos && magic >= 8 &&
+                baseOfFooter(*m_container, first + static_cast<int64_t>(magic) - 8, base);
     }
     if (found && standsAt(*m_container, base, containerMagic)) return openContainer(base);
     return refuse(nullptr, u"a CDFS container", found ? u"a footer that leads nowhere" : u"another kind of file");
@@ -231,17 +233,13 @@ int64_t CCDFileSystem::setEntrySize(int index, int64_t size) {
     return entry->size = size;
 }
 
-/// Makes room for that size. The container's own size says whether the bytes behind it could be moved.
+/// Makes room for that size. False, with all as it was, where what stands behind cannot be moved.
 bool CCDFileSystem::growEntry(CDirectoryEntry& entry, int64_t size) {
     const int64_t offset = numberOf(entry, offsetName), capacity = numberOf(entry, capacityName);
     const int64_t grown = (size / step + 1) * step, place = placeOf(entry, capacity);
     const int64_t before = std::max(m_container->GetSize(), place);
     if (size > INT64_MAX - step - before) return refuse(nullptr, u"a size that a container can have", u"a larger one");
-    if (!m_container->Insert(place, grown - capacity)) return false;
-    if (before > place && m_container->GetSize() < before + grown - capacity) {
-        (void)m_container->SetSize(before);
-        return refuse(nullptr, u"room for a file that grows", u"none");
-    }
+    if (Private::openGap(*m_container, place, grown - capacity) != Private::EditOutcome::done) return false;
     setNumber(entry, capacityName, grown);
     adjustOffsets(offset + capacity, grown - capacity);
     // A file of no capacity begins where it grows, and stays.
