@@ -4,6 +4,7 @@
 #include <string_view>
 
 #include "command.h"
+#include "places.h"
 #include "qv/diagnostic.h"
 #include "qv/file_system.h"
 #include "source.h"
@@ -49,7 +50,7 @@ ResponseState spectralState(qv::CRCalFile& calibration) {
 }  // namespace
 
 void loadCalibration(qv::CRCalFile& calibration, const std::string& path) {
-    qv::IFileSystem& disk = qv::fileSystem();
+    qv::IFileSystem& disk = files();
     qv::ClearDiagnostic();
     requireFile(path);
     if (calibration.Load(&disk, wide(path).c_str(), 0)) return;
@@ -59,7 +60,7 @@ void loadCalibration(qv::CRCalFile& calibration, const std::string& path) {
 
 CalibrationForm formOf(const std::string& path) {
     char first[8] = {};
-    const qv::TSharedPtr<qv::IFile> file = qv::fileSystem().CreateFileW(wide(path).c_str(), 0x212);
+    const qv::TSharedPtr<qv::IFile> file = files().CreateFileW(wide(path).c_str(), 0x212);
     const bool binary = file && file->ReadBytes(first, sizeof first) && std::string_view(first + 4, 4) == "RCAL";
     return binary ? CalibrationForm::binary : CalibrationForm::xml;
 }

@@ -89,6 +89,7 @@ void addImport(CLI::App& root);
 void addCalibrate(CLI::App& root);
 void addRender(CLI::App& root);
 void addWatch(CLI::App& root);
+void addPack(CLI::App& root);
 void addGz(CLI::App& root);
 void addCrc(CLI::App& root);
 void addTable(CLI::App& root);

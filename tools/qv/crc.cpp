@@ -8,6 +8,7 @@
 
 #include "command.h"
 #include "json.h"
+#include "places.h"
 #include "qv/diagnostic.h"
 #include "qv/file_system.h"
 #include "source.h"
@@ -31,7 +32,7 @@ struct Sum {
 
 Sum sumOf(const std::string& path, bool crc16) {
     requireFile(path);
-    const qv::TSharedPtr<qv::IFile> file = qv::fileSystem().CreateFileW(wide(path).c_str(), 0x212);
+    const qv::TSharedPtr<qv::IFile> file = files().CreateFileW(wide(path).c_str(), 0x212);
     if (!file) throw diagnosed(Exit::io, path, "cannot be opened");
     Sum sum;
     sum.size = file->GetSize();

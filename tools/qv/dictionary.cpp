@@ -4,6 +4,7 @@
 #include <cstdint>
 
 #include "command.h"
+#include "places.h"
 #include "qv/diagnostic.h"
 #include "source.h"
 #include "text.h"
@@ -61,7 +62,7 @@ DictionaryForm dictionaryForm(std::string_view head) {
 void loadDictionary(qv::CTagFile& dictionary, const std::string& path) {
     const bool known = dictionaryForm(headOf(path)) != DictionaryForm::unknown;
     qv::ClearDiagnostic();
-    if (dictionary.Load(wide(path).c_str())) return;
+    if (dictionary.Load(&files(), wide(path).c_str())) return;
     throw known ? diagnosed(Exit::damaged, path, "is a damaged tag dictionary")
                 : Failure(Exit::wrongKind, path + ": is no tag dictionary");
 }

@@ -4,6 +4,7 @@
 
 #include "command.h"
 #include "json.h"
+#include "places.h"
 #include "progress.h"
 #include "qv/diagnostic.h"
 #include "qv/file_system.h"
@@ -31,7 +32,7 @@ struct Options {
 
 qv::TSharedPtr<qv::IFile> openInput(const std::string& path) {
     requireFile(path);
-    const qv::TSharedPtr<qv::IFile> file = qv::fileSystem().CreateFileW(wide(path).c_str(), 0x212);
+    const qv::TSharedPtr<qv::IFile> file = files().CreateFileW(wide(path).c_str(), 0x212);
     if (!file) throw diagnosed(Exit::io, path, "cannot be opened");
     return file;
 }

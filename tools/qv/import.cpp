@@ -5,6 +5,7 @@
 
 #include "command.h"
 #include "json.h"
+#include "places.h"
 #include "progress.h"
 #include "qv/diagnostic.h"
 #include "qv/file_system.h"
@@ -61,7 +62,7 @@ std::vector<Source> checkInputs(const Options& options, Layout& layout) {
     uint64_t frames = 0;
     for (const std::string& path : options.inputs) {
         requireFile(path);
-        const auto info = qv::fileSystem().GetFileInfo(wide(path).c_str());
+        const auto info = files().GetFileInfo(wide(path).c_str());
         const int64_t count = info.size / layout.frameBytes();
         if (count == 0 || info.size % layout.frameBytes() != 0) {
             throw Failure(Exit::damaged, path + ": " + std::to_string(info.size) + " bytes are not whole frames of " +
@@ -91,7 +92,7 @@ void addUserTags(const Options& options, qv::CSAFFile& header) {
 
 void copyFrames(const Source& source, const Layout& layout, qv::IFile& out, const std::string& output,
                 Progress& progress) {
-    const qv::TSharedPtr<qv::IFile> in = qv::fileSystem().CreateFileW(wide(source.path).c_str(), 0x212);
+    const qv::TSharedPtr<qv::IFile> in = files().CreateFileW(wide(source.path).c_str(), 0x212);
     if (!in) throw diagnosed(Exit::io, source.path, "cannot be opened");
     std::vector<std::byte> frame(layout.frameBytes());
     for (uint32_t i = 0; i < source.frames; ++i) {

@@ -6,8 +6,11 @@
 
 #include "calibration.h"
 #include "command.h"
+#include "container.h"
 #include "dictionary.h"
 #include "json.h"
+#include "places.h"
+#include "qv/cd_file_system.h"
 #include "qv/diagnostic.h"
 #include "qv/file_system.h"
 #include "qv/saf_file.h"
@@ -125,7 +128,7 @@ bool promisesFrames(const qv::CSAFFile& header) {
 Exit describeMeasurement(const std::string& path, Sheet& sheet, std::string& problem) {
     qv::CSAFFile header;
     qv::ClearDiagnostic();
-    const bool loaded = header.Load(wide(path).c_str());
+    const bool loaded = header.Load(&files(), wide(path).c_str());
     const bool recording = loaded && promisesFrames(header);
     sheet.kind(recording ? "recording" : "measurement", recording ? "recording" : "measurement file");
     if (!loaded) throw diagnosed(Exit::damaged, path, "has a damaged header");
@@ -138,7 +141,7 @@ Exit describeMeasurement(const std::string& path, Sheet& sheet, std::string& pro
             result = failure.exitCode();
         }
     }
-    const int64_t size = qv::fileSystem().GetFileInfo(wide(path).c_str()).size;
+    const int64_t size = files().GetFileInfo(wide(path).c_str()).size;
     const int64_t dataPosition = header.GetDataPosition();
     const int64_t pad = std::max<int64_t>(dataPosition - header.HeaderSize(), 0);
     sheet.add("bytes", "file", size, bytes(static_cast<double>(size)));
@@ -364,7 +367,7 @@ Exit describeProgram(const std::string& path, Sheet& sheet, std::string&) {
     sheet.kind("program", "Windows program or library");
     qv::CVersionInfo version;
     qv::ClearDiagnostic();
-    if (!version.Load(&qv::fileSystem(), wide(path).c_str())) {
+    if (!version.Load(&files(), wide(path).c_str())) {
         throw diagnosed(Exit::damaged, path, "has no version record that can be read");
     }
     if (version.HasFixedInfo()) {
@@ -401,18 +404,41 @@ Exit describeSettings(const std::string& path, Sheet& sheet, std::string&) {
     return Exit::done;
 }
 
+// Containers
+// -----------------------------------------------------------------------------------------------------------
+
+Exit describeContainer(const std::string& path, Sheet& sheet, std::string&) {
+    sheet.kind("container", "container");
+    const auto container = requireContainer(path, true);
+    int64_t bytesInside = 0;
+    const std::vector<Container::Entry> entries = container->entries();
+    for (const Container::Entry& entry : entries) bytesInside += entry.size;
+    sheet.add("format", "format", container->format(), container->format());
+    sheet.add("entries", "entries", uint64_t{entries.size()}, std::to_string(entries.size()));
+    sheet.add("bytes", "in them", bytesInside, bytes(static_cast<double>(bytesInside)));
+    return Exit::done;
+}
+
+bool isContainer(const std::string& path, const std::string& head) {
+    if (insideOf(path)) return false;
+    const std::string magic = head.substr(0, 4);
+    return magic == std::string("AFF\0", 4) || magic == std::string("KMR\0", 4) ||
+           qv::CCDFileSystem::IsCDFile(wide(path).c_str());
+}
+
 // Any file -----------------------------------------------------------------------------------------------------------
 
 using Describe = Exit (*)(const std::string& path, Sheet& sheet, std::string& problem);
 
 /// What describes a file, by how the file begins; null when nothing does.
 Describe describerOf(const std::string& path) {
-    qv::IFileSystem& disk = qv::fileSystem();
+    qv::IFileSystem& disk = files();
     const std::string head = headOf(path);
     if (qv::CSAFFile::IsSAFFile(&disk, wide(path).c_str())) return describeMeasurement;
     if (qv::CRCalFile::IsRCalFile(&disk, wide(path)) || head.find("<rcal") != head.npos) return describeCalibration;
     if (dictionaryForm(head) != DictionaryForm::unknown) return describeDictionary;
     if (head.starts_with("MZ")) return describeProgram;
+    if (isContainer(path, head)) return describeContainer;
     switch (recognisedForm(path, head)) {
         case Form::ini: return describeSettings<Form::ini>;
         case Form::xml: return describeSettings<Form::xml>;
@@ -429,7 +455,9 @@ Exit describe(const std::string& path, Sheet& sheet) {
             result = describer(path, sheet, problem);
         } else {
             sheet.kind("unknown", "unknown kind");
-            problem = path + ": unknown kind of file (no recording, calibration, tag dictionary, program or settings)";
+            problem =
+                path +
+                ": unknown kind of file (no recording, calibration, tag dictionary, program, settings or container)";
             result = Exit::wrongKind;
         }
     } catch (const Failure& failure) {

@@ -7,6 +7,7 @@
 #include <utility>
 
 #include "command.h"
+#include "places.h"
 #include "qv/api.h"
 #include "qv/diagnostic.h"
 #include "text.h"
@@ -98,6 +99,7 @@ void describe(CLI::App& root) {
     addCalibrate(root);
     addRender(root);
     addWatch(root);
+    addPack(root);
     addGz(root);
     addCrc(root);
     addDemo(root);
@@ -120,6 +122,7 @@ int run(int argc, char** argv) {
     describe(root);
     try {
         root.parse(argc, argv);
+        saveContainers();
     } catch (const CLI::RequiredError& error) {
         if (const std::string word = unknownWord(root); !word.empty()) {
             std::cerr << "qv: there is no command " << word << "\nRun with --help for more information.\n";

@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "command.h"
+#include "places.h"
 #include "qv/diagnostic.h"
 #include "qv/file_system.h"
 #include "source.h"
@@ -64,7 +65,7 @@ std::string normWord(CNormFile::FILE_TYPE type) {
 NormTable loadNorm(const std::string& path) {
     qv::ClearDiagnostic();
     requireFile(path);
-    const qv::TSharedPtr<qv::IFile> file = qv::fileSystem().CreateFileW(wide(path).c_str(), openShared);
+    const qv::TSharedPtr<qv::IFile> file = files().CreateFileW(wide(path).c_str(), openShared);
     if (!file) throw diagnosed(Exit::io, path, "cannot be opened");
     NormTable table;
     const Fit little = fitOf(file, false);

@@ -9,6 +9,7 @@
 #include "calibration.h"
 #include "command.h"
 #include "json.h"
+#include "places.h"
 #include "qv/diagnostic.h"
 #include "qv/file_system.h"
 #include "qv/rcal_file.h"
@@ -91,7 +92,7 @@ struct Companion {
 std::vector<Companion> missingCompanions(const std::string& path) {
     std::vector<Companion> missing;
     qv::CSAFFile header;
-    header.Load(wide(path).c_str());
+    header.Load(&files(), wide(path).c_str());
     for (uint32_t i = 0; i < header.nTags(); ++i) {
         const std::string name = narrow(header[i].name);
         std::string file = narrow(header[i].value);
@@ -113,8 +114,8 @@ Exit importHeader(const Options& options) {
     requireFile(options.input);
     qv::CRCalFile calibration;
     qv::ClearDiagnostic();
-    if (!calibration.Import(&qv::fileSystem(), wide(options.input).c_str())) {
-        const bool known = qv::CSAFFile::IsSAFFile(&qv::fileSystem(), wide(options.input).c_str());
+    if (!calibration.Import(&files(), wide(options.input).c_str())) {
+        const bool known = qv::CSAFFile::IsSAFFile(&files(), wide(options.input).c_str());
         throw diagnosed(known ? Exit::damaged : Exit::wrongKind, options.input, "is no calibration header");
     }
     const qv::CDiagnostic reason = qv::LastDiagnostic();

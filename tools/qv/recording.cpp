@@ -6,6 +6,7 @@
 #include <limits>
 
 #include "command.h"
+#include "places.h"
 #include "qv/diagnostic.h"
 #include "qv/file_system.h"
 #include "source.h"
@@ -71,14 +72,14 @@ std::string elementWord(EDataType type) {
 std::string Recording::tag(const char16_t* name) const { return narrow(m_header.GetTagValue(name)); }
 
 Recording::Recording(const std::string& path) : m_path(path) {
-    qv::IFileSystem& disk = qv::fileSystem();
+    qv::IFileSystem& disk = files();
     qv::ClearDiagnostic();
     requireFile(path);
     const auto info = disk.GetFileInfo(wide(path).c_str());
     if (!qv::CSAFFile::IsSAFFile(&disk, wide(path).c_str())) {
         throw diagnosed(Exit::wrongKind, path, "is no recording (it does not begin with HdSize)");
     }
-    if (!m_header.Load(wide(path).c_str())) throw diagnosed(Exit::damaged, path, "has a damaged header");
+    if (!m_header.Load(&files(), wide(path).c_str())) throw diagnosed(Exit::damaged, path, "has a damaged header");
 
     m_layout.width = positiveTag(m_header, path, u"xPixls");
     m_layout.height = positiveTag(m_header, path, u"yPixls");
@@ -108,7 +109,7 @@ FrameReader::FrameReader(const Recording& recording)
     : m_path(recording.path()),
       m_layout(recording.layout()),
       m_dataPosition(recording.header().GetDataPosition()),
-      m_file(qv::fileSystem().CreateFileW(wide(recording.path()).c_str(), openShared)) {
+      m_file(files().CreateFileW(wide(recording.path()).c_str(), openShared)) {
     if (!m_file) throw diagnosed(Exit::io, m_path, "cannot be opened");
 }
 

@@ -4,6 +4,7 @@
 #include <filesystem>
 
 #include "command.h"
+#include "places.h"
 #include "qv/diagnostic.h"
 #include "qv/file_system.h"
 #include "text.h"
@@ -16,13 +17,16 @@ void requireFile(const std::string& path) {
     if (!isNameable(path)) {
         throw Failure(Exit::io, path + ": is not a name in UTF-8 without backslashes, and cannot be opened");
     }
+    if (const std::optional<Inside> inside = insideOf(path)) {
+        if (files().FileExists(wide(path).c_str())) return;
+        throw Failure(Exit::negative, inside->container + ": has no entry " + inside->entry);
+    }
     std::error_code error;
     const auto type = std::filesystem::status(path, error).type();
     if (type == std::filesystem::file_type::regular) {
         constexpr uint32_t toRead = 0x2 | 0x10 | 0x300;  // existing, read, share everything
         qv::ClearDiagnostic();
-        if (!qv::fileSystem().CreateFileW(wide(path).c_str(), toRead))
-            throw diagnosed(Exit::io, path, "cannot be opened");
+        if (!files().CreateFileW(wide(path).c_str(), toRead)) throw diagnosed(Exit::io, path, "cannot be opened");
         return;
     }
     if (type == std::filesystem::file_type::directory) throw Failure(Exit::io, path + ": is a folder");
@@ -35,7 +39,7 @@ std::string headOf(const std::string& path) {
     requireFile(path);
     constexpr uint32_t toRead = 0x2 | 0x10 | 0x300;  // existing, read, share everything
     qv::ClearDiagnostic();
-    const qv::TSharedPtr<qv::IFile> file = qv::fileSystem().CreateFileW(wide(path).c_str(), toRead);
+    const qv::TSharedPtr<qv::IFile> file = files().CreateFileW(wide(path).c_str(), toRead);
     if (!file) throw diagnosed(Exit::io, path, "cannot be opened");
     std::string head(static_cast<size_t>(std::min<int64_t>(file->GetSize(), headBytes)), '\0');
     if (!file->ReadBytes(head.data(), static_cast<uint32_t>(head.size())))

@@ -10,6 +10,7 @@
 
 #include "command.h"
 #include "json.h"
+#include "places.h"
 #include "progress.h"
 #include "qv/diagnostic.h"
 #include "qv/file_system.h"
@@ -49,14 +50,14 @@ struct Options {
 /// Not a table at all, or a broken one.
 Exit failureOf(const std::string& path) {
     qv::CSAFFile header;
-    const bool isTable = header.Load(wide(path).c_str()) && header[u"KeyWrd"].Exists() &&
+    const bool isTable = header.Load(&files(), wide(path).c_str()) && header[u"KeyWrd"].Exists() &&
                          qv::CString(header[u"KeyWrd"].ToString()).CompareNoCase(u"POD") == 0;
     return isTable ? Exit::damaged : Exit::wrongKind;
 }
 
 void load(qv::CPODFile& table, const std::string& path, bool headerless) {
     requireFile(path);
-    qv::IFileSystem& disk = qv::fileSystem();
+    qv::IFileSystem& disk = files();
     if (!headerless && !qv::CSAFFile::IsSAFFile(&disk, wide(path).c_str())) {
         throw Failure(Exit::wrongKind, path +
                                            ": has no measurement header (--headerless takes its first three lines "
@@ -132,7 +133,7 @@ uint32_t rowNumber(const qv::CPODFile& table, const Options& options, bool mayBe
 
 /// Progress over the rows of a table, by the bytes of its file.
 Progress overRows(const qv::CPODFile& table, const Options& options) {
-    const double bytes = static_cast<double>(qv::fileSystem().GetFileInfo(wide(options.file).c_str()).size);
+    const double bytes = static_cast<double>(files().GetFileInfo(wide(options.file).c_str()).size);
     return {options.file, table.nDPs(), bytes / std::max(table.nDPs(), 1u)};
 }
 

@@ -7,6 +7,7 @@
 #include "command.h"
 #include "dictionary.h"
 #include "json.h"
+#include "places.h"
 #include "qv/diagnostic.h"
 #include "qv/file_system.h"
 #include "qv/saf_file.h"
@@ -32,10 +33,10 @@ struct Options {
 };
 
 void load(qv::CSAFFile& header, const std::string& path) {
-    qv::IFileSystem& disk = qv::fileSystem();
+    qv::IFileSystem& disk = files();
     qv::ClearDiagnostic();
     requireFile(path);
-    if (header.Load(wide(path).c_str())) return;
+    if (header.Load(&files(), wide(path).c_str())) return;
     const bool known = qv::CSAFFile::IsSAFFile(&disk, wide(path).c_str());
     throw diagnosed(known ? Exit::damaged : Exit::wrongKind, path, "has no measurement header");
 }
@@ -96,7 +97,7 @@ void checkSpace(const std::string& path, int64_t needed) {
 
 /// Saves in place and says what moved.
 void save(qv::CSAFFile& header, const Options& options) {
-    const int64_t length = qv::fileSystem().GetFileInfo(wide(options.file).c_str()).size;
+    const int64_t length = files().GetFileInfo(wide(options.file).c_str()).size;
     const int64_t dataBytes = length - header.GetDataPosition();
     const qv::SAF_SAVE_PLAN plan = header.PlanSave();
     std::string what;

@@ -1,0 +1,82 @@
+#include <gtest/gtest.h>
+
+#include <algorithm>
+
+#include "tool.h"
+
+namespace qv::test {
+namespace {
+
+size_t lines(const std::string& text) { return static_cast<size_t>(std::ranges::count(text, '\n')); }
+
+TEST(Pack, CarriesFilesInEveryFormat) {
+    Workplace place;
+    place.write("a.txt", "first");
+    place.write("b.txt", std::string(10'000, 'b'));
+    const struct {
+        const char *container, *a, *b;
+    } rows[] = {{"c.cdfs", "a.txt", "b.txt"}, {"c.aff", "1", "2"}, {"c.kmr", "1", "2"}};
+    for (const auto& row : rows) {
+        const std::string container = row.container, a = row.a, b = row.b;
+        EXPECT_EQ(place.qv("pack add " + container + " a.txt b.txt --dry-run").exitCode, 0);
+        EXPECT_FALSE(place.exists(container));
+        ToolRun run = place.qv("pack add " + container + " a.txt b.txt");
+        EXPECT_EQ(run.exitCode, 0) << run.error;
+        EXPECT_EQ(lines(place.qv("pack ls " + container).out), 3u);
+        EXPECT_EQ(place.qv("pack verify " + container).exitCode, 0);
+        EXPECT_EQ(place.qv("pack get " + container + " " + b + " -o b.out --force").exitCode, 0);
+        EXPECT_EQ(place.read("b.out"), place.read("b.txt"));
+        EXPECT_EQ(place.qv("crc " + container + ":" + a).out.substr(0, 8), place.qv("crc a.txt").out.substr(0, 8));
+        EXPECT_EQ(place.qv("info " + container).exitCode, 0);
+        EXPECT_EQ(place.qv("pack rm " + container + " " + a).exitCode, 0);
+        EXPECT_EQ(place.qv("pack rm " + container + " " + a).exitCode, 1);
+        EXPECT_EQ(place.qv("crc " + container + ":" + a).exitCode, 1);
+        EXPECT_EQ(place.qv("pack get " + container + " -o out/ --force").exitCode, 0);
+        EXPECT_EQ(place.read("out/" + b), place.read("b.txt"));
+    }
+    EXPECT_EQ(place.qv("pack add c.cdfs b.txt").exitCode, 1);
+    EXPECT_EQ(place.qv("pack add new.bin b.txt").exitCode, 2);
+    EXPECT_EQ(place.qv("pack ls a.txt").exitCode, 3);
+    EXPECT_EQ(place.qv("pack ls absent").exitCode, 5);
+}
+
+TEST(Pack, EditsAHeaderInsideAContainer) {
+    Workplace place;
+    ASSERT_EQ(place.qv("demo d --quiet").exitCode, 0);
+    EXPECT_EQ(place.qv("calibrate d/counts.saf --rcal d/camera.rcal -o plain.saf").exitCode, 0);
+    EXPECT_EQ(place.qv("pack add c.aff d/counts.saf d/camera.rcal").exitCode, 0);
+    EXPECT_EQ(place.qv("pack attach d/celsius.png d/counts.saf d/camera.rcal").exitCode, 0);
+    for (const std::string container : {"c.aff:1", "d/celsius.png:d/counts.saf"}) {
+        for (int i = 0; i < 40; ++i) {  // beyond the pad
+            const std::string tag = " Note" + std::to_string(i) + "=" + std::string(300, 'x');
+            ASSERT_EQ(place.qv("tags set " + container + tag).exitCode, 0);
+        }
+        EXPECT_EQ(place.qv("tags get " + container + " Note39").out, std::string(300, 'x') + "\n");
+        EXPECT_EQ(place.qv("calibrate " + container + " --rcal d/camera.rcal -o new.saf --force").exitCode, 0);
+        const std::string frames = place.read("new.saf"), expected = place.read("plain.saf");
+        EXPECT_TRUE(frames.ends_with(expected.substr(expected.size() - 100'000))) << container;
+    }
+    EXPECT_EQ(place.qv("rcal show c.aff:2").exitCode, 0);
+    EXPECT_EQ(place.qv("pack verify c.aff").exitCode, 0);
+    EXPECT_EQ(place.qv("pack verify d/celsius.png").exitCode, 0);
+}
+
+TEST(Pack, FindsContainersThatDoNotOpen) {
+    Workplace place;
+    place.write("a.txt", "first");
+    place.write("host", std::string(500, 'h'));
+    EXPECT_EQ(place.qv("pack attach host a.txt").exitCode, 0);
+    const std::string whole = place.read("host");
+    place.write("host", whole.substr(0, whole.size() - 16) + std::string(20'000, 'x'));
+    EXPECT_EQ(place.qv("pack ls host").exitCode, 3);
+    EXPECT_EQ(place.qv("pack recover host -o mended").out, "byte 500: a table of 1 files\n");
+    EXPECT_EQ(place.qv("pack get mended a.txt -o b.txt").exitCode, 0);
+    EXPECT_EQ(place.read("b.txt"), "first");
+    place.write("cut", whole.substr(0, 500 + 4096 + 3));
+    EXPECT_EQ(place.qv("pack recover cut -o cut.cdfs").exitCode, 0);
+    EXPECT_EQ(place.qv("pack verify cut.cdfs").exitCode, 1);
+    EXPECT_EQ(place.qv("pack recover a.txt").exitCode, 1);
+}
+
+}  // namespace
+}  // namespace qv::test
