@@ -5,6 +5,7 @@
 #include <numeric>
 
 #include "measurement/norm_format.h"
+#include "measurement/whole_file.h"
 
 namespace qv {
 
@@ -100,8 +101,7 @@ bool CNormFile::loadTables(IFile& file) {
 }
 
 bool CNormFile::Load(IFileSystem* fileSystem, const char16_t* path) {
-    return Private::norm::withFile(fileSystem, path, Private::norm::openForReading,
-                                   [this](const TSharedPtr<IFile>& file) { return Load(file); });
+    return Private::norm::readFile(fileSystem, path, [this](const TSharedPtr<IFile>& file) { return Load(file); });
 }
 
 bool CNormFile::Save(TSharedPtr<IFile> file) const {
@@ -111,8 +111,8 @@ bool CNormFile::Save(TSharedPtr<IFile> file) const {
 }
 
 bool CNormFile::Save(IFileSystem* fileSystem, const char16_t* path) const {
-    return isWhole() && Private::norm::withFile(fileSystem, path, Private::norm::openForWriting,
-                                                [this](const TSharedPtr<IFile>& file) { return Save(file); });
+    return isWhole() &&
+           Private::writeWhole(fileSystem, path, [this](const TSharedPtr<IFile>& file) { return Save(file); });
 }
 
 bool CNormFile::isWhole() const {

@@ -12,13 +12,12 @@
 namespace qv::Private::norm {
 
 inline constexpr uint32_t openForReading = 530;  // existing, read, share reading
-inline constexpr uint32_t openForWriting = 40;   // create truncating, write
 
-/// Opens `path` and hands the file to `action`; the diagnostic of a failure gets the path's name.
+/// Opens `path` for reading and hands the file to `action`; the diagnostic of a failure gets the path's name.
 template <class Action>
-bool withFile(IFileSystem* fileSystem, const char16_t* path, uint32_t flags, Action action) {
+bool readFile(IFileSystem* fileSystem, const char16_t* path, Action action) {
     if (fileSystem == nullptr || path == nullptr) return false;
-    const TSharedPtr<IFile> file = fileSystem->CreateFileW(path, flags);
+    const TSharedPtr<IFile> file = fileSystem->CreateFileW(path, openForReading);
     if (!file) {
         SetDiagnostic(path, u"a Norm file", u"a file that does not open");
         return false;

@@ -1,14 +1,14 @@
 // CNormFile: tables straight from and to the caller's buffers.
 #include "measurement/norm_format.h"
+#include "measurement/whole_file.h"
 
 namespace qv {
 
 namespace {
 
-using Private::norm::openForReading;
-using Private::norm::openForWriting;
+using Private::writeWhole;
+using Private::norm::readFile;
 using Private::norm::readTable;
-using Private::norm::withFile;
 using Private::norm::writeTable;
 using FILE_TYPE = CNormFile::FILE_TYPE;
 using SFileHeader = CNormFile::SFileHeader;
@@ -48,23 +48,22 @@ bool save(const TSharedPtr<IFile>& file, FILE_TYPE type, uint32_t width, uint32_
 }  // namespace
 
 // Gain and offset tables differ in nothing but type and element.
-#define QV_DEFINE_TABLE_FORMS(Name, type, Element)                                                             \
-    bool CNormFile::Load##Name(TSharedPtr<IFile> file, uint32_t width, uint32_t height, Element* table) {      \
-        return load(file, type, width, height, table);                                                         \
-    }                                                                                                          \
-    bool CNormFile::Load##Name(IFileSystem* fileSystem, const char16_t* path, uint32_t width, uint32_t height, \
-                               Element* table) {                                                               \
-        return withFile(fileSystem, path, openForReading,                                                      \
-                        [&](const auto& file) { return load(file, type, width, height, table); });             \
-    }                                                                                                          \
-    bool CNormFile::Save##Name(TSharedPtr<IFile> file, uint32_t width, uint32_t height, uint16_t subframe,     \
-                               const Element* table) {                                                         \
-        return save(file, type, width, height, subframe, table);                                               \
-    }                                                                                                          \
-    bool CNormFile::Save##Name(IFileSystem* fileSystem, const char16_t* path, uint32_t width, uint32_t height, \
-                               uint16_t subframe, const Element* table) {                                      \
-        return withFile(fileSystem, path, openForWriting,                                                      \
-                        [&](const auto& file) { return save(file, type, width, height, subframe, table); });   \
+#define QV_DEFINE_TABLE_FORMS(Name, type, Element)                                                                   \
+    bool CNormFile::Load##Name(TSharedPtr<IFile> file, uint32_t width, uint32_t height, Element* table) {            \
+        return load(file, type, width, height, table);                                                               \
+    }                                                                                                                \
+    bool CNormFile::Load##Name(IFileSystem* fileSystem, const char16_t* path, uint32_t width, uint32_t height,       \
+                               Element* table) {                                                                     \
+        return readFile(fileSystem, path, [&](const auto& file) { return load(file, type, width, height, table); }); \
+    }                                                                                                                \
+    bool CNormFile::Save##Name(TSharedPtr<IFile> file, uint32_t width, uint32_t height, uint16_t subframe,           \
+                               const Element* table) {                                                               \
+        return save(file, type, width, height, subframe, table);                                                     \
+    }                                                                                                                \
+    bool CNormFile::Save##Name(IFileSystem* fileSystem, const char16_t* path, uint32_t width, uint32_t height,       \
+                               uint16_t subframe, const Element* table) {                                            \
+        return writeWhole(fileSystem, path,                                                                          \
+                          [&](const auto& file) { return save(file, type, width, height, subframe, table); });       \
     }
 QV_DEFINE_TABLE_FORMS(GainTable, TYPE_GAIN, float)
 QV_DEFINE_TABLE_FORMS(OffsetTable, TYPE_OFFSET, int16_t)
@@ -85,7 +84,7 @@ bool CNormFile::LoadBadPixelTable(TSharedPtr<IFile> file, uint32_t width, uint32
 
 bool CNormFile::LoadBadPixelTable(IFileSystem* fileSystem, const char16_t* path, uint32_t width, uint32_t height,
                                   uint8_t* flags, uint32_t* subs) {
-    return withFile(fileSystem, path, openForReading,
+    return readFile(fileSystem, path,
                     [&](const auto& file) { return LoadBadPixelTable(file, width, height, flags, subs); });
 }
 
@@ -98,8 +97,8 @@ bool CNormFile::SaveBadPixelTable(TSharedPtr<IFile> file, uint32_t width, uint32
 
 bool CNormFile::SaveBadPixelTable(IFileSystem* fileSystem, const char16_t* path, uint32_t width, uint32_t height,
                                   uint16_t subframe, const uint8_t* flags, const uint32_t* subs) {
-    return withFile(fileSystem, path, openForWriting,
-                    [&](const auto& file) { return SaveBadPixelTable(file, width, height, subframe, flags, subs); });
+    return writeWhole(fileSystem, path,
+                      [&](const auto& file) { return SaveBadPixelTable(file, width, height, subframe, flags, subs); });
 }
 
 }  // namespace qv

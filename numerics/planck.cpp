@@ -49,17 +49,22 @@ double PlanckAxis::value(uint32_t i, double temperature, double emissivity) cons
 void PlanckAxis::curve(TArray<double>& y, double temperature, double emissivity) const {
     y.Empty();
     if (!y.SetSize(size())) return;
-    for (uint32_t i = 0; i < size(); ++i) y.data()[i] = value(i, temperature, emissivity);
+    double* values = y.data();
+    const double kelvin = temperature + zeroCelsius;
+    for (const Point& point : m_points) *values++ = planck(point.x, point.strength, kelvin, emissivity);
 }
 
 double PlanckAxis::inBand(const TArray<double>& response, double temperature, double emissivity) const {
     const uint32_t count = std::min(size(), response.size());
     if (count < 2) return 0.0;
+    const Point* points = m_points.data();
+    const double* factors = response.data();
+    const double kelvin = temperature + zeroCelsius;
     double sum = 0.0;
-    double left = value(0, temperature, emissivity) * response.data()[0];
+    double left = planck(points[0].x, points[0].strength, kelvin, emissivity) * factors[0];
     for (uint32_t i = 1; i < count; ++i) {
-        const double right = value(i, temperature, emissivity) * response.data()[i];
-        const double dx = m_points[i].x - m_points[i - 1].x;
+        const double right = planck(points[i].x, points[i].strength, kelvin, emissivity) * factors[i];
+        const double dx = points[i].x - points[i - 1].x;
         const double dy = right - left;
         sum += dx * dy + dx * left;
         left = right;

@@ -501,12 +501,12 @@ public:
     TSharedPtr<ITypedBuffer> GetBackgroundFile(int32_t page, uint32_t x, uint32_t y, uint32_t width,
                                                uint32_t height) const;
     bool GetBackgroundFile(int32_t page, uint32_t index, BACKGROUND_FILE& picture) const;
-    /// CRC-32 (crc32Polynomial of qv/crc.h) of the pixels' bytes; false when there are none. It makes that polynomial
-    /// the process's.
+    /// CRC-32 (crc32Polynomial of qv/crc.h) of the pixels' bytes; false when there are none.
     bool GetBackgroundFileCRC(int32_t page, uint32_t x, uint32_t y, uint32_t& crc) const;
     /// A picture as a file of its own, ".bgimg": a text header (CSAFFile) with KeyWrd "IMG", xPixls, yPixls, NumDPs 1,
     /// DaType, BytOrd, xOffst and yOffst, and behind it the pixels, row by row. A file may hold several, one behind the
-    /// other. Import adds all of them, or none and is false. The forms with an open file work from its position.
+    /// other, up to 4096. Import adds all of them, or none and is false. The forms with an open file work from its
+    /// position.
     bool ExportBackgroundFile(int32_t page, uint32_t x, uint32_t y, const TSharedPtr<IFile>& file) const;
     bool ExportBackgroundFile(int32_t page, uint32_t x, uint32_t y, IFileSystem* fs, const char16_t* path) const;
     bool ImportBackgroundFile(int32_t page, const TSharedPtr<IFile>& file);
@@ -538,10 +538,10 @@ public:
     /// First the calibration of "CAFile" is loaded, then the keys of header and include are laid over it; a name that
     /// is in both counts in the header. A key of page N ends in "_N"; one without suffix is page 0's. A number that
     /// says what the calibration already has, to seven digits or as many more as it has, changes nothing; any other is
-    /// taken: a polynomial as a valid override (when all its coefficients are there), a band likewise, and so on.
-    /// Without "CAFile" the band also becomes the top-hat. Keys with names that are not reserved become tags. Names of
-    /// companions are seen from the header's folder. One that is missing or unreadable leaves its part at the default,
-    /// and a diagnostic.
+    /// taken: a polynomial as a valid override (when all its coefficients are there), a band likewise, and so on. What
+    /// is no finite number says nothing. Without "CAFile" the band also becomes the top-hat. Keys with names that are
+    /// not reserved become tags. Names of companions are seen from the header's folder. One that is missing or
+    /// unreadable leaves its part at the default, and a diagnostic.
     /// @param gains, offsets, badPixels  Receive the tables of "CGFile", "COFile" and "BPFile"; may be null.
     /// @return False, with defaults, when the header cannot be read.
     bool Import(IFileSystem* fs, const char16_t* path, CNormFile* gains = nullptr, CNormFile* offsets = nullptr,
@@ -556,8 +556,7 @@ public:
     /// Range, field of view and factor are written where they are valid. Of more than four pages, tags with reserved
     /// names, and tags that a header line cannot hold, only "CAFile" tells.
     /// @param calibrationFile  The file that holds this calibration, absolute or seen from the header's folder. Null:
-    /// it
-    ///                         is saved beside the header, in binary form, with extension ".rcal".
+    ///                         it is saved beside the header, in binary form, with extension ".rcal".
     bool Export(IFileSystem* fs, const char16_t* path, const char16_t* calibrationFile = nullptr);
 
     /// Rewrites the keys of the pages in an existing include file, with the background pictures beside it. Its other

@@ -1,12 +1,15 @@
 // Background pictures of pages: their list, their checksums, and files of their own.
 #include "measurement/rcal/backgrounds.h"
 
+#include <zlib.h>
+
 #include <algorithm>
 #include <cstring>
 
 #include "core/text.h"
+#include "measurement/rcal/document.h"
 #include "measurement/rcal/files.h"
-#include "qv/crc.h"
+#include "measurement/whole_file.h"
 #include "qv/diagnostic.h"
 #include "qv/saf_file.h"
 
@@ -215,8 +218,8 @@ TSharedPtr<ITypedBuffer> CRCalFile::GetBackgroundFile(int32_t pageIndex, uint32_
 bool CRCalFile::GetBackgroundFileCRC(int32_t pageIndex, uint32_t x, uint32_t y, uint32_t& crc) const {
     const BACKGROUND_FILE* found = findAt(page(pageIndex), x, y);
     if (found == nullptr || !found->pixels) return false;
-    InitCRC32Table(crc32Polynomial);
-    crc = CalcBlockCRC32(found->pixels->uint8(), found->pixels->sizeInBytes());
+    // zlib's, since CalcBlockCRC32 follows whatever polynomial the process has set.
+    crc = static_cast<uint32_t>(crc32_z(0, found->pixels->uint8(), found->pixels->sizeInBytes()));
     return true;
 }
 
@@ -228,7 +231,7 @@ bool CRCalFile::ExportBackgroundFile(int32_t pageIndex, uint32_t x, uint32_t y, 
                                      const char16_t* path) const {
     const BACKGROUND_FILE* found = findAt(page(pageIndex), x, y);
     return found != nullptr &&
-           rcalFiles::write(fs, path, [&](IFile& file) { return rcalBackground::save(*found, file); });
+           Private::writeWhole(fs, path, [&](const auto& file) { return rcalBackground::save(*found, *file); });
 }
 
 bool CRCalFile::ImportBackgroundFile(int32_t pageIndex, const TSharedPtr<IFile>& file) {
@@ -238,6 +241,9 @@ bool CRCalFile::ImportBackgroundFile(int32_t pageIndex, const TSharedPtr<IFile>&
     char next[sizeof beginning];
     bool more = true;
     while (more) {
+        if (pictures.size() == rcalLimits::mostPicturesOfAFile) {
+            return rcalLimits::refuse(u"background pictures", pictures.size(), pictures.size() + 1.0);
+        }
         BACKGROUND_FILE picture;
         if (!rcalBackground::load(picture, file) || !pictures.Add(picture)) return false;
         const int64_t end = file->GetPosition();

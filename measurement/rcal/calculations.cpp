@@ -11,7 +11,9 @@ namespace {
 
 void multiply(TArray<double>& product, const TArray<double>& factor) {
     const uint32_t count = std::min(product.size(), factor.size());
-    for (uint32_t i = 0; i < count; ++i) product.data()[i] *= factor.data()[i];
+    double* values = product.data();
+    const double* factors = factor.data();
+    for (uint32_t i = 0; i < count; ++i) values[i] *= factors[i];
 }
 
 /// The enabled points' values of two members.
@@ -62,9 +64,19 @@ void CRCalFile::Document::addPathThermal(TArray<double>& curve) const {
     for (uint32_t i = 0; i < count; ++i) curve.data()[i] += response.y.data()[i] * pathThermal.y.data()[i];
 }
 
+/// Nothing but the response shapes the source's curve: the integral then needs no curve in memory, and has the same
+/// bits.
+bool CRCalFile::Document::responseAlone() const {
+    return response.y.size() == planck.size() &&
+           std::none_of(additionalResponses.begin(), additionalResponses.end(),
+                        [](const RESPONCE& added) { return added.enabled && !added.curve.y.empty(); });
+}
+
 double CRCalFile::CalcRadianceNoModtran(double temperature, double emissivity) const {
+    const Document& d = *m_document;
+    if (d.responseAlone()) return d.planck.inBand(d.response.y, temperature, emissivity);
     TArray<double> curve;
-    m_document->sourceCurve(curve, temperature, emissivity);
+    d.sourceCurve(curve, temperature, emissivity);
     return IntegrateRectTR(m_document->response.x, curve);
 }
 
@@ -74,12 +86,11 @@ double CRCalFile::CalcSourceRadiance(double temperature, double emissivity) cons
 
 double CRCalFile::CalcRadiance(double temperature, double emissivity) const {
     Document& d = *m_document;
+    if (!d.modtranInForce()) return CalcRadianceNoModtran(temperature, emissivity);
     TArray<double> curve;
     d.sourceCurve(curve, temperature, emissivity);
-    if (d.modtranInForce()) {
-        if (d.totTransEnabled) multiply(curve, d.totalTransmission.y);
-        if (d.pathThrmlEnabled) d.addPathThermal(curve);
-    }
+    if (d.totTransEnabled) multiply(curve, d.totalTransmission.y);
+    if (d.pathThrmlEnabled) d.addPathThermal(curve);
     return IntegrateRectTR(d.response.x, curve);
 }
 

@@ -16,6 +16,8 @@ inline constexpr int32_t writtenRevision = 8;
 inline constexpr double mostTophatPoints = 262144;
 inline constexpr uint32_t mostPages = 65536;
 inline constexpr uint32_t mostAdditionalResponses = 64;
+/// Background pictures of one file of theirs: each is looked for among the others.
+inline constexpr uint32_t mostPicturesOfAFile = 4096;
 /// Points of pages times points of the axis, where every radiance is calculated anew.
 inline constexpr double mostPlanckValues = 536870912;
 
@@ -63,6 +65,7 @@ struct CRCalFile::Document {
 
     void sourceCurve(TArray<double>& curve, double temperature, double emissivity) const;
     void addPathThermal(TArray<double>& curve) const;
+    bool responseAlone() const;
 
     /// The file's response is the one in force; otherwise the top-hat is.
     bool fileInForce() const { return spectralEnabled && spectralStatus == EResponseStatus::loaded; }

@@ -7,6 +7,7 @@
 #include "measurement/rcal/document.h"
 #include "measurement/rcal/files.h"
 #include "measurement/rcal/header_keys.h"
+#include "measurement/whole_file.h"
 #include "qv/diagnostic.h"
 #include "qv/saf_file.h"
 
@@ -36,8 +37,8 @@ bool writeHeader(IFileSystem* fs, const CString& path, CSAFFile& header) {
     const TSharedPtr<CMemFile> text = CMemFile::Create();
     uint32_t position = 0;
     header.SaveTo(text, position, false);
-    return rcalFiles::write(fs, path.c_str(), [&](IFile& file) {
-        if (file.WriteBytes(text->GetData(), text->size())) return true;
+    return Private::writeWhole(fs, path.c_str(), [&](const auto& file) {
+        if (file->WriteBytes(text->GetData(), text->size())) return true;
         SetDiagnostic(CString(), u"room for the header", u"a short write");
         return false;
     });
@@ -70,9 +71,9 @@ bool addBackground(const CAL_PAGE& record, int32_t page, IFileSystem* fs, const 
     }
     const CString path = base + CString::FromFormat(u"-PS%d.bgimg", page);
     header.AddTag(pageKey(backgroundFileStem, page).c_str(), IFileSystem::GetFilename(path.c_str()));
-    return rcalFiles::write(fs, path.c_str(), [&](IFile& file) {
+    return Private::writeWhole(fs, path.c_str(), [&](const auto& file) {
         return std::all_of(pictures.begin(), pictures.end(), [&](const BACKGROUND_FILE& each) {
-            return !rcalBackground::hasItsPixels(each) || rcalBackground::save(each, file);
+            return !rcalBackground::hasItsPixels(each) || rcalBackground::save(each, *file);
         });
     });
 }
@@ -146,8 +147,7 @@ bool CRCalFile::Export(IFileSystem* fs, const char16_t* path, const char16_t* ca
     addTags(*this, header);
     // The header comes last: what it names is there.
     if (!addPages(*this, fs, base, include)) return false;
-    if (calibrationFile == nullptr &&
-        !rcalFiles::write(fs, (base + u".rcal").c_str(), [&](IFile& file) { return saveBinary(file); })) {
+    if (calibrationFile == nullptr && !Save(fs, (base + u".rcal").c_str(), 0)) {
         return false;
     }
     return writeHeader(fs, base + u".inc", include) && writeHeader(fs, base + u".cal", header);

@@ -168,18 +168,21 @@ public:
     }
 
 private:
-    /// Takes a key's number; false when it is absent or what `value` already is.
-    static bool take(const char16_t* text, double& value) {
+    /// A key that is there and has a number; any other says nothing.
+    static bool hasNumber(const char16_t* text) {
         size_t used = 0;
-        const double number = text == nullptr ? 0.0 : text::wtof(text, &used);
-        if (used == 0 || agrees(text, value)) return false;
-        value = number;
+        return text != nullptr && std::isfinite(text::wtof(text, &used)) && used != 0;
+    }
+    /// Takes a key's number; false when there is none or `value` is it already.
+    static bool take(const char16_t* text, double& value) {
+        if (!hasNumber(text) || agrees(text, value)) return false;
+        value = text::wtof(text);
         return true;
     }
     /// The same of a value that may not be valid yet.
     static bool takeValid(const char16_t* text, double& value, bool valid) {
         const bool changed = take(text, value);
-        return changed || (text != nullptr && !valid);
+        return changed || (!valid && hasNumber(text));
     }
 
     void background(IFileSystem* fs, int32_t index) {
@@ -201,7 +204,7 @@ private:
 
     void polynomial(const PolynomialKeys& named, int32_t index) {
         const char16_t* text = m_keys.ofPage(named.orderStem, index);
-        if (text == nullptr) return;
+        if (!hasNumber(text)) return;
         int32_t ownOrder = 0;
         TArray<double> own;
         (m_calibration.*named.getOrder)(index, ownOrder);
@@ -212,7 +215,7 @@ private:
         bool changed = order != ownOrder || own.size() < count;
         for (uint32_t i = 0; i < count; ++i) {
             const char16_t* coefficient = m_keys.ofPage(CString::FromFormat(u"%s%u", named.coefficientStem, i), index);
-            if (coefficient == nullptr) return;  // without one of them the others are no polynomial
+            if (!hasNumber(coefficient)) return;  // without one of them the others are no polynomial
             double value = i < own.size() ? own.data()[i] : 0.0;
             if (take(coefficient, value)) changed = true;
             if (!values.Add(value)) return;
@@ -262,7 +265,14 @@ bool CRCalFile::Import(IFileSystem* fs, const char16_t* path, CNormFile* gains, 
     Overlay overlay(*this, keys, companion);
     overlay.band();
     overlay.geometry();
-    while (calPages().getCount() < keys.pages()) calPages().Add();
+    TArray<CAL_PAGE>& pages = m_document->pages;
+    if (calPages().getCount() < keys.pages()) {
+        // New pages are alike: one table of radiances serves them all.
+        const CAL_PAGE* first = page(calPages().Add());
+        if (first == nullptr) return false;
+        const CAL_PAGE fresh(*first);
+        while (calPages().getCount() < keys.pages() && pages.Add(fresh)) continue;
+    }
     for (int32_t i = 0; i < std::min(calPages().getCount(), presetPages); ++i) overlay.page(fs, i);
     overlay.tags(m_document->tags);
     return true;

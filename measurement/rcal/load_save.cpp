@@ -6,6 +6,7 @@
 #include "measurement/rcal/document.h"
 #include "measurement/rcal/files.h"
 #include "measurement/rcal/xml_form.h"
+#include "measurement/whole_file.h"
 #include "qv/diagnostic.h"
 #include "qv/spectral.h"
 
@@ -123,12 +124,7 @@ bool CRCalFile::rebuildAfterLoad() {
 }
 
 bool CRCalFile::Save(IFileSystem* fs, const char16_t* path, uint32_t flags) {
-    if (fs == nullptr || path == nullptr) return false;
-    TSharedPtr<IFile> file = fs->CreateFileW(path, openForWriting);
-    if (!file) return false;
-    if (Save(file, flags)) return true;
-    SetDiagnosticFile(path);
-    return false;
+    return Private::writeWhole(fs, path, [&](const auto& file) { return Save(file, flags); });
 }
 
 bool CRCalFile::Save(TSharedPtr<IFile> file, uint32_t flags) {
@@ -136,7 +132,8 @@ bool CRCalFile::Save(TSharedPtr<IFile> file, uint32_t flags) {
     if ((flags & saveXml) == 0) return saveBinary(*file);
     CXMLFile xml;
     xml.Insert(RCalXml(*this).save(), true);
-    return xml.Save(file);
+    ClearDiagnostic();  // the document's writes report by nothing else
+    return xml.Save(file) && !LastDiagnostic().IsSet();
 }
 
 bool CRCalFile::saveBinary(IFile& file) { return rcalBinary::save(*m_document, file); }

@@ -45,11 +45,23 @@ int openFlags(const OpenRequest& request) {
     return access | O_CLOEXEC | O_NOCTTY | (request.writeThrough ? O_DSYNC : 0) | (request.append ? O_APPEND : 0);
 }
 
+/// Opening does not wait for the other end of a pipe: a name that comes out of a file may lead to one that has none.
+/// Such a pipe is empty to a reader and an error to a writer.
+int openAtOnce(const OpenRequest& request, int more, mode_t mode) {
+    const int flags = openFlags(request) | more;
+    const int fd = retried([&] { return open(request.path, flags | O_NONBLOCK, mode); });
+    // Somebody holds a lease on the file and has to be waited for.
+    return fd < 0 && errno == EWOULDBLOCK ? retried([&] { return open(request.path, flags, mode); }) : fd;
+}
+
+/// Reading and writing wait as ever.
+void waitFromNowOn(int fd) { (void)fcntl(fd, F_SETFL, fcntl(fd, F_GETFL) & ~O_NONBLOCK); }
+
 /// Opens by the disposition, truncating nothing yet. `created` tells whether this call made the file.
 int openByDisposition(const OpenRequest& request, Descriptor& file, bool& created) {
     const mode_t mode = request.readOnly ? 0444 : 0666;
     const auto tryOpen = [&](int more) {
-        file.reset(retried([&] { return open(request.path, openFlags(request) | more, mode); }));
+        file.reset(openAtOnce(request, more, mode));
         return file.get() >= 0 ? 0 : errno;
     };
     created = false;
@@ -116,7 +128,9 @@ int openFile(const OpenRequest& request, FileHandle& handle) {
     struct stat status {};
     if (fstat(file.get(), &status) != 0) return errno;
     if (S_ISDIR(status.st_mode)) return EISDIR;
-    if (S_ISREG(status.st_mode)) {
+    if (!S_ISREG(status.st_mode)) {
+        waitFromNowOn(file.get());
+    } else {
         if (const int error =
                 claimShares(file.get(), request.read, request.write, request.shareRead, request.shareWrite)) {
             return error;

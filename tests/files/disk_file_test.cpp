@@ -142,6 +142,21 @@ TEST(DiskFile, AFailedOpenSaysWhyAndKeepsTheName) {
     EXPECT_FALSE(CFile::Create(folder.path(u"none").c_str(), 0x12));
 }
 
+TEST(DiskFile, APipeWithoutAnotherEndIsEmptyAtOnce) {
+    const test::TempFolder folder;
+    const CString path = folder.path(u"pipe");
+    ASSERT_EQ(mkfifo(CStringMB(path.c_str()).c_str(), 0600), 0);
+    EXPECT_EQ(fileSystem().CreateFileW(path.c_str(), 0x22), nullptr) << "to a writer there is nobody";
+    const TSharedPtr<IFile> reader = fileSystem().CreateFileW(path.c_str(), 0x212);
+    ASSERT_NE(reader, nullptr);
+    char text[3] = {};
+    EXPECT_EQ(reader->Read(text, 3), 0u);
+    const TSharedPtr<IFile> writer = fileSystem().CreateFileW(path.c_str(), 0x22);
+    ASSERT_NE(writer, nullptr);
+    EXPECT_TRUE(writer->WriteBytes("abc", 3));
+    EXPECT_EQ(reader->Read(text, 3), 3u);
+}
+
 TEST(DiskFile, BackslashesSeparateAndMalformedNamesAreHarmless) {
     const TempFolder folder;
     ASSERT_TRUE(fileSystem().CreateDirectoryW(folder.path(u"x").c_str(), false));

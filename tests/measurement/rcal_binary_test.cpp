@@ -176,8 +176,11 @@ TEST(RCalBinary, TellsOfAFullDisk) {
     const TSharedPtr<CMemFile> full = CMemFile::Create();
     full->SetGrow(false);
     ClearDiagnostic();
-    EXPECT_FALSE(calibration.Save(full, 0));
-    EXPECT_TRUE(LastDiagnostic().IsSet());
+    for (const uint32_t form : {0u, CRCalFile::saveXml}) {
+        ClearDiagnostic();
+        EXPECT_FALSE(calibration.Save(full, form)) << form;
+        EXPECT_TRUE(LastDiagnostic().IsSet()) << form;
+    }
     EXPECT_FALSE(calibration.Save(&fileSystem(), u"/absent/folder/a.rcal", 0));
 }
 

@@ -112,6 +112,30 @@ TEST(RCalHeader, ReadsAHeaderWithItsIncludeAndTables) {
     EXPECT_EQ(tags, "KeyWrd=CAL;CGFile=g.nrm;COFile=g.nrm;BPFile=absent.nrm;Coeff0_4=5;Lens=25 mm;Camera=MW 1;");
 }
 
+TEST(RCalHeader, TakesNothingFromWhatIsNoNumber) {
+    const TempFolder folder;
+    const CString path =
+        writeText(folder.path(u"a.cal"), headerOf("SBPLo nan\nSBPUp -1e400\nIHFOV inf\nIVFOV\nSltRng far\nTPFact nan\n"
+                                                  "PolyOrder 1\nCoeff0 2\nCoeff1 none\nTempPolyOrder_3 x\n"));
+    CRCalFile calibration;
+    ASSERT_TRUE(calibration.Import(&fileSystem(), path.c_str()));
+    double low = 0, high = 0, value = 0;
+    bool valid = true;
+    calibration.GetBandpass(low, high);
+    EXPECT_TRUE(low == 3.0 && high == 5.0 && !calibration.GetBandpassOverridden());
+    calibration.GetFOV(low, high, valid);
+    EXPECT_FALSE(valid);
+    calibration.GetRange(value, valid);
+    EXPECT_FALSE(valid);
+    EXPECT_TRUE(calibration.GetTPFact(0, value, valid) && !valid);
+    EXPECT_FALSE(calibration.GetCoeffsOverridden(0)) << "one of two coefficients";
+    // New pages have the table of a page that was added.
+    ASSERT_EQ(calibration.calPages().getCount(), 4);
+    const CAL_PAGE& page = *calibration.GetPage(3);
+    ASSERT_EQ(page.lookupRadiance.size(), 100u);
+    EXPECT_EQ(page.lookupRadiance.data()[30], calibration.CalcRadiance(page.lookupTemperature.data()[30], 1));
+}
+
 TEST(RCalHeader, RefusesWhatIsNoHeaderAndLeavesDefaults) {
     const TempFolder folder;
     const CString path = writeText(folder.path(u"a.cal"), "Coeff0 5\r\n");
@@ -322,7 +346,10 @@ TEST(RCalBackgrounds, AreKnownByPlaceAndSize) {
     EXPECT_TRUE(calibration.GetBackgroundFile(0, 1, picture) && picture.height == 3);
     EXPECT_FALSE(calibration.GetBackgroundFile(0, 2, picture));
     uint32_t crc = 0;
+    InitCRC32Table(0x1EDC6F41);  // another polynomial, which the pictures' checksums do not follow or change
     EXPECT_TRUE(calibration.GetBackgroundFileCRC(0, 4, 5, crc));
+    EXPECT_EQ(CalcBlockCRC32(calibration.GetBackgroundFile(0, 4, 5)->uint8(), 3), 0x107B2FB2u);
+    InitCRC32Table(crc32Polynomial);
     EXPECT_EQ(crc, 0x884863D2u) << "of \"123\"";
     EXPECT_FALSE(calibration.GetBackgroundFileCRC(0, 5, 4, crc));
     EXPECT_TRUE(calibration.RemoveBackgroundFile(0, 4, 5, 1, 3));
@@ -364,6 +391,9 @@ TEST(RCalBackgrounds, HaveFilesOfTheirOwn) {
         EXPECT_TRUE(LastDiagnostic().IsSet()) << to;
     }
     EXPECT_FALSE(calibration.ImportBackgroundFile(0, test::memoryFile(first + first.substr(0, 40)))) << "all or none";
+    std::string many;
+    for (int i = 0; i < 4097; ++i) many += first;
+    EXPECT_FALSE(calibration.ImportBackgroundFile(0, test::memoryFile(many)));
     EXPECT_FALSE(calibration.HasBackgroundFile(0, 4, 0xFFFFFFFF));
 }
 

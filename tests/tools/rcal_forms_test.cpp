@@ -68,6 +68,7 @@ TEST(RcalFormsTool, ExportsAndImportsAgain) {
     std::filesystem::create_directory(place.path() + "/sub");
     EXPECT_EQ(place.qv("rcal export a.rcal -o sub/x.cal --calibration b.rcal").exitCode, 0);
     EXPECT_TRUE(contains(place.read("sub/x.cal"), "/b.rcal\r\n") && !place.exists("sub/x.rcal"));
+    EXPECT_EQ(place.qv("rcal export a.rcal -o y.cal --calibration a.csv").exitCode, 3);
 }
 
 TEST(RcalFormsTool, SaysWhatAHeaderLacks) {

@@ -196,7 +196,8 @@ std::string companionOf(const Options& options, const fs::path& folder, const st
         return absolute.parent_path() == folder ? absolute.filename().string() : absolute.string();
     };
     if (!options.calibration.empty()) {
-        requireFile(options.calibration);
+        qv::CRCalFile named;
+        loadCalibration(named, options.calibration);
         return seenFrom(options.calibration);
     }
     // Never over the calibration that is exported.
