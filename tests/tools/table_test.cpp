@@ -120,7 +120,9 @@ TEST_F(TableTool, TellsWhatIsWrong) {
                  {"set track.pod 0 note=$(printf '%300s' | tr ' ' x)", 2},
                  {"csv track.pod -o radar.pod", 1},
                  {"merge far.pod radar.pod --key time --column azimuth", 1},
-                 {"merge track.pod radar.pod --key none --column azimuth", 2}};
+                 {"merge track.pod radar.pod --key none --column azimuth", 1},
+                 {"merge track.pod radar.pod --key time --column none", 1},
+                 {"merge track.pod radar.pod --key time --column azimuth --key-format %x", 2}};
     for (const auto& row : cases) {
         const ToolRun run = shop.qv(std::string("table ") + row.arguments);
         EXPECT_EQ(run.exitCode, row.code) << row.arguments << '\n' << run.error;
