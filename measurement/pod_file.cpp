@@ -129,11 +129,12 @@ bool CPODFile::Load(IFileSystem* fs, const char16_t* path, bool requireHeader) {
     const CString kept(path);  // `path` may be this object's own
     Destroy();
     if (fs == nullptr || isNull(path)) return false;
-    const bool loaded = Private::guarded([&] { return load(fs, kept, requireHeader); });
-    if (!loaded) {
-        SetDiagnosticFile(kept);
-        Destroy();
-    }
+    const bool loaded = Private::guarded([&] {
+        if (load(fs, kept, requireHeader)) return true;
+        SetDiagnosticFile(kept);  // what is thrown is the fault of temporary files and memory
+        return false;
+    });
+    if (!loaded) Destroy();
     return loaded;
 }
 

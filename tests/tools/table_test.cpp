@@ -128,6 +128,9 @@ TEST_F(TableTool, TellsWhatIsWrong) {
         EXPECT_EQ(run.exitCode, row.code) << row.arguments << '\n' << run.error;
         EXPECT_TRUE(isOneSentence(run.error)) << row.arguments << '\n' << run.error;
     }
+    const ToolRun nowhere =
+        shop.qv("info track.pod >.out && TMPDIR=/no/such/folder '" QV_TOOL "' table head track.pod");
+    EXPECT_EQ(nowhere.exitCode, 5) << nowhere.error;
     EXPECT_EQ(shop.read("track.pod"), track);
     EXPECT_EQ(shop.read("radar.pod"), radar);
     EXPECT_EQ(shop.read("far.pod"), far);

@@ -10,8 +10,9 @@ namespace tool {
 
 namespace {
 
-/// Not a table at all, or a broken one.
-Exit failureOf(const std::string& path) {
+/// Not a table at all, a broken one, or a failure outside of it: in temporary files.
+Exit failureOf(const std::string& path, const qv::CDiagnostic& why) {
+    if (why.file != wide(path)) return Exit::io;
     qv::CSAFFile header;
     const bool isTable = header.Load(wide(path).c_str()) && header[u"KeyWrd"].Exists() &&
                          qv::CString(header[u"KeyWrd"].ToString()).CompareNoCase(u"POD") == 0;
@@ -38,7 +39,7 @@ void loadParameterTable(qv::CPODFile& table, const std::string& path, bool heade
     qv::ClearDiagnostic();
     if (table.Load(&disk, wide(path).c_str(), !headerless)) return;
     const qv::CDiagnostic why = qv::LastDiagnostic();
-    const Exit code = failureOf(path);
+    const Exit code = failureOf(path, why);
     qv::SetDiagnostic(why.file, why.expected, why.found, why.byteOffset, why.line);
     throw diagnosed(code, path, "is no parameter table");
 }
