@@ -94,10 +94,13 @@ public:
     public:
         enum EText { textName, textClassification, textUnits, textType };
         CProperty(IPODFile* file, uint32_t column, EText which) : m_file(file), m_column(column), m_which(which) {}
+        CProperty(const CProperty&) = default;
         /// Empty for a column that is not there.
         CString ToString() const;
         operator CString() const { return ToString(); }
         CProperty& operator=(const char16_t* text);
+        /// Stores the other's text.
+        CProperty& operator=(const CProperty& other);
 
     private:
         IPODFile* m_file;
@@ -133,6 +136,8 @@ public:
     class QV_API CColumn {
     public:
         CColumn(IPODFile* file, uint32_t column);
+        CColumn(const CColumn&) = default;
+        CColumn& operator=(const CColumn&) = delete;  ///< Not to be taken for a copy of texts.
         uint32_t GetIndex() const { return m_column; }
         CValue operator[](uint32_t row) const { return CValue(m_file, m_column, row); }
 

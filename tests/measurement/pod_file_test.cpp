@@ -153,6 +153,7 @@ TEST(PodSave, WritesByTheRulesOfTheFormat) {
     EXPECT_TRUE(table.PutValue(1, 0, u"no"));
     EXPECT_TRUE(table.PutValue(2, 0, u"a;b"));
     table[u"TIME"][1] = table[u"two words"][0];
+    table[u"time"].type = table[u"time"].units;
     table[u"two words"][1] = 0.125;
     EXPECT_TRUE(table.RemoveCol(1));
     EXPECT_FALSE(table.RemoveCol(1));
@@ -171,7 +172,7 @@ TEST(PodSave, WritesByTheRulesOfTheFormat) {
     const std::string padded = disk.read();
     EXPECT_EQ(padded.substr(0, 79),
               "HdSize auto\r\nKeyWrd POD\r\nNumDPs 2\r\nOld tag\r\nPTSize 1\r\nNParam 2\r\nsaf_padding The");
-    EXPECT_EQ(padded.substr(64 + 2048), "DATA\r\nFlt64\t\"\"\r\n1.5\t\"a;b\"\r\n\"a;b\"\t0.125\r\n");
+    EXPECT_EQ(padded.substr(64 + 2048), "DATA\r\nseconds\t\"\"\r\n1.5\t\"a;b\"\r\n\"a;b\"\t0.125\r\n");
     EXPECT_FALSE(table.Save(&fileSystem(), disk.folder.path(u"none/x").c_str(), false, false));
     EXPECT_FALSE(table.Save(&fileSystem(), disk.folder.path(u"none.pod").c_str(), true, false));
     CPODFile copy;
