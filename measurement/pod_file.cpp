@@ -1,8 +1,10 @@
 // CPODFile: loading, columns, rows and cells.
 #include "qv/pod_file.h"
 
+#include <algorithm>
 #include <initializer_list>
 #include <new>
+#include <string>
 #include <string_view>
 #include <vector>
 
@@ -50,6 +52,18 @@ void setColumn(CPODFile::COLUMN& column, const char16_t* name, const char16_t* c
     if (!isNull(classification)) Private::copyPodText(column.classification, Private::podNameChars, classification);
     if (!isNull(units)) Private::copyPodText(column.units, Private::podUnitsChars, units);
     if (!isNull(type)) Private::copyPodText(column.type, Private::podUnitsChars, type);
+}
+
+/// Reads one of the lines in front of the rows. Such a line has its separators still: where GetLine puts NUL for a CR,
+/// the CR comes back.
+bool getDescriptionLine(IFile& file, std::string& line) {
+    const int64_t at = file.GetPosition();
+    line.resize(podDescriptionBytes);
+    if (!file.GetLine(line.data(), static_cast<int>(podDescriptionBytes))) return false;
+    line.resize(static_cast<size_t>(file.GetPosition() - at));
+    if (line.ends_with('\0')) line.pop_back();  // the LF
+    std::replace(line.begin(), line.end(), '\0', '\r');
+    return true;
 }
 
 CPODFile::COLUMN emptyColumn() {
@@ -115,11 +129,12 @@ bool CPODFile::Load(IFileSystem* fs, const char16_t* path, bool requireHeader) {
     const CString kept(path);  // `path` may be this object's own
     Destroy();
     if (fs == nullptr || isNull(path)) return false;
-    const bool loaded = Private::guarded([&] { return load(fs, kept, requireHeader); });
-    if (!loaded) {
-        SetDiagnosticFile(kept);
-        Destroy();
-    }
+    const bool loaded = Private::guarded([&] {
+        if (load(fs, kept, requireHeader)) return true;
+        SetDiagnosticFile(kept);  // what is thrown is the fault of temporary files and memory
+        return false;
+    });
+    if (!loaded) Destroy();
     return loaded;
 }
 
@@ -137,8 +152,8 @@ bool CPODFile::load(IFileSystem* fs, const CString& path, bool requireHeader) {
 bool CPODFile::makeHeaderless(IFile& file) {
     newHeader(m_header);
     file.SeekToBegin();
-    char line[podDescriptionBytes];
-    if (!file.GetLine(line, sizeof line)) {
+    std::string line;
+    if (!getDescriptionLine(file, line)) {
         if (file.GetSize() == 0) refuse(u"a line of names", u"an empty file", 0);
         return false;
     }
@@ -176,9 +191,9 @@ bool CPODFile::readDescriptions(IFile& file) {
     for (const Private::PodDescription& description : podDescriptions) {
         if (m_header[description.tag].ToLong(0) == 0) continue;
         const int64_t at = file.GetPosition();
-        char line[podDescriptionBytes];
-        if (!file.GetLine(line, sizeof line)) {
-            return refuse(u"a line of up to 2047 bytes that describes the columns",
+        std::string line;
+        if (!getDescriptionLine(file, line)) {
+            return refuse(u"a line of up to 2048 bytes that describes the columns",
                           at < file.GetSize() ? u"a longer one" : u"the end of the file", at);
         }
         Private::splitPodLine(line, fields);
@@ -212,12 +227,13 @@ bool CPODFile::AddColumn(const char16_t* name, const char16_t* classification, c
     if (m_columns.size() == PodRows::maxColumns) return refuse(u"at most 4096 columns", u"one more");
     COLUMN column = emptyColumn();
     setColumn(column, name, classification, units, type);
+    const uint32_t rows = nDPs();
     const bool added = Private::guarded([&] {
         m_rows->addColumn();
-        return m_columns.Add(column);
+        return m_columns.Add(column) && (m_modified = true);
     });
-    if (!added) Destroy();  // the index may be gone, and must not be saved as an empty table
-    m_modified = added;
+    // An index that is gone, or has a column more, must not be saved.
+    if (!added && (nDPs() != rows || m_rows->columns() != m_columns.size())) Destroy();
     return added;
 }
 

@@ -16,6 +16,8 @@ constexpr uint32_t blockBytes = 0x80000;
 /// reached out of order costs a write and a read of the whole window, and wants a small one.
 constexpr uint32_t largeWindow = 0x80000;
 constexpr uint32_t smallWindow = 0x1000;
+/// So many rows in order pay for a change of the window.
+constexpr uint32_t longRun = 4096;
 /// An index may take this much, or so many times what the file has: lines are short of fields at times, but a file of
 /// empty lines and thousands of columns is not a table that somebody wants to fill the disk with.
 constexpr uint64_t indexBytes = uint64_t{1} << 30;
@@ -49,6 +51,9 @@ public:
         // An empty last line is no row.
         return blockAt == m_start || addLine(blockAt);
     }
+
+    /// Behind the last line.
+    int64_t end() const { return m_start; }
 
 private:
     bool addLines(const char* at, const char* end, int64_t blockAt) {
@@ -102,14 +107,27 @@ PodRows::PodRows(uint32_t columns)
 bool PodRows::index(TSharedPtr<IFile> file) {
     m_file = file;
     m_fileColumns = static_cast<uint32_t>(m_inUse.size());
-    if (!Indexer(*file, m_rows, m_fileColumns, entryBytes()).run()) return false;
+    Indexer indexer(*file, m_rows, m_fileColumns, entryBytes());
+    if (!indexer.run()) return false;
+    m_linesEnd = indexer.end();
     fitWindow();
     return true;
 }
 
 void PodRows::fitWindow() {
+    m_run = 0;
     const uint64_t bytes = uint64_t{rows()} * entryBytes();
     if (m_rows.GetCacheCapacity() > 1 && bytes > largeWindow) m_rows.SetCacheBytes(smallWindow);
+}
+
+/// A change goes back to the rows that leave the caches: in order, that is a little behind, where a small window would
+/// have to move there and back for each row.
+void PodRows::suitWindow(uint32_t row) {
+    const bool follows = row == m_runAt + 1;
+    m_runAt = row;
+    if (follows && ++m_run == longRun) expectOrder();
+    if (!follows && m_run >= longRun) fitWindow();
+    if (!follows) m_run = 0;
 }
 
 void PodRows::expectOrder() { m_rows.SetCacheBytes(largeWindow); }

@@ -1,6 +1,7 @@
 // Merging a column of one parameter table into another by a key column.
 #include <algorithm>
 #include <cmath>
+#include <limits>
 #include <string>
 #include <vector>
 
@@ -93,6 +94,8 @@ public:
 
     void add(double key, uint32_t row) {
         m_ascending = m_ascending && (row == 0 || key >= m_last);
+        m_least = std::min(m_least, key);
+        m_greatest = std::max(m_greatest, key);
         m_last = key;
         m_keys.Add({key, row, 0});
     }
@@ -107,8 +110,7 @@ public:
 
     /// Finds the neighbours of `key`; they are the same where it is one of the keys. False outside the range.
     bool find(double key, KEY& below, KEY& above) {
-        const uint32_t count = m_keys.size();
-        if (count == 0 || !(key >= m_keys[0].key) || !(key <= m_keys[count - 1].key)) return false;
+        if (!(key >= m_least) || !(key <= m_greatest)) return false;
         const uint32_t first = firstNotBelow(key);
         above = m_keys[first];
         below = above.key == key ? above : m_keys[first - 1];
@@ -144,6 +146,8 @@ private:
 
     TPersistedArray<KEY> m_keys{nullptr, keyWindowBytes};
     double m_last = 0.0;
+    double m_least = std::numeric_limits<double>::infinity();  ///< Of all keys: the window need not go there.
+    double m_greatest = -m_least;
     uint32_t m_at = 0;
     bool m_ascending = true;
 };

@@ -21,6 +21,9 @@ IPODFile::CProperty& IPODFile::CProperty::operator=(const char16_t* text) {
     return *this;
 }
 
+// NOLINTNEXTLINE(bugprone-unhandled-self-assignment): a text may be set to itself.
+IPODFile::CProperty& IPODFile::CProperty::operator=(const CProperty& other) { return *this = other.ToString().c_str(); }
+
 double IPODFile::CValue::ToDouble(double absent) const {
     const char16_t* text = ToString();
     const auto read = text::readNumber<double>(text == nullptr ? std::u16string_view() : text);

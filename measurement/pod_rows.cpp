@@ -19,6 +19,11 @@ constexpr uint32_t readAheadBytes = 0x80000;
     throw CRuntimeErrorException(u"A file under a table could not be read or written.");
 }
 
+[[noreturn]] void throwFileChanged(int64_t byte) {
+    SetDiagnostic(CString(), u"the line of a row", u"a file that was changed since it was loaded", byte);
+    throw CRuntimeErrorException(u"The file of a table was changed by somebody else.");
+}
+
 }  // namespace
 
 /// Where the value of a cell is when it is not in the row cache.
@@ -78,6 +83,7 @@ uint32_t PodRows::freeCacheSlot() {
 uint32_t PodRows::moveRowToCache(uint32_t row) {
     if (m_cache[m_lastSlot].row == row) return m_lastSlot;  // the next cell of a row
     if (const uint32_t slot = slotOf(row); slot < cacheSlots) return m_lastSlot = slot;
+    suitWindow(row);
     const uint32_t slot = freeCacheSlot();
     CACHE_ROW_ENTRY& cached = m_cache[slot];
     std::vector<CACHE_COL_ENTRY>& cells = cached.columns;
@@ -149,8 +155,17 @@ void PodRows::emptyRowCache() {
     }
 }
 
-/// A line that follows the last one comes out of a large block, another one is read alone.
+/// A line that is one still, though another program may have written to the file.
 std::string_view PodRows::readLine(const ROW_ENTRY& row) {
+    const std::string_view line = readBytes(row);
+    const size_t lineFeed = line.find('\n');
+    const bool isLast = int64_t{row.offset} + row.length == m_linesEnd;
+    if (lineFeed != line.size() - 1 && !(isLast && lineFeed == line.npos)) throwFileChanged(row.offset);
+    return line;
+}
+
+/// A line that follows the last one comes out of a large block, another one is read alone.
+std::string_view PodRows::readBytes(const ROW_ENTRY& row) {
     const int64_t begin = row.offset, end = begin + row.length;
     const bool inBlock = begin >= m_blockAt && end <= m_blockAt + static_cast<int64_t>(m_block.size());
     const bool follows = begin == m_nextLine;

@@ -95,7 +95,8 @@ public:
     void setFile(TSharedPtr<IFile> file) { m_file = file; }
 
     uint32_t rows() const { return m_rows.size(); }
-    uint32_t entryBytes() const { return entryBytes(static_cast<uint32_t>(m_inUse.size())); }
+    uint32_t columns() const { return static_cast<uint32_t>(m_inUse.size()); }
+    uint32_t entryBytes() const { return entryBytes(columns()); }
     static constexpr uint32_t entryBytes(uint32_t columns) {
         return static_cast<uint32_t>(sizeof(ROW_ENTRY) + sizeof(COL_ENTRY) * columns);
     }
@@ -133,10 +134,12 @@ private:
     void storeDiff(uint32_t row, uint32_t column, const char16_t* text);
     void moveItemToDiffFile(uint32_t slot);
     void readDiff(uint32_t record, DIFF_ENTRY& item);
+    void suitWindow(uint32_t row);
     uint32_t freeCacheSlot();
     uint32_t freeDiffSlot();
     void emptyRowCache();
     std::string_view readLine(const ROW_ENTRY& row);
+    std::string_view readBytes(const ROW_ENTRY& row);
     void appendCell(std::string& out, const COL_ENTRY& cell, uint32_t column, bool hasLine);
 
     TPersistedArray<ROW_ENTRY> m_rows;
@@ -144,9 +147,12 @@ private:
     TSharedPtr<IFile> m_diffFile;
     std::vector<uint8_t> m_inUse;
     uint32_t m_fileColumns = 0;  ///< Columns that the lines of the file have.
+    int64_t m_linesEnd = 0;      ///< Where the file ended when it was indexed.
     uint32_t m_diffRecords = 0;
     uint32_t m_cacheCursor = 0;  ///< Next slot to evict.
     uint32_t m_lastSlot = 0;     ///< That a cell was asked of.
+    uint32_t m_runAt = 0;        ///< The row that came into the cache last,
+    uint32_t m_run = 0;          ///< and how many before it came in order.
     uint32_t m_diffCursor = 0;
     CACHE_ROW_ENTRY m_cache[cacheSlots];
     std::vector<DIFF_ENTRY> m_diffs;

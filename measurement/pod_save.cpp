@@ -18,6 +18,34 @@ namespace {
 constexpr uint32_t openForReading = 0x212;  // existing, read, share reading
 constexpr uint32_t openForCreating = 0x28;  // create truncating, write
 
+/// Writes a header that reads again: a caller may have put a tag into it that is longer than a line, or has an end of
+/// line in it, and the rows behind such a header would be lost.
+bool writeHeader(CSAFFile& header, IFile& file, bool addPad) {
+    const uint32_t end = header.nTags();
+    if (end != 0 && text::compareNoCase(header[end - 1].name.c_str(), u"DATA") != 0) {
+        // A header that ended with its file: the writer would put DATA in the place of its last tag.
+        const SAF_TAG last = header[end - 1];
+        header.AddTag(last.name.c_str(), last.value.c_str());
+        header[end].name = u"DATA";
+        header[end].value.Empty();
+    }
+    uint32_t dataPosition = 0;
+    TSharedPtr<IFile> shared(&file, TSharedPtr<IFile>::notOwned());
+    header.SaveTo(shared, dataPosition, addPad);
+    if (file.GetSize() != int64_t{header.HeaderSize()} + (addPad ? safPad::fresh : 0)) {
+        SetDiagnostic(CString(), u"room for the header", u"a short write", file.GetSize());
+        return false;
+    }
+    CSAFFile written;
+    file.SeekToBegin();
+    if (!written.Load(shared) || written.nTags() != header.nTags() || written.GetDataPosition() != dataPosition) {
+        SetDiagnostic(CString(), u"tags of which each fits a line of 511 bytes", u"a header that does not read again");
+        return false;
+    }
+    file.SetPosition(dataPosition);
+    return true;
+}
+
 /// Copies a finished file and closes the copy. One that did not take everything is deleted.
 bool copyWhole(TSharedPtr<IFile> from, TSharedPtr<IFile>& to, IFileSystem* fs, const CString& path) {
     from->SeekToBegin();
@@ -107,10 +135,7 @@ bool CPODFile::write(CSAFFile& header, IFile& file, bool addPad) {
     }
     header[u"NParam"] = static_cast<int32_t>(inUse);
     header[u"KeyWrd"] = u"POD";
-    uint32_t dataPosition = 0;
-    TSharedPtr<IFile> shared(&file, TSharedPtr<IFile>::notOwned());
-    header.SaveTo(shared, dataPosition, addPad);
-    if (file.GetSize() != int64_t{header.HeaderSize()} + (addPad ? safPad::fresh : 0)) return false;
+    if (!writeHeader(header, file, addPad)) return false;
     Private::PodWriter writer(file);
     if (!writeDescriptions(header, writer)) return false;
     bool written = true;
@@ -134,7 +159,7 @@ bool CPODFile::writeDescriptions(CSAFFile& header, Private::PodWriter& writer) {
             Private::appendPodField(writer.block(), text::toUtf8(description.text(column)));
         }
         writer.block() += "\r\n";
-        if (!writer.endLine(Private::podDescriptionBytes - 1, description.tag)) return false;
+        if (!writer.endLine(Private::podDescriptionBytes, description.tag)) return false;
     }
     return true;
 }

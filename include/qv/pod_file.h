@@ -94,10 +94,13 @@ public:
     public:
         enum EText { textName, textClassification, textUnits, textType };
         CProperty(IPODFile* file, uint32_t column, EText which) : m_file(file), m_column(column), m_which(which) {}
+        CProperty(const CProperty&) = default;
         /// Empty for a column that is not there.
         CString ToString() const;
         operator CString() const { return ToString(); }
         CProperty& operator=(const char16_t* text);
+        /// Stores the other's text.
+        CProperty& operator=(const CProperty& other);
 
     private:
         IPODFile* m_file;
@@ -133,6 +136,8 @@ public:
     class QV_API CColumn {
     public:
         CColumn(IPODFile* file, uint32_t column);
+        CColumn(const CColumn&) = default;
+        CColumn& operator=(const CColumn&) = delete;  ///< Not to be taken for a copy of texts.
         uint32_t GetIndex() const { return m_column; }
         CValue operator[](uint32_t row) const { return CValue(m_file, m_column, row); }
 
@@ -260,7 +265,9 @@ public:
     /// from there anew: removed columns are gone, and the others numbered without gaps. Should the copy fail
     /// half-way, what there is of it is deleted, and the table goes on from the temporary file: save it elsewhere.
     /// Saved to another path, the table stays as it is, on the file that it was loaded from. Names, units,
-    /// classifications and types are written where PNSize, PUSize, PCSize and PTSize say so.
+    /// classifications and types are written where PNSize, PUSize, PCSize and PTSize say so. Refused, with nothing
+    /// touched, are a header that would not read again (a tag of more than 511 bytes, or with an end of line) and rows
+    /// whose lines another program moved about in the file since it was loaded.
     bool Save(IFileSystem* fs, const char16_t* path, bool reloadHeader, bool addPad) override;
     void Destroy() override;
     bool IsValid() const override { return m_open; }
@@ -268,8 +275,8 @@ public:
     bool IsModified() const { return m_modified; }
 
     bool FindColumn(const char16_t* name, uint32_t& column) const override;
-    /// Rewrites the index, which takes time by the number of rows. Should there be no room for that, the table is
-    /// destroyed.
+    /// Puts changes into the diff file and rewrites the index, which takes time by the number of rows. Without room for
+    /// the changes the table stays as it is; should the index itself break off, the table is destroyed.
     bool AddColumn(const char16_t* name, const char16_t* classification, const char16_t* units,
                    const char16_t* type) override;
     bool AddRow() override;

@@ -1,10 +1,13 @@
 #include "qv/pod_file.h"
 
 #include <gtest/gtest.h>
+#include <sys/resource.h>
 
 #include <algorithm>
 #include <cmath>
+#include <csignal>
 #include <cstring>
+#include <fstream>
 #include <random>
 #include <sstream>
 #include <string>
@@ -30,6 +33,7 @@ const std::string threeColumns = header("NumDPs auto\r\nNParam 3\r\nPNSize 20\r\
 /// A table in a folder of its own.
 struct Disk {
     bool load(const std::string& bytes, bool requireHeader = true) {
+        table.Destroy();
         write(bytes);
         ClearDiagnostic();
         return table.Load(&fileSystem(), path.c_str(), requireHeader);
@@ -98,6 +102,8 @@ TEST(PodLoad, HeadersAndDescriptions) {
          "1|2\n"},
         {"without header", "t,\"a b\"\nsec,deg\nU,U\n1,2\n", false, true, "t,sec,U,;a b,deg,U,;", "1|2\n"},
         {"a header is wanted", "t,x\nsec,deg\nU,U\n1,2\n", true, false, "", ""},
+        {"CR separates there too", threeColumns + "a\rb \"c\rd\"\r\n1 2 3\n", true, true, "a,,,;b,,,;c\rd,,,;",
+         "1|2|3\n"},
         {"no columns", header("NumDPs auto\r\nNParam 0\r\n") + "1\r\n", true, true, "", "\n"},
         {"another kind", "HdSize auto\r\nKeyWrd IMG\r\nNumDPs 1\r\nNParam 1\r\nDATA\r\n1\r\n", false, false, "", ""},
         {"no kind", "HdSize auto\r\nNumDPs 1\r\nNParam 1\r\nDATA\r\n1\r\n", true, false, "", ""},
@@ -128,7 +134,7 @@ TEST(PodLoad, HeadersAndDescriptions) {
         EXPECT_EQ(disk.cells(), row.cells) << row.name;
     }
     Disk disk;  // the longest lines that are allowed
-    const std::string names = std::string(2045, 'n') + "\r\n", line = "1 2 " + std::string(8188 - 1, '3') + "\n";
+    const std::string names = std::string(2046, 'n') + "\r\n", line = "1 2 " + std::string(8188 - 1, '3') + "\n";
     EXPECT_TRUE(disk.load(threeColumns + names + line));
     EXPECT_EQ(narrow(disk.table.GetValue(2, 0)), std::string(255, '3'));
 }
@@ -147,6 +153,7 @@ TEST(PodSave, WritesByTheRulesOfTheFormat) {
     EXPECT_TRUE(table.PutValue(1, 0, u"no"));
     EXPECT_TRUE(table.PutValue(2, 0, u"a;b"));
     table[u"TIME"][1] = table[u"two words"][0];
+    table[u"time"].type = table[u"time"].units;
     table[u"two words"][1] = 0.125;
     EXPECT_TRUE(table.RemoveCol(1));
     EXPECT_FALSE(table.RemoveCol(1));
@@ -165,7 +172,7 @@ TEST(PodSave, WritesByTheRulesOfTheFormat) {
     const std::string padded = disk.read();
     EXPECT_EQ(padded.substr(0, 79),
               "HdSize auto\r\nKeyWrd POD\r\nNumDPs 2\r\nOld tag\r\nPTSize 1\r\nNParam 2\r\nsaf_padding The");
-    EXPECT_EQ(padded.substr(64 + 2048), "DATA\r\nFlt64\t\"\"\r\n1.5\t\"a;b\"\r\n\"a;b\"\t0.125\r\n");
+    EXPECT_EQ(padded.substr(64 + 2048), "DATA\r\nseconds\t\"\"\r\n1.5\t\"a;b\"\r\n\"a;b\"\t0.125\r\n");
     EXPECT_FALSE(table.Save(&fileSystem(), disk.folder.path(u"none/x").c_str(), false, false));
     EXPECT_FALSE(table.Save(&fileSystem(), disk.folder.path(u"none.pod").c_str(), true, false));
     CPODFile copy;
@@ -246,8 +253,10 @@ TEST(Pod, RandomOperationsMatchAPlainTable) {
         };
         // Enough of both to turn all caches over, in a row as well as between rows.
         while (model.names.size() < (seed == 1 ? 40u : 5u)) addColumn();
-        model.rows.resize(150, std::vector<std::string>(model.names.size()));
-        ASSERT_TRUE(table.AllocRows(150));
+        // The index of the second fills more than its window.
+        const uint32_t rows = seed == 2 ? 10000 : 150;
+        model.rows.resize(rows, std::vector<std::string>(model.names.size()));
+        ASSERT_TRUE(table.AllocRows(rows));
         for (int step = 0; step < 6000; ++step) {
             const uint32_t column = below(model.names.size());
             const uint32_t row = below(model.rows.size());
@@ -505,6 +514,60 @@ TEST(PodSave, AFullDiskLosesNothing) {
     full.full = false;
     EXPECT_TRUE(disk.table.Save(&full, disk.path.c_str(), false, false));
     EXPECT_EQ(disk.read(), threeColumns + "a\tb\tc\r\n1\tnew\t3\r\n");
+}
+
+TEST(PodSave, AFileThatWouldNotReadAgainIsNotWritten) {
+    Disk disk;
+    const std::string lines = "a b c\r\n1 2 3\r\n4 5 6\r\n";
+    ASSERT_TRUE(disk.load(threeColumns + lines));
+    for (const std::u16string& value : {std::u16string(600, u'x'), std::u16string(u"x\r\nDATA")}) {
+        disk.table.GetHeader().SetTagValue(u"Note", value.c_str());
+        EXPECT_FALSE(disk.save());
+    }
+    disk.table.GetHeader().Destroy();
+    EXPECT_FALSE(disk.save());
+    EXPECT_EQ(disk.read(), threeColumns + lines);
+    EXPECT_EQ(disk.cells(), "1|2|3\n4|5|6\n");
+    // Somebody else writes to the file: its lines begin elsewhere.
+    ASSERT_TRUE(disk.load(threeColumns + lines));
+    std::fstream(CStringMB(disk.path).c_str(), std::ios::in | std::ios::out).seekp(-5, std::ios::end).write("\n", 1);
+    EXPECT_EQ(disk.table.GetValue(1, 1), nullptr);
+    EXPECT_FALSE(disk.table.Save(&fileSystem(), disk.folder.path(u"other.pod").c_str(), false, false));
+    EXPECT_EQ(narrow(LastDiagnostic().found.c_str()), "a file that was changed since it was loaded");
+    // A header that ends with the file keeps its last tag.
+    ASSERT_TRUE(disk.load("HdSize auto\r\nKeyWrd POD\r\nNumDPs auto\r\nNParam 1\r\n") && disk.table.AddRow());
+    EXPECT_TRUE(disk.save());
+    EXPECT_EQ(disk.read(), header("NumDPs auto\r\nNParam 1\r\n") + "\"\"\r\n");
+}
+
+/// Runs `work` while no file may grow behind `bytes`.
+template <class Work>
+void withRoom(rlim_t bytes, Work work) {
+    rlimit room{};
+    ASSERT_EQ(getrlimit(RLIMIT_FSIZE, &room), 0);
+    const rlimit little{bytes, room.rlim_max};
+    const auto before = std::signal(SIGXFSZ, SIG_IGN);
+    ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &little), 0);
+    work();
+    setrlimit(RLIMIT_FSIZE, &room);
+    std::signal(SIGXFSZ, before);
+}
+
+TEST(Pod, WithoutRoomForChangesNoneIsLost) {
+    Disk disk;
+    std::string lines = "a b c\r\n", changed;
+    for (int i = 0; i < 300; ++i) lines += "1 2 3\r\n";
+    ASSERT_TRUE(disk.load(threeColumns + lines));
+    withRoom(5200, [&] {  // ten cells in the diff file
+        for (uint32_t row = 0; row < 300; ++row) {
+            changed += disk.table.PutValue(1, row, u"new") ? "1|new|3\n" : "1|2|3\n";
+        }
+        EXPECT_FALSE(disk.table.AddColumn(u"d", u"", u"", u""));
+    });
+    EXPECT_EQ(std::count(changed.begin(), changed.end(), 'w'), 64 + 32 + 10);
+    EXPECT_EQ(disk.cells(), changed);
+    EXPECT_TRUE(disk.table.AddColumn(u"d", u"", u"", u"") && disk.table.RemoveCol(3) && disk.save());
+    EXPECT_EQ(disk.cells(), changed);
 }
 
 /// Lines of 8192 bytes without end, a header in front of them.

@@ -7,6 +7,8 @@
 namespace qv::test {
 namespace {
 
+using namespace std::string_literals;
+
 class Info : public testing::Test {
 protected:
     void SetUp() override {
@@ -67,6 +69,30 @@ TEST_F(Info, TellsEachKindByItsContent) {
         EXPECT_EQ(facts[file + ".entries.0.category"], "Sensor Info");
         EXPECT_EQ(facts[file + ".entries.0.permitted"], "0 to 500");
     }
+}
+
+TEST_F(Info, ParameterAndNormTables) {
+    const std::string head = "HdSize auto\r\nKeyWrd POD\r\nNumDPs auto\r\nPNSize 1\r\nPUSize 1\r\nNParam ";
+    shop.write("track.pod", head + "2\r\nDATA\r\ntime range\r\nsec m\r\n1 2\r\n3 4\r\n5 6\r\n");
+    shop.write("broken.pod", head + "x\r\nDATA\r\n");
+    // Version, type, a size of 3 by 2, subframe, nine characters of time, and the table.
+    const std::string stamp = "1\0002\0003\000:\0004\0005\000:\0006\0007\0"s;
+    const std::string norm = "\1\1\3\0\2\0\0\0"s + stamp + std::string(12, '\0');
+    shop.write("offset.nrm", norm);
+    shop.write("longer.nrm", norm + "x");
+    shop.write("big.nrm", "\1\2\0\3\0\2\0\0"s + stamp + std::string(6, '\0'));
+    shop.write("stamp.nrm", std::string(norm).replace(8, 1, 1, '\1'));
+    const ToolRun outcome = shop.qv("info track.pod offset.nrm big.nrm longer.nrm stamp.nrm broken.pod --json");
+    EXPECT_EQ(outcome.exitCode, 4) << outcome.error;
+    auto facts = JsonReader::flatten(outcome.out);
+    EXPECT_EQ(facts["files.0.kind"] + facts["files.0.rowCount"] + facts["files.0.columnCount"], "table32");
+    EXPECT_EQ(facts["files.0.columns.1.name"] + facts["files.0.columns.1.units"], "rangem");
+    EXPECT_EQ(facts["files.1.kind"] + facts["files.1.table"] + facts["files.1.width"], "normoffset3");
+    EXPECT_EQ(facts["files.1.timeStamp"] + facts["files.1.byteOrder"], "123:45:67LSBFirst");
+    EXPECT_EQ(facts["files.2.table"] + facts["files.2.height"] + facts["files.2.byteOrder"], "bad-pixel2MSBFirst");
+    EXPECT_EQ(facts["files.3.kind"] + facts["files.4.kind"], "unknownunknown");
+    EXPECT_EQ(facts["files.5.kind"], "table");
+    EXPECT_NE(shop.qv("info track.pod").out.find("1  range  m"), std::string::npos);
 }
 
 TEST_F(Info, PrintsTablesWithUnitsInTheirHeads) {

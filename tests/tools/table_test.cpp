@@ -120,12 +120,17 @@ TEST_F(TableTool, TellsWhatIsWrong) {
                  {"set track.pod 0 note=$(printf '%300s' | tr ' ' x)", 2},
                  {"csv track.pod -o radar.pod", 1},
                  {"merge far.pod radar.pod --key time --column azimuth", 1},
-                 {"merge track.pod radar.pod --key none --column azimuth", 2}};
+                 {"merge track.pod radar.pod --key none --column azimuth", 1},
+                 {"merge track.pod radar.pod --key time --column none", 1},
+                 {"merge track.pod radar.pod --key time --column azimuth --key-format %x", 2}};
     for (const auto& row : cases) {
         const ToolRun run = shop.qv(std::string("table ") + row.arguments);
         EXPECT_EQ(run.exitCode, row.code) << row.arguments << '\n' << run.error;
         EXPECT_TRUE(isOneSentence(run.error)) << row.arguments << '\n' << run.error;
     }
+    const ToolRun nowhere =
+        shop.qv("info track.pod >.out && TMPDIR=/no/such/folder '" QV_TOOL "' table head track.pod");
+    EXPECT_EQ(nowhere.exitCode, 5) << nowhere.error;
     EXPECT_EQ(shop.read("track.pod"), track);
     EXPECT_EQ(shop.read("radar.pod"), radar);
     EXPECT_EQ(shop.read("far.pod"), far);

@@ -9,6 +9,8 @@
 #include "container.h"
 #include "dictionary.h"
 #include "json.h"
+#include "norm_kind.h"
+#include "parameter_table.h"
 #include "places.h"
 #include "qv/cd_file_system.h"
 #include "qv/diagnostic.h"
@@ -120,22 +122,49 @@ void addLayout(const Recording& recording, Sheet& sheet) {
     }
 }
 
-/// A header without the tags of a recording is a measurement file all the same.
-bool promisesFrames(const qv::CSAFFile& header) {
-    return header.GetTagValue(u"xPixls") != nullptr || header.GetTagValue(u"yPixls") != nullptr;
+void addLayout(const std::string& path, Sheet& sheet) { addLayout(Recording(path), sheet); }
+
+void addColumns(const std::string& path, Sheet& sheet) {
+    qv::CPODFile table;
+    loadParameterTable(table, path, false);
+    const std::vector<ParameterColumn> columns = parameterColumns(table);
+    sheet.add("rowCount", "rows", table.nDPs(), std::to_string(table.nDPs()));
+    sheet.add("columnCount", "columns", table.nParams(), std::to_string(table.nParams()));
+    sheet.json().set("columns", jsonOf(columns));
+    if (!columns.empty()) sheet.addTable("columns", listColumns(columns, false));
+}
+
+/// A kind of measurement file, and what describes its data.
+struct MeasurementKind {
+    const char* name;
+    const char* title;
+    void (*addData)(const std::string& path, Sheet& sheet);
+};
+
+/// A header without the tags of any kind is a measurement file all the same.
+constexpr MeasurementKind plainMeasurement = {"measurement", "measurement file", nullptr};
+
+MeasurementKind kindOf(const qv::CSAFFile& header) {
+    const char16_t* keyWord = header.GetTagValue(u"KeyWrd");
+    if (keyWord != nullptr && qv::CString(keyWord).CompareNoCase(u"POD") == 0) {
+        return {"table", "parameter table", addColumns};
+    }
+    const bool promisesFrames = header.GetTagValue(u"xPixls") != nullptr || header.GetTagValue(u"yPixls") != nullptr;
+    if (promisesFrames) return {"recording", "recording", addLayout};
+    return plainMeasurement;
 }
 
 Exit describeMeasurement(const std::string& path, Sheet& sheet, std::string& problem) {
     qv::CSAFFile header;
     qv::ClearDiagnostic();
     const bool loaded = header.Load(&files(), wide(path).c_str());
-    const bool recording = loaded && promisesFrames(header);
-    sheet.kind(recording ? "recording" : "measurement", recording ? "recording" : "measurement file");
+    const MeasurementKind kind = loaded ? kindOf(header) : plainMeasurement;
+    sheet.kind(kind.name, kind.title);
     if (!loaded) throw diagnosed(Exit::damaged, path, "has a damaged header");
     Exit result = Exit::done;
-    if (recording) {
+    if (kind.addData != nullptr) {
         try {
-            addLayout(Recording(path), sheet);
+            kind.addData(path, sheet);
         } catch (const Failure& failure) {
             problem = failure.what();
             result = failure.exitCode();
@@ -361,6 +390,26 @@ Exit describeDictionary(const std::string& path, Sheet& sheet, std::string&) {
     return Exit::done;
 }
 
+// Norm tables ---------------------------------------------------------------------------------------------------------
+
+Exit describeNorm(const std::string& path, Sheet& sheet, std::string&) {
+    NormKind norm;
+    if (!isNorm(path, norm)) throw Failure(Exit::io, path + ": changed while it was read");
+    constexpr const char* words[] = {"gain", "offset", "bad-pixel"};
+    const char* const word = words[norm.header.type];
+    sheet.kind("norm", std::string("Norm table of a sensor (") + word + ")");
+    sheet.add("table", "table", word);
+    sheet.add("width", "width", norm.header.xPixels, std::to_string(norm.header.xPixels) + " pixels");
+    sheet.add("height", "height", norm.header.yPixels, std::to_string(norm.header.yPixels) + " pixels");
+    sheet.add("version", "version", norm.header.version, std::to_string(norm.header.version));
+    sheet.add("byteOrder", "byte order", norm.bigEndian ? "MSBFirst" : "LSBFirst");
+    sheet.add("timeStamp", "day and time", narrow(norm.header.timeStamp));
+    if (norm.header.version == 1) return Exit::done;  // which has no more fields
+    sheet.add("framesAveraged", "frames averaged", norm.header.numAvg, std::to_string(norm.header.numAvg));
+    sheet.add("tolerance", "tolerance", norm.header.bpTol, number(norm.header.bpTol));
+    return Exit::done;
+}
+
 // Programs ------------------------------------------------------------------------------------------------------------
 
 Exit describeProgram(const std::string& path, Sheet& sheet, std::string&) {
@@ -439,6 +488,7 @@ Describe describerOf(const std::string& path) {
     if (dictionaryForm(head) != DictionaryForm::unknown) return describeDictionary;
     if (head.starts_with("MZ")) return describeProgram;
     if (isContainer(path, head)) return describeContainer;
+    if (NormKind norm; isNorm(path, norm)) return describeNorm;
     switch (recognisedForm(path, head)) {
         case Form::ini: return describeSettings<Form::ini>;
         case Form::xml: return describeSettings<Form::xml>;
@@ -455,9 +505,9 @@ Exit describe(const std::string& path, Sheet& sheet) {
             result = describer(path, sheet, problem);
         } else {
             sheet.kind("unknown", "unknown kind");
-            problem =
-                path +
-                ": unknown kind of file (no recording, calibration, tag dictionary, program, settings or container)";
+            problem = path +
+                      ": unknown kind of file (no recording, parameter or Norm table, calibration, tag "
+                      "dictionary, program, settings or container)";
             result = Exit::wrongKind;
         }
     } catch (const Failure& failure) {
@@ -496,7 +546,8 @@ void addInfo(CLI::App& root) {
                    "  qv info run7.saf\n  qv info camera.rcal tags.xml --json", [options] { return info(*options); });
     command
         ->add_option("files", options->files,
-                     "Recordings, calibrations, tag dictionaries, Windows programs and libraries, settings")
+                     "Recordings, parameter tables, calibrations, Norm tables, tag dictionaries, Windows programs and "
+                     "libraries, settings")
         ->required();
     command->add_flag("--json", options->json, "Facts as JSON");
 }

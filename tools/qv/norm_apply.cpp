@@ -92,7 +92,7 @@ Convert conversionOf(EDataType type, bool asFloats, const std::string& path) {
         case EDataType::uint32: return conversion<uint32_t>(asFloats);
         case EDataType::flt32: return conversion<float>(asFloats);
         case EDataType::flt64: return conversion<double>(asFloats);
-        default: throw Failure(Exit::damaged, path + ": frames of " + elementWord(type) + " cannot be corrected");
+        default: throw Failure(Exit::wrongKind, path + ": frames of " + elementWord(type) + " cannot be corrected");
     }
 }
 

@@ -313,6 +313,14 @@ void check(const Options& options) {
         throw Failure(Exit::usage, "--tolerance must lie above 0 and below 1");
     }
     if (!(options.noise > 1.0)) throw Failure(Exit::usage, "--noise must be above 1");
+    std::vector<std::string> outputs;
+    for (const std::string& path : {options.gain, options.offset, options.bad}) {
+        if (path.empty()) continue;
+        if (std::find(outputs.begin(), outputs.end(), path) != outputs.end()) {
+            throw Failure(Exit::usage, path + ": is to hold two tables");
+        }
+        outputs.push_back(path);
+    }
     // Before the work, so that no table is written without the others.
     for (const std::string& path : {options.gain, options.offset, options.bad}) {
         std::error_code none;

@@ -10,6 +10,7 @@
 
 #include "command.h"
 #include "json.h"
+#include "parameter_table.h"
 #include "places.h"
 #include "progress.h"
 #include "qv/diagnostic.h"
@@ -47,46 +48,10 @@ struct Options {
 
 // Tables and their columns -------------------------------------------------------------------------------------------
 
-/// Not a table at all, or a broken one.
-Exit failureOf(const std::string& path) {
-    qv::CSAFFile header;
-    const bool isTable = header.Load(&files(), wide(path).c_str()) && header[u"KeyWrd"].Exists() &&
-                         qv::CString(header[u"KeyWrd"].ToString()).CompareNoCase(u"POD") == 0;
-    return isTable ? Exit::damaged : Exit::wrongKind;
-}
+using Column = ParameterColumn;
 
-void load(qv::CPODFile& table, const std::string& path, bool headerless) {
-    requireFile(path);
-    qv::IFileSystem& disk = files();
-    if (!headerless && !qv::CSAFFile::IsSAFFile(&disk, wide(path).c_str())) {
-        throw Failure(Exit::wrongKind, path +
-                                           ": has no measurement header (--headerless takes its first three lines "
-                                           "as names, units and classifications)");
-    }
-    qv::ClearDiagnostic();
-    if (table.Load(&disk, wide(path).c_str(), !headerless)) return;
-    const qv::CDiagnostic why = qv::LastDiagnostic();
-    const Exit code = failureOf(path);
-    qv::SetDiagnostic(why.file, why.expected, why.found, why.byteOffset, why.line);
-    throw diagnosed(code, path, "is no parameter table");
-}
-
-struct Column {
-    uint32_t index;
-    std::string name, units, classification, type;
-
-    /// The name with its unit: "range [meters]".
-    std::string head() const {
-        const bool hasUnit = !units.empty() && units != "None" && units != "none";
-        return hasUnit ? name + " [" + units + "]" : name;
-    }
-    Json json() const { return Json::object().set("name", name).set("units", units); }
-};
-
-Column columnAt(const qv::CPODFile& table, uint32_t index) {
-    qv::CString name, classification, units, type;
-    (void)table.GetColumnInfo(index, &name, &classification, &units, &type);
-    return {index, narrow(name), narrow(units), narrow(classification), narrow(type)};
+void load(qv::CPODFile& table, const std::string& path, const Options& options) {
+    loadParameterTable(table, path, options.headerless);
 }
 
 /// A column by its name, or by its number after a "#".
@@ -97,14 +62,14 @@ Column findColumn(const qv::CPODFile& table, const std::string& path, const std:
         index = static_cast<uint32_t>(std::stoul(name.substr(1)));
     }
     if (index >= table.nParams()) throw Failure(Exit::negative, path + ": there is no column " + name);
-    return columnAt(table, index);
+    return parameterColumn(table, index);
 }
 
 /// The columns that are asked for; all when none is.
 std::vector<Column> chosenColumns(const qv::CPODFile& table, const Options& options) {
+    if (options.names.empty()) return parameterColumns(table);
     std::vector<Column> columns;
     for (const std::string& name : options.names) columns.push_back(findColumn(table, options.file, name));
-    for (uint32_t i = 0; options.names.empty() && i < table.nParams(); ++i) columns.push_back(columnAt(table, i));
     return columns;
 }
 
@@ -146,7 +111,7 @@ Exit print(const Table& table, const Options& options) {
 
 Exit head(const Options& options) {
     qv::CPODFile table;
-    load(table, options.file, options.headerless);
+    load(table, options.file, options);
     const std::vector<Column> columns = chosenColumns(table, options);
     std::vector<Table::Column> heads{{"row"}};
     for (const Column& column : columns) heads.push_back({visible(wide(column.head()))});
@@ -179,28 +144,20 @@ Exit head(const Options& options) {
 
 Exit cols(const Options& options) {
     qv::CPODFile table;
-    load(table, options.file, options.headerless);
-    constexpr Table::Align left = Table::Align::left;
-    Table out({{"#"}, {"name", left}, {"unit", left}, {"classification", left}, {"type", left}});
-    Json list = Json::array();
-    for (const Column& column : chosenColumns(table, options)) {
-        const auto shown = [&](const std::string& text) { return options.csv ? text : visible(wide(text)); };
-        out.add({std::to_string(column.index), shown(column.name), shown(column.units), shown(column.classification),
-                 shown(column.type)});
-        list.push(column.json().set("classification", column.classification).set("type", column.type));
-    }
-    if (!options.json) return print(out, options);
+    load(table, options.file, options);
+    const std::vector<Column> columns = chosenColumns(table, options);
+    if (!options.json) return print(listColumns(columns, options.csv), options);
     Json::document(schema)
         .set("file", options.file)
         .set("rowCount", table.nDPs())
-        .set("columns", list)
+        .set("columns", jsonOf(columns))
         .print(std::cout);
     return Exit::done;
 }
 
 Exit get(const Options& options) {
     qv::CPODFile table;
-    load(table, options.file, options.headerless);
+    load(table, options.file, options);
     const uint32_t row = rowNumber(table, options, false);
     Json values = Json::object();
     for (const Column& column : chosenColumns(table, options)) {
@@ -244,7 +201,7 @@ struct Stats {
 
 Exit stats(const Options& options) {
     qv::CPODFile table;
-    load(table, options.file, options.headerless);
+    load(table, options.file, options);
     const std::vector<Column> columns = chosenColumns(table, options);
     std::vector<Stats> all(columns.size());
     {
@@ -305,7 +262,7 @@ Exit writeCsv(qv::CPODFile& table, const Options& options, std::ostream& out) {
 
 Exit csv(const Options& options) {
     qv::CPODFile table;
-    load(table, options.file, options.headerless);
+    load(table, options.file, options);
     if (options.output.empty()) return writeCsv(table, options, std::cout);
     Target target(options.output, options.force);
     std::ofstream out(target.temporary(), std::ios::binary);
@@ -335,7 +292,7 @@ void save(qv::CPODFile& table, const Options& options) {
 
 Exit set(const Options& options) {
     qv::CPODFile table;
-    load(table, options.file, options.headerless);
+    load(table, options.file, options);
     const uint32_t row = rowNumber(table, options, true);
     if (row == table.nDPs() && !table.AddRow()) throw diagnosed(Exit::io, options.file, "takes no further row");
     Table out({{"column [unit]", Table::Align::left}, {"before", Table::Align::left}, {"after", Table::Align::left}});
@@ -367,21 +324,34 @@ Exit set(const Options& options) {
     return Exit::done;
 }
 
+/// What kept a column from being merged: a column that is not there, a file under a table, or what was asked for.
+Exit mergeFailure(const qv::CPODFile& table, const qv::CPODFile& other, const Options& options,
+                  const std::string& name) {
+    const auto lacks = [](const qv::CPODFile& in, const std::string& column) {
+        return in.GetColumnID(wide(column).c_str()) == qv::IPODFile::none;
+    };
+    if (qv::LastDiagnostic().IsSet()) return Exit::io;
+    const bool isAbsent = lacks(table, options.key) || lacks(other, options.key) || lacks(other, name);
+    return isAbsent ? Exit::negative : Exit::usage;
+}
+
 Exit merge(const Options& options) {
     qv::CPODFile table, other;
-    load(table, options.file, options.headerless);
-    load(other, options.other, options.headerless);
+    load(table, options.file, options);
+    load(other, options.other, options);
     std::vector<std::string> lines;
     Json merged = Json::array();
     uint32_t best = 0;
     for (const std::string& name : options.names) {
         const bool isNew = table.GetColumnID(wide(name).c_str()) == qv::IPODFile::none;
         uint32_t matched = 0;
+        qv::ClearDiagnostic();
         if (!table.MergeWith(other, wide(options.key).c_str(), wide(name).c_str(), wide(options.keyFormat).c_str(),
                              wide(options.otherKeyFormat).c_str(), wide(options.valueFormat).c_str(), !options.nearest,
                              options.rollOver, &matched)) {
-            throw Failure(Exit::usage, options.file + " with " + options.other + ", column " + name + ": " +
-                                           narrow(table.GetError()));
+            throw Failure(
+                mergeFailure(table, other, options, name),
+                options.file + " with " + options.other + ", column " + name + ": " + narrow(table.GetError()));
         }
         best = std::max(best, matched);
         const Column column = findColumn(table, options.file, name);
@@ -453,7 +423,7 @@ std::vector<Finding> findings(qv::CPODFile& table, const Options& options) {
 
 Exit check(const Options& options) {
     qv::CPODFile table;
-    load(table, options.file, options.headerless);
+    load(table, options.file, options);
     const std::vector<Finding> all = findings(table, options);
     Table out({{"finding", Table::Align::left}, {"count"}, {"first row"}});
     Json list = Json::array();
