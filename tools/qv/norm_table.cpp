@@ -70,7 +70,8 @@ NormTable loadNorm(const std::string& path) {
     NormTable table;
     const Fit little = fitOf(file, false);
     const Fit big = fitOf(file, true);
-    table.bigEndian = !little.exact && (big.exact || (big.plausible && (!little.plausible || (little.behind < 0 && big.behind >= 0))));
+    table.bigEndian = !little.exact &&
+                      (big.exact || (big.plausible && (!little.plausible || (little.behind < 0 && big.behind >= 0))));
     const Fit& fit = table.bigEndian ? big : little;
     if (!fit.plausible) throw Failure(Exit::wrongKind, path + ": is no Norm table (type, version and size do not fit)");
     table.trailing = std::max<int64_t>(fit.behind, 0);
@@ -84,8 +85,7 @@ NormTable loadNorm(const std::string& path) {
 NormTable loadNorm(const std::string& path, CNormFile::FILE_TYPE type) {
     NormTable table = loadNorm(path);
     if (table.norm.GetType() == type) return table;
-    throw Failure(Exit::wrongKind,
-                  path + ": is of type " + normWord(table.norm.GetType()) + ", not " + normWord(type));
+    throw Failure(Exit::wrongKind, path + ": is of type " + normWord(table.norm.GetType()) + ", not " + normWord(type));
 }
 
 void saveNorm(const CNormFile& norm, const std::string& path, bool force) {
