@@ -7,8 +7,8 @@
 namespace qv::Private::crc {
 
 /// Replaces the beginning of a block by 16 bytes that have the same remainder.
-/// @param start  The remainder so far, in the order of the CRC's bytes, padded with zeros: it is added to the first
-/// bytes.
+/// @param start  The remainder so far, in the order of the CRC's bytes, padded with zeros, which is added
+///               to the first bytes.
 /// @param rest   The 16 bytes, whose remainder goes on from 0.
 /// @return  How many bytes of the block they stand for, a multiple of 16; 0, with `rest` untouched, when the block is
 ///          too short or the processor too old.
