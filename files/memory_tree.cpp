@@ -41,9 +41,8 @@ MemoryNode* MemoryNode::child(std::u16string_view childName) const {
 }
 
 MemoryNode* MemoryNode::add(std::u16string_view childName, bool isFolder) {
-    if (childName.empty() || path().size() + 1 + childName.size() >= static_cast<size_t>(IFileSystem::pathChars)) {
-        return nullptr;
-    }
+    const size_t length = joinedPath(path(), childName).size();
+    if (childName.empty() || length >= static_cast<size_t>(IFileSystem::pathChars)) return nullptr;
     const auto node = std::make_shared<MemoryNode>(childName, isFolder, children.key_comp());
     children.emplace(node->name, node);
     node->parent = this;
