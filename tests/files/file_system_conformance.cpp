@@ -263,7 +263,8 @@ TEST_P(FileSystemConformance, NoPathsAreNoCrash) {
 
 /// Edits the header of a recording with padding twice: once within the padding, once past it.
 void editHeader(FS& system, const CString& path) {
-    for (const auto& [camera, moves] : {std::pair(CString(u"MW2"), false), {CString(std::u16string(3000, u'c')), true}}) {
+    for (const auto& [camera, moves] :
+         {std::pair(CString(u"MW2"), false), {CString(std::u16string(3000, u'c')), true}}) {
         CSAFFile header;
         ASSERT_TRUE(header.Load(&system, path.c_str()));
         ASSERT_TRUE(header.SetTagValue(u"Camera", camera.c_str()));
