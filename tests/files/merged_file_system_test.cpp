@@ -2,6 +2,7 @@
 
 #include <random>
 
+#include "qv/memory.h"
 #include "qv/memory_file_system.h"
 #include "support.h"
 #include "support/memory_file.h"
@@ -83,6 +84,26 @@ TEST_F(MergedLayers, WritingCopiesUp) {
     put(m_low, u"/temp", "low");
     EXPECT_FALSE(m_merged.CreateFileW(u"/temp", 0x100012));
     EXPECT_EQ(get(m_low, u"/temp"), "low");
+}
+
+/// Blocks of 1 MiB that are still to be had.
+int blocksLeft = 0;
+void* allocate(size_t n) { return n == (1u << 20) && --blocksLeft < 0 ? nullptr : Alloc(n); }
+void* reallocate(void* p, size_t n) { return n == (1u << 20) && --blocksLeft < 0 ? nullptr : Realloc(p, n); }
+
+TEST_F(MergedLayers, ACopyUpThatFailsLeavesWhatWasThere) {
+    static const Private::HeapHooks hooks = {allocate, reallocate, &Free};
+    const std::string whole(3'500'000, 'x');
+    put(m_low, u"/a", whole);
+    for (int blocks = 0; blocks <= 4; ++blocks) {  // Four are needed.
+        blocksLeft = blocks;
+        Private::setHeapHooks(&hooks);
+        const bool opened = m_merged.CreateFileW(u"/a", 0x22) != nullptr;
+        Private::setHeapHooks(nullptr);
+        EXPECT_EQ(opened, blocks == 4) << blocks;
+        EXPECT_EQ(names(m_own, u"/own"), blocks == 4 ? "a " : "") << blocks;
+        EXPECT_TRUE(get(m_merged, u"/a") == whole) << blocks;
+    }
 }
 
 TEST_F(MergedLayers, WhatLiesAboveTheWritableOneStays) {
