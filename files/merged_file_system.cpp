@@ -258,7 +258,9 @@ bool CMergedFileSystem::GetFullPath(char16_t* buffer, const char16_t* path, int 
 bool CMergedFileSystem::DeleteFileW(const char16_t* path) {
     const std::u16string full = m_state->current.absolute(path);
     const Guard guard(m_state->lock);
-    if (full.empty() || m_state->layers.typeAt(full) != typeFile) return refuse(full, u"a file to delete", u"none");
+    if (full.empty() || full.back() == u'/' || m_state->layers.typeAt(full) != typeFile) {
+        return refuse(full, u"a file to delete", u"none");
+    }
     Layer* const target = m_state->layerToChange(full);
     if (target == nullptr) return false;
     const bool isThere = target->info(full).type != typeNothing;

@@ -184,6 +184,7 @@ TEST_P(FileSystemConformance, FilesAreDeletedAndMadeAnew) {
     make(tree);
     EXPECT_EQ(system().DeleteFileW(path(u"dir/c.txt").c_str()), GetParam().writes);
     EXPECT_FALSE(system().DeleteFileW(path(u"none").c_str()));
+    EXPECT_FALSE(system().DeleteFileW(path(u"a.txt/").c_str()));
     EXPECT_FALSE(system().DeleteFileW(path(u"dir").c_str()));
     EXPECT_EQ(list(u"dir"), GetParam().writes ? "sub/ " : "c.txt sub/ ");
     if (!GetParam().writes) return;
