@@ -42,5 +42,6 @@ file(RELATIVE_PATH QV_PC_TO_PREFIX /prefix/${CMAKE_INSTALL_LIBDIR}/pkgconfig /pr
 string(REGEX REPLACE "/$" "" QV_PC_TO_PREFIX "${QV_PC_TO_PREFIX}")
 configure_file(cmake/qv.pc.in qv.pc @ONLY)
 install(FILES ${CMAKE_CURRENT_BINARY_DIR}/qvConfig.cmake ${CMAKE_CURRENT_BINARY_DIR}/qvConfigVersion.cmake
+  cmake/Resources.cmake cmake/WriteResources.cmake
   DESTINATION ${CMAKE_INSTALL_LIBDIR}/cmake/qv)
 install(FILES ${CMAKE_CURRENT_BINARY_DIR}/qv.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)

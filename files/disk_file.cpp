@@ -1,6 +1,7 @@
 #include <utility>
 
 #include "files/native_path.h"
+#include "files/open_flags.h"
 #include "platform/file.h"
 #include "qv/diagnostic.h"
 #include "qv/file.h"
@@ -15,40 +16,20 @@ using platform::FileHandle;
 FileHandle native(void* handle) { return static_cast<FileHandle>(reinterpret_cast<intptr_t>(handle)); }
 void* carried(FileHandle file) { return reinterpret_cast<void*>(static_cast<intptr_t>(file)); }
 
-platform::Disposition dispositionOf(uint32_t flags) {
-    if (flags & CFile::openOrCreate) return platform::Disposition::openOrCreate;
-    if (flags & CFile::openExisting) return platform::Disposition::openExisting;
-    if (flags & CFile::createTruncate) return platform::Disposition::createTruncate;
-    if (flags & CFile::createNew) return platform::Disposition::createNew;
-    return platform::Disposition::openExisting;
-}
-
-struct Shares {
-    bool read, write;
-};
-
-Shares sharesOf(uint32_t flags) {
-    constexpr uint32_t shares = CFile::shareRead | CFile::shareWrite;
-    constexpr uint32_t denials = CFile::denyRead | CFile::denyWrite;
-    if (flags & shares) return {(flags & CFile::shareRead) != 0, (flags & CFile::shareWrite) != 0};
-    if (flags & denials) return {(flags & CFile::denyRead) == 0, (flags & CFile::denyWrite) == 0};
-    return {(flags & CFile::accessWrite) == 0, false};
-}
-
 /// Hidden, system and temporary say nothing to this platform, so only read-only is left of the attributes.
 platform::OpenRequest requestOf(const char* path, uint32_t flags) {
-    const Shares shares = sharesOf(flags);
+    const Private::Shares shares = Private::sharesOf(flags);
     platform::OpenRequest request{};
     request.path = path;
-    request.disposition = dispositionOf(flags);
+    request.disposition = Private::dispositionOf(flags);
     request.read = (flags & CFile::accessRead) != 0;
     request.write = (flags & CFile::accessWrite) != 0;
     request.shareRead = shares.read;
     request.shareWrite = shares.write;
-    request.readOnly = (flags & CFile::attributeNormal) == 0 && (flags & CFile::attributeReadOnly) != 0;
+    request.readOnly = Private::createsReadOnly(flags);
     request.everyone = (flags & CFile::everyoneMayAccess) != 0;
     request.writeThrough = (flags & CFile::writeThrough) != 0;
-    request.append = (flags & CFile::append) != 0 && request.write && !request.read;
+    request.append = Private::appendsOnly(flags);
     return request;
 }
 

@@ -1,11 +1,10 @@
 // CFileSystem: the disk.
-#include <algorithm>
 #include <string>
 #include <string_view>
-#include <vector>
 
 #include "core/text.h"
 #include "files/native_path.h"
+#include "files/virtual_path.h"
 #include "platform/directory.h"
 #include "qv/diagnostic.h"
 #include "qv/directory_monitor.h"
@@ -21,9 +20,11 @@ CFileSystem& fileSystem() { return *TSingletonPtr<CFileSystem, 1, 0>::GetInstanc
 
 namespace {
 
+using Private::fitBuffer;
 using Private::isSeparator;
 using Private::nativePath;
 using Private::succeeded;
+using Private::withoutTrailingSlash;
 
 /// Native attribute words, and the library's own bits for the same.
 constexpr uint32_t nativeReadOnly = 1, nativeDirectory = 0x10, nativeNormal = 0x80;
@@ -64,45 +65,13 @@ void addEntries(IFileSystem::CDirectoryListing& listing, const char16_t* openAs,
     }
 }
 
-/// The absolute path without `.`, `..` and doubled separators; empty when there is none.
+/// Empty when there is none.
 std::u16string absolutePath(const char16_t* path) {
-    const std::u16string_view given(path == nullptr ? u"" : path);
-    if (given.empty()) return {};
-    std::u16string whole;
-    if (!isSeparator(given[0])) {
-        std::string current;
-        if (platform::currentDirectory(current) != 0) return {};
-        whole = text::toUtf16(current) + u'/';
-    }
-    whole += given;
-    TArray<CString> pieces;
-    IFileSystem::SplitPath(pieces, whole.c_str());
-    std::vector<std::u16string_view> kept;
-    for (const CString& piece : pieces) {
-        if (piece.view() == u"..") {
-            if (!kept.empty()) kept.pop_back();
-        } else if (piece.view() != u".") {
-            kept.push_back(piece.view());
-        }
-    }
-    std::u16string absolute;
-    for (const std::u16string_view piece : kept) (absolute += u'/') += piece;
-    if (absolute.empty() || isSeparator(given.back())) absolute += u'/';
-    return absolute;
-}
-
-bool fitBuffer(std::u16string_view text, char16_t* buffer, int bufferChars) {
-    if (text.empty() || bufferChars <= 0 || text.size() >= static_cast<size_t>(bufferChars)) return false;
-    std::copy_n(text.data(), text.size(), buffer);
-    buffer[text.size()] = 0;
-    return true;
-}
-
-/// The path without one trailing separator; that of the root stays.
-std::u16string withoutTrailingSlash(const char16_t* path) {
-    std::u16string text(path == nullptr ? u"" : path);
-    if (text.size() > 1 && isSeparator(text.back())) text.pop_back();
-    return text;
+    if (path == nullptr || *path == 0) return {};
+    if (isSeparator(*path)) return Private::absolutePath(path, u"");
+    std::string current;
+    if (platform::currentDirectory(current) != 0) return {};
+    return Private::absolutePath(path, text::toUtf16(current));
 }
 
 bool createOne(const char16_t* path) {
