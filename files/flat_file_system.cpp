@@ -103,8 +103,8 @@ IFileSystem::CDirectoryListing CFlatFileSystem::GetDirectoryListing(const char16
 
 IFileSystem::CDirectoryEntry CFlatFileSystem::GetFileInfo(const char16_t* path) {
     const std::lock_guard lock(*m_lock);
+    if (path == nullptr || *path == 0) return {};
     const std::u16string full = fullPath(path);
-    if (full.empty()) return {};
     if (const uint32_t index = find(full); index != nowhere) return entryAt(index);
     if (full == u"/") return directoryEntry(full);
     const std::u16string start = folded(full) + u'/';
@@ -136,7 +136,7 @@ bool CFlatFileSystem::CreateDirectoryW(const char16_t* path, bool) { return refu
 bool CFlatFileSystem::RemoveDirectoryW(const char16_t* path, bool) { return refuse(path, u"directories"); }
 
 bool CFlatFileSystem::SetCurrentWorkingDirectory(const char16_t* path) {
-    return fullPath(path) == u"/" || refuse(path, u"directories");
+    return (path != nullptr && *path != 0 && fullPath(path) == u"/") || refuse(path, u"directories");
 }
 bool CFlatFileSystem::GetCurrentWorkingDirectory(char16_t* buffer, int bufferChars) {
     return copyWhole(u"/", buffer, bufferChars);

@@ -3,7 +3,10 @@
 #include <algorithm>
 #include <random>
 
+#include "qv/aff_file.h"
+#include "qv/cd_file_system.h"
 #include "qv/gz_file.h"
+#include "qv/kmr_file.h"
 #include "qv/memory_file_system.h"
 #include "qv/merged_file_system.h"
 #include "qv/resource_file_system.h"
@@ -258,6 +261,31 @@ OpenFile compressed(const std::string& contents) {
     return {nullptr, CGZFile::Create(inner, CFile::accessRead)};
 }
 
+OpenFile inContainer(const std::string& contents) {
+    struct Held {
+        CMemoryFileSystem disk;
+        CCDFileSystem container;
+    };
+    const auto held = std::make_shared<Held>();
+    EXPECT_TRUE(held->container.Create(&held->disk, u"/host", false));
+    (void)openIn(held, held->container, u"/behind.bin", "behind");
+    return openIn(held, held->container, u"/file.bin", contents);
+}
+
+template <class Composite>
+OpenFile inComposite(const std::string& contents) {
+    struct Held {
+        CMemoryFileSystem disk;
+        Composite composite;
+    };
+    const auto held = std::make_shared<Held>();
+    EXPECT_TRUE(held->composite.Create(&held->disk, u"/host"));
+    IFile& file = held->composite.GetIndex(held->composite.CreateIndex(1, 0, 100, Composite::automaticId))->file;
+    EXPECT_TRUE(file.WriteBytes(contents.data(), static_cast<uint32_t>(contents.size())));
+    file.SeekToBegin();
+    return {held, TSharedPtr<IFile>(&file, TSharedPtr<IFile>::notOwned())};
+}
+
 const FileKind file_kinds[] = {
     {"CFile", onDisk},
     {"CMemFile",
@@ -270,6 +298,9 @@ const FileKind file_kinds[] = {
     {"MemoryFileSystem", inMemoryFileSystem},
     {"MergedFileSystem", inMergedFileSystem},
     {"Resources", inResources, false, false},
+    {"CDFS", inContainer, true, true, true, false},
+    {"AFF", inComposite<CAFFFile>, true, true, true, false},
+    {"KMR", inComposite<CKMRFile>, true, true, true, false},
 };
 
 INSTANTIATE_TEST_SUITE_P(Files, FileConformance, ::testing::ValuesIn(file_kinds), nameOfFile);

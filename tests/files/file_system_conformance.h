@@ -39,6 +39,7 @@ struct FileSystemKind {
     bool truncates = true;    ///< SetSize works, and "create, truncating" empties what is there.
     bool setsTimes = true;
     bool readOnlyFiles = true;  ///< Files have an attribute read-only, which DeleteFileW gets over.
+    bool likeDisk = true;  ///< Flag words, access, deletion and the working directory follow the rules of the disk.
 };
 
 /// Writes the files through the file system itself, with the directories they need.
