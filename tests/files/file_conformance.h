@@ -6,6 +6,7 @@
 
 #include <functional>
 #include <memory>
+#include <ostream>
 #include <string>
 
 #include "qv/file.h"
@@ -26,6 +27,8 @@ struct FileKind {
     bool resizes = true;      ///< It grows by writing behind its end, and SetSize works.
     bool seeksBehind = true;  ///< The position may lie behind the end.
     bool gapsAreZero = true;  ///< What was never written reads as zeros, also where the file had been cut.
+
+    friend void PrintTo(const FileKind& kind, std::ostream* out) { *out << kind.name; }
 };
 
 class FileConformance : public ::testing::TestWithParam<FileKind> {};

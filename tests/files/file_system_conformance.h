@@ -6,6 +6,7 @@
 
 #include <functional>
 #include <memory>
+#include <ostream>
 #include <string>
 #include <utility>
 #include <vector>
@@ -40,6 +41,8 @@ struct FileSystemKind {
     bool setsTimes = true;
     bool readOnlyFiles = true;  ///< Files have an attribute read-only, which DeleteFileW gets over.
     bool likeDisk = true;  ///< Flag words, access, deletion and the working directory follow the rules of the disk.
+
+    friend void PrintTo(const FileSystemKind& kind, std::ostream* out) { *out << kind.name; }
 };
 
 /// Writes the files through the file system itself, with the directories they need.
