@@ -243,8 +243,10 @@ void change(OneHost& host) {
         const auto a = container.CreateFileW(u"a", CFile::openExisting);
         (void)a->Write(more.data(), 5000);
         (void)container.DeleteFileW(u"gone");
+        std::vector<TSharedPtr<IFile>> open;  // closing one writes the table
         for (int i = 0; i < 9; ++i) {
-            const auto file = container.CreateFileW(CString((name + std::to_string(i)).c_str()).c_str(), CFile::createNew);
+            const auto& file = open.emplace_back(
+                container.CreateFileW(CString((name + std::to_string(i)).c_str()).c_str(), CFile::createNew));
             if (file) (void)file->Write("new", 3);
         }
     }
