@@ -209,7 +209,8 @@ bool CCDFileSystem::Flush() {
     m_changed = m_written = false;
     const bool saved = SaveFileTable();
     const int64_t footer = NextFileOffset() + m_base;
-    if (!saved || m_container->SetPosition(footer) != footer || !m_container->PutInt64(m_base) || !m_container->WriteBytes(footerMagic, sizeof footerMagic)) {
+    if (!saved || m_container->SetPosition(footer) != footer || !m_container->PutInt64(m_base) ||
+        !m_container->WriteBytes(footerMagic, sizeof footerMagic)) {
         m_changed = true;
         return refuse(nullptr, u"room for the table of a container", u"a short write");
     }

@@ -3,7 +3,9 @@
 #include <algorithm>
 #include <charconv>
 #include <filesystem>
+#include <functional>
 #include <mutex>
+#include <set>
 
 #include "command.h"
 #include "qv/aff_file.h"
@@ -46,8 +48,8 @@ public:
     qv::TSharedPtr<qv::IFile> create(const std::string& name, const StreamKind&) override {
         return m_files.CreateFileW(wide(name).c_str(), qv::CFile::createNew);
     }
-    bool remove(const std::string& name) override {
-        return m_files.FileExists(wide(name).c_str()) && m_files.DeleteFileW(wide(name).c_str());
+    bool remove(const std::vector<std::string>& names) override {
+        return std::ranges::all_of(names, [&](const auto& name) { return m_files.DeleteFileW(wide(name).c_str()); });
     }
     bool save() override { return m_files.Flush() && m_files.Flush(); }
 
@@ -68,7 +70,8 @@ private:
 /// A stream with a position of its own, so that several may read it. All streams of a container share its mutex.
 class StreamFile : public qv::IFile {
 public:
-    StreamFile(qv::TSharedPtr<qv::IFile> stream, std::mutex& mutex) : m_stream(std::move(stream)), m_mutex(mutex) {}
+    StreamFile(qv::TSharedPtr<qv::IFile> stream, std::shared_ptr<std::mutex> mutex)
+        : m_stream(std::move(stream)), m_shared(std::move(mutex)), m_mutex(*m_shared) {}
 
     char16_t* GetFilename(char16_t* buffer, int bufferChars) override {
         return m_stream->GetFilename(buffer, bufferChars);
@@ -108,6 +111,7 @@ private:
     }
 
     qv::TSharedPtr<qv::IFile> m_stream;
+    std::shared_ptr<std::mutex> m_shared;  ///< Outlives the container.
     std::mutex& m_mutex;
     int64_t m_position = 0;
 };
@@ -141,9 +145,11 @@ public:
         const uint32_t position = m_file.CreateIndex(kind.type, kind.subtype, kind.version, kind.id);
         return position == none ? nullptr : fileAt(position);
     }
-    bool remove(const std::string& name) override {
-        const uint32_t position = find(name);
-        return position != none && m_file.RemoveIndex(position);
+    bool remove(const std::vector<std::string>& names) override {
+        std::set<uint32_t, std::greater<>> positions;  // from the back, so that they stay what they are
+        for (const std::string& name : names) positions.insert(find(name));
+        positions.erase(none);
+        return std::ranges::all_of(positions, [&](uint32_t position) { return m_file.RemoveIndex(position); });
     }
     bool save() override {
         // A stream that has grown keeps the size words of its record otherwise.
@@ -185,7 +191,7 @@ private:
     }
 
     File m_file;
-    std::mutex m_mutex;
+    std::shared_ptr<std::mutex> m_mutex = std::make_shared<std::mutex>();
 };
 
 template <class Kind>

@@ -4,6 +4,7 @@
 #include <cstring>
 #include <iostream>
 #include <memory>
+#include <set>
 
 #include "command.h"
 #include "container.h"
@@ -66,11 +67,13 @@ Exit verify(const Options& options) {
     Table table({{"entry", Table::Align::left}, {"size [B]"}, {"CRC-32"}, {"verdict", Table::Align::left}});
     size_t damaged = 0;
     Progress progress("verify", entries.size(), 0);
+    std::set<std::string> names;
     for (const Entry& entry : entries) {
         uint32_t crc = 0;
         std::string damage = damageOf(*container, entry, hostSize, crc);
         if (damage.empty() && std::ranges::find(shared, entry.name) != shared.end())
             damage = "shares bytes with another";
+        if (damage.empty() && !names.insert(entry.name).second) damage = "has the name of another, and cannot be read";
         if (!damage.empty()) ++damaged;
         const std::string digits = qv::CStringMB::FromFormat("%08x", crc).c_str();
         table.add({visible(entry.name), std::to_string(entry.size), digits, damage.empty() ? "ok" : damage});
