@@ -89,6 +89,18 @@ TEST(Pack, TakesOddCommandLines) {
     EXPECT_EQ(lines(place.qv("pack ls c.cdfs").out), 3u);
     EXPECT_EQ(place.read("a"), "a");
     EXPECT_FALSE(place.exists("c.cdfs:b.tgzf"));
+    // A container in a container.
+    for (const char* command :
+         {"pack add outer.cdfs twins.aff c.cdfs a", "pack add outer.cdfs:c.cdfs a",
+          "pack get outer.cdfs:c.cdfs a -o out --force", "pack verify outer.cdfs:c.cdfs", "pack rm outer.cdfs:c.cdfs b",
+          "pack ls outer.cdfs:twins.aff", "pack attach outer.cdfs:a b", "pack verify outer.cdfs"}) {
+        const ToolRun run = place.qv(command);
+        EXPECT_EQ(run.exitCode, 0) << command << '\n' << run.error;
+    }
+    EXPECT_EQ(place.read("out"), "a");
+    EXPECT_EQ(lines(place.qv("pack ls outer.cdfs:c.cdfs").out), 3u);
+    EXPECT_EQ(place.qv("pack add outer.cdfs:new.cdfs a").exitCode, 5);
+    EXPECT_FALSE(place.exists("outer.cdfs:new.cdfs"));
     // A list of checksums from a container is read, and not taken for an empty one.
     place.write("sums", "deadbeef  b\n");
     EXPECT_EQ(place.qv("pack add c.cdfs sums").exitCode, 0);

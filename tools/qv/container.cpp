@@ -8,6 +8,7 @@
 #include <set>
 
 #include "command.h"
+#include "places.h"
 #include "qv/aff_file.h"
 #include "qv/cd_file_system.h"
 #include "qv/diagnostic.h"
@@ -21,8 +22,8 @@ namespace {
 
 class CdfsContainer : public Container {
 public:
-    bool openAt(const std::string& path, bool readOnly) { return m_files.Open(wide(path).c_str(), readOnly); }
-    bool createAt(const std::string& path, bool append) { return m_files.Create(wide(path).c_str(), append); }
+    bool openAt(const std::string& path, bool readOnly) { return m_files.Open(&files(), wide(path).c_str(), readOnly); }
+    bool createAt(const std::string& path, bool append) { return m_files.Create(&files(), wide(path).c_str(), append); }
 
     std::string format() const override { return "CDFS"; }
     bool hasKinds() const override { return false; }
@@ -121,9 +122,9 @@ class CompositeContainer : public Container {
 public:
     bool openAt(const std::string& path, bool readOnly) {
         const qv::CString name = wide(path);
-        return m_file.Open(name.c_str(), true) && (readOnly || m_file.ReOpenForWrite());
+        return m_file.Open(&files(), name.c_str(), true) && (readOnly || m_file.ReOpenForWrite());
     }
-    bool createAt(const std::string& path) { return m_file.Create(wide(path).c_str()); }
+    bool createAt(const std::string& path) { return m_file.Create(&files(), wide(path).c_str()); }
 
     std::string format() const override { return std::is_same_v<File, qv::CAFFFile> ? "AFF" : "KMR"; }
     bool hasKinds() const override { return true; }
@@ -218,7 +219,7 @@ std::unique_ptr<Container> openContainer(const std::string& path, bool readOnly)
     const std::string magic = headOf(path).substr(0, 4);
     if (magic == std::string("AFF\0", 4)) return opened<CompositeContainer<qv::CAFFFile>>(path, readOnly);
     if (magic == std::string("KMR\0", 4)) return opened<CompositeContainer<qv::CKMRFile>>(path, readOnly);
-    if (qv::CCDFileSystem::IsCDFile(wide(path).c_str())) return opened<CdfsContainer>(path, readOnly);
+    if (qv::CCDFileSystem::IsCDFile(&files(), wide(path).c_str())) return opened<CdfsContainer>(path, readOnly);
     auto hidden = std::make_unique<CdfsContainer>();  // with other data behind its footer
     if (hidden->openAt(path, true)) return readOnly ? std::move(hidden) : opened<CdfsContainer>(path, false);
     return nullptr;

@@ -199,7 +199,7 @@ void addFiles(Container& container, const Options& options) {
 
 Exit add(const Options& options) {
     std::error_code error;
-    const bool isNew = !fs::exists(options.container, error);
+    const bool isNew = !fs::exists(options.container, error) && !files().FileExists(wide(options.container).c_str());
     requireFiles(options);
     if (options.dryRun) {
         if (isNew) {
@@ -240,7 +240,7 @@ Exit attach(const Options& options) {
     }
     if (options.dryRun) {
         std::cout << options.container << ": would get a container behind its "
-                  << qv::fileSystem().GetFileInfo(wide(options.container).c_str()).size << " bytes\n";
+                  << files().GetFileInfo(wide(options.container).c_str()).size << " bytes\n";
         return Exit::done;
     }
     const auto container = attachContainer(options.container);

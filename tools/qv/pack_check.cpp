@@ -9,6 +9,7 @@
 #include "command.h"
 #include "container.h"
 #include "json.h"
+#include "places.h"
 #include "progress.h"
 #include "qv/cd_file_system.h"
 #include "qv/crc.h"
@@ -34,7 +35,7 @@ struct Options {
     bool json = false;
 };
 
-int64_t sizeOnDisk(const std::string& path) { return qv::fileSystem().GetFileInfo(wide(path).c_str()).size; }
+int64_t sizeOnDisk(const std::string& path) { return files().GetFileInfo(wide(path).c_str()).size; }
 
 /// The entries that share bytes with the next one by offset.
 std::vector<std::string> overlapping(std::vector<Entry> entries) {
@@ -194,7 +195,7 @@ void copyFrom(const File& host, int64_t at, const Options& options) {
 
 Exit recover(const Options& options) {
     requireFile(options.container);
-    const File host = qv::fileSystem().CreateFileW(wide(options.container).c_str(), 0x212);
+    const File host = files().CreateFileW(wide(options.container).c_str(), 0x212);
     if (!host) throw diagnosed(Exit::io, options.container, "cannot be opened");
     const std::vector<Find> finds = scan(host);
     const auto last = std::ranges::find_if(finds.rbegin(), finds.rend(), &Find::isTable);
