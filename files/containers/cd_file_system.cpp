@@ -17,7 +17,6 @@ constexpr char containerMagic[4] = {'C', 'D', 'F', 'S'};
 constexpr char footerMagic[8] = {'C', 'D', 'F', 'S', 'F', 'O', 'O', 'T'};
 constexpr int64_t footerBytes = 16, footerSearchBytes = 8192;
 constexpr int64_t step = 4096;
-constexpr int pathChars = 260;
 
 constexpr uint32_t openForReading = CFile::openExisting | CFile::accessRead;
 constexpr uint32_t openForWriting = openForReading | CFile::accessWrite;
