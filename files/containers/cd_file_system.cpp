@@ -17,6 +17,7 @@ constexpr char containerMagic[4] = {'C', 'D', 'F', 'S'};
 constexpr char footerMagic[8] = {'C', 'D', 'F', 'S', 'F', 'O', 'O', 'T'};
 constexpr int64_t footerBytes = 16, footerSearchBytes = 8192;
 constexpr int64_t step = 4096;
+constexpr int cdfsPathChars = 260;  // of which an entry could hold more
 
 constexpr uint32_t openForReading = CFile::openExisting | CFile::accessRead;
 constexpr uint32_t openForWriting = openForReading | CFile::accessWrite;
@@ -297,7 +298,7 @@ uint32_t CCDFileSystem::writeEntry(int index, int64_t position, const void* data
 TSharedPtr<IFile> CCDFileSystem::CreateFileW(const char16_t* path, uint32_t flags) {
     const std::lock_guard lock(*m_lock);
     CDirectoryEntry entry;
-    if (!m_container || !GetFullPath(entry.path, path, pathChars) || entry.path[1] == 0) {
+    if (!m_container || !GetFullPath(entry.path, path, cdfsPathChars) || entry.path[1] == 0) {
         refuse(path, u"the name of a file in an open container", m_container ? u"another" : u"a closed one");
         return nullptr;
     }
@@ -333,8 +334,8 @@ TSharedPtr<IFile> CCDFileSystem::CreateFileW(const char16_t* path, uint32_t flag
 
 bool CCDFileSystem::DeleteFileW(const char16_t* path) {
     const std::lock_guard lock(*m_lock);
-    char16_t full[pathChars];
-    if (!m_container || !GetFullPath(full, path, pathChars)) return false;
+    char16_t full[cdfsPathChars];
+    if (!m_container || !GetFullPath(full, path, cdfsPathChars)) return false;
     const uint32_t index = find(full);
     if (index == nowhere) return true;
     if (m_readOnly) return refuse(path, u"a container that may be changed", u"one that is read only");
@@ -415,7 +416,7 @@ bool CCDFileSystem::GetDirectoryEntry(IFile* file, CDirectoryEntry* entry) {
     uint64_t modified = 0;
     uint32_t count = 0;
     *entry = CDirectoryEntry();
-    if (!file->GetString(entry->name, pathChars) || !file->GetString(entry->path, pathChars) ||
+    if (!file->GetString(entry->name, cdfsPathChars) || !file->GetString(entry->path, cdfsPathChars) ||
         !file->GetDWORD(entry->type) || !file->GetInt64(entry->size) || !file->GetUInt64(modified) ||
         !file->GetDWORD(count)) {
         return false;

@@ -28,8 +28,8 @@ namespace qv {
 ///            properties are "Offset" and "Capacity", in decimal digits; without the latter the size stands in for it.
 ///
 /// Growing: room comes in steps of 4096 bytes and is never given back; what stands behind a file that grows is moved by
-/// IFile::Insert. The space of a deleted file is used again only when it was the last. Names and paths are cut at 259
-/// characters when they are read.
+/// IFile::Insert. The space of a deleted file is used again only when it was the last. Names and paths have at most
+/// 259 characters; a table with longer ones is damaged.
 /// The table is written by Flush, by the closing of each file and by Close. While the table itself outgrows its room,
 /// the entries already written hold the offsets from before the move; they are right with the next Flush, which Close
 /// makes when it is needed. A write that fails in the middle of a table leaves part old, part new; where there is no room

@@ -208,6 +208,12 @@ TEST_F(CDFileSystem, AHostileTableIsHarmless) {
     ASSERT_TRUE(container.Open(path.c_str(), true));
     EXPECT_EQ(get(container, u"o"), "other");
     EXPECT_EQ(get(container, u"h").substr(4090, 10), "0123456789");
+    // A path has 259 characters at most, also in a table.
+    write(entry("n", "/" + std::string(300, 'n'), 2, 5, 0, "4096", "4096"), 1, root);
+    EXPECT_FALSE(container.Open(path.c_str(), false));
+    ASSERT_TRUE(container.Open(fresh.c_str(), false));
+    EXPECT_TRUE(container.CreateFileW(CString(std::string(258, 'm').c_str()).c_str(), CFile::createNew));
+    EXPECT_FALSE(container.CreateFileW(CString(std::string(259, 'm').c_str()).c_str(), CFile::createNew));
     // Nor does a size near the end of all numbers move what lies far out.
     write(entry("x", "/x", 2, 0, 0, "1152921504606846976", "0") + entry("y", "/y", 2, 5, 0, "2305843009213693951", "9"),
           2, root);
