@@ -14,6 +14,18 @@ std::u16string folded(std::u16string path) {
     return path;
 }
 
+/// Whether it is what fullPath makes of it. An entry of another path cannot be asked for.
+bool isFullPath(std::u16string_view path) {
+    if (!path.starts_with(u'/') || path.find(u'\\') != path.npos) return false;
+    for (size_t end = 0; end != path.npos;) {
+        const size_t begin = end + 1;
+        end = path.find(u'/', begin);
+        const std::u16string_view piece = path.substr(begin, end == path.npos ? end : end - begin);
+        if (piece.empty() || piece == u"." || piece == u"..") return false;
+    }
+    return true;
+}
+
 /// Fails where it does not fit with its terminator.
 bool copyWhole(const std::u16string& from, char16_t* buffer, int bufferChars) {
     if (buffer == nullptr || bufferChars <= 0 || from.size() >= static_cast<size_t>(bufferChars)) return false;
@@ -93,7 +105,7 @@ IFileSystem::CDirectoryListing CFlatFileSystem::GetDirectoryListing(const char16
     std::unordered_set<std::u16string> directories;
     for (const CDirectoryEntry& entry : m_entries) {
         const std::u16string path(entry.path), lower = folded(path);
-        if (!lower.starts_with(start)) continue;
+        if (!lower.starts_with(start) || !isFullPath(path)) continue;
         const size_t end = path.find(u'/', start.size());
         const bool isNew = end == path.npos || directories.insert(lower.substr(0, end)).second;
         if (isNew && !add(end == path.npos ? entry : directoryEntry(path.substr(0, end)))) break;

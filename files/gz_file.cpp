@@ -199,8 +199,9 @@ void CGZFile::finish() {
     }
     if (result != Z_STREAM_END || !drain()) return;
     const int64_t end = m_file->GetPosition();
-    m_file->SetPosition(sizeAt);
-    (void)m_file->PutInt64(m_size);
+    if (m_file->SetPosition(sizeAt) != sizeAt || !m_file->PutInt64(m_size)) {
+        SetDiagnostic(CString(), u"room for the size of a compressed file", u"a short write", sizeAt);
+    }
     m_file->SetPosition(end);
 }
 

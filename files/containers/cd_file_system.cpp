@@ -17,7 +17,7 @@ constexpr char containerMagic[4] = {'C', 'D', 'F', 'S'};
 constexpr char footerMagic[8] = {'C', 'D', 'F', 'S', 'F', 'O', 'O', 'T'};
 constexpr int64_t footerBytes = 16, footerSearchBytes = 8192;
 constexpr int64_t step = 4096;
-constexpr int pathChars = 260;
+constexpr int cdfsPathChars = 260;  // of which an entry could hold more
 
 constexpr uint32_t openForReading = CFile::openExisting | CFile::accessRead;
 constexpr uint32_t openForWriting = openForReading | CFile::accessWrite;
@@ -58,15 +58,18 @@ bool baseOfFooter(IFile& file, int64_t footer, int64_t& base) {
 
 }  // namespace
 
-CCDFileSystem::CCDFileSystem() {
+CCDFileSystem::CCDFileSystem() { resetRoot(); }
+
+CCDFileSystem::~CCDFileSystem() { Close(); }
+
+void CCDFileSystem::resetRoot() {
+    m_root = CDirectoryEntry();
     StrCpy(m_root.name, u"/", IFileSystem::pathChars);
     StrCpy(m_root.path, u"/", IFileSystem::pathChars);
     m_root.type = typeDirectory;
     m_root.modified = CDateTime::UtcNow();
     setNumber(m_root, offsetName, 0);
 }
-
-CCDFileSystem::~CCDFileSystem() { Close(); }
 
 bool CCDFileSystem::IsCDFile(const char16_t* path) { return IsCDFile(&fileSystem(), path); }
 
@@ -101,7 +104,16 @@ bool CCDFileSystem::Open(IFileSystem* system, const char16_t* path, bool readOnl
 bool CCDFileSystem::openContainer(int64_t base) {
     m_base = base;
     m_session = std::make_shared<Session>(this, m_lock);
-    return LoadFileTable();
+    if (!LoadFileTable()) return false;
+    return m_readOnly || canBeWritten() || refuse(nullptr, u"the properties Offset and Capacity", u"others");
+}
+
+/// A table of other properties could not be read once it was written with as many as the root has.
+bool CCDFileSystem::canBeWritten() {
+    constexpr uint32_t known = 2;
+    bool all = m_root.properties.nValues() == known;
+    for (uint32_t i = 0; i < fileCount(); ++i) all = all && entryAt(i).properties.nValues() == known;
+    return all;
 }
 
 /// By the footer at the end, or by the last one in front of it.
@@ -154,8 +166,8 @@ bool CCDFileSystem::createContainer(IFileSystem* system, const char16_t* path, b
     setNumber(m_root, capacityName, step);
     char start[6] = {};
     std::memcpy(start, containerMagic, sizeof containerMagic);
-    m_container->SetPosition(m_base);
-    if (m_container->WriteZeros(step) && writeEntry(table, 0, start, sizeof start) == sizeof start && SaveFileTable()) {
+    if (m_container->SetPosition(m_base) == m_base && m_container->WriteZeros(step) &&
+        writeEntry(table, 0, start, sizeof start) == sizeof start && SaveFileTable()) {
         return true;
     }
     m_changed = false;
@@ -174,6 +186,7 @@ void CCDFileSystem::drop() {
     m_openFiles.clear();
     m_container = TSharedPtr<IFile>();
     removeAllEntries();
+    resetRoot();
     m_base = 0;
     m_changed = false;
     m_readOnly = false;
@@ -195,8 +208,9 @@ bool CCDFileSystem::Flush() {
     }
     m_changed = m_written = false;
     const bool saved = SaveFileTable();
-    m_container->SetPosition(NextFileOffset() + m_base);
-    if (!saved || !m_container->PutInt64(m_base) || !m_container->WriteBytes(footerMagic, sizeof footerMagic)) {
+    const int64_t footer = NextFileOffset() + m_base;
+    if (!saved || m_container->SetPosition(footer) != footer || !m_container->PutInt64(m_base) ||
+        !m_container->WriteBytes(footerMagic, sizeof footerMagic)) {
         m_changed = true;
         return refuse(nullptr, u"room for the table of a container", u"a short write");
     }
@@ -227,8 +241,11 @@ int64_t CCDFileSystem::setEntrySize(int index, int64_t size) {
     const std::lock_guard lock(*m_lock);
     CDirectoryEntry* const entry = entryOf(index);
     if (entry == nullptr) return 0;
-    if (size < 0 || size == entry->size) return entry->size;
-    if (m_readOnly || (size > numberOf(*entry, capacityName) && !growEntry(*entry, size))) return entry->size;
+    const bool hasRoom = size <= numberOf(*entry, capacityName);
+    if (m_readOnly || size < 0 || (size == entry->size && hasRoom)) return entry->size;
+    // One that was read with a size beyond its room has got none there.
+    const int64_t refused = size == entry->size ? -1 : entry->size;
+    if (!hasRoom && !growEntry(*entry, size)) return refused;
     m_changed = true;
     return entry->size = size;
 }
@@ -237,7 +254,7 @@ int64_t CCDFileSystem::setEntrySize(int index, int64_t size) {
 bool CCDFileSystem::growEntry(CDirectoryEntry& entry, int64_t size) {
     const int64_t offset = numberOf(entry, offsetName), capacity = numberOf(entry, capacityName);
     const int64_t grown = (size / step + 1) * step, place = placeOf(entry, capacity);
-    const int64_t before = std::max(m_container->GetSize(), place);
+    const int64_t before = std::max(m_container->GetSize(), m_base + NextFileOffset());
     if (size > INT64_MAX - step - before) return refuse(nullptr, u"a size that a container can have", u"a larger one");
     if (Private::openGap(*m_container, place, grown - capacity) != Private::EditOutcome::done) return false;
     setNumber(entry, capacityName, grown);
@@ -258,7 +275,8 @@ uint32_t CCDFileSystem::readEntry(int index, int64_t position, void* data, uint3
     const std::lock_guard lock(*m_lock);
     const CDirectoryEntry* const entry = entryOf(index);
     if (entry == nullptr || position < 0 || position >= entry->size) return 0;
-    m_container->SetPosition(placeOf(*entry, position));
+    const int64_t place = placeOf(*entry, position);
+    if (m_container->SetPosition(place) != place) return 0;
     return m_container->Read(data, static_cast<uint32_t>(std::min<int64_t>(count, entry->size - position)));
 }
 
@@ -267,9 +285,11 @@ uint32_t CCDFileSystem::writeEntry(int index, int64_t position, const void* data
     const CDirectoryEntry* const entry = entryOf(index);
     if (entry == nullptr || m_readOnly || position < 0 || position > INT64_MAX - count) return 0;
     const int64_t end = position + count;
-    if (end > entry->size && setEntrySize(index, end) != end) return 0;
+    const int64_t size = std::max(end, entry->size);
+    if ((end > entry->size || end > numberOf(*entry, capacityName)) && setEntrySize(index, size) != size) return 0;
+    const int64_t place = placeOf(*entry, position);
+    if (m_container->SetPosition(place) != place) return 0;
     m_written = true;
-    m_container->SetPosition(placeOf(*entry, position));
     return m_container->Write(data, count);
 }
 
@@ -278,7 +298,7 @@ uint32_t CCDFileSystem::writeEntry(int index, int64_t position, const void* data
 TSharedPtr<IFile> CCDFileSystem::CreateFileW(const char16_t* path, uint32_t flags) {
     const std::lock_guard lock(*m_lock);
     CDirectoryEntry entry;
-    if (!m_container || !GetFullPath(entry.path, path, pathChars) || entry.path[1] == 0) {
+    if (!m_container || !GetFullPath(entry.path, path, cdfsPathChars) || entry.path[1] == 0) {
         refuse(path, u"the name of a file in an open container", m_container ? u"another" : u"a closed one");
         return nullptr;
     }
@@ -314,8 +334,8 @@ TSharedPtr<IFile> CCDFileSystem::CreateFileW(const char16_t* path, uint32_t flag
 
 bool CCDFileSystem::DeleteFileW(const char16_t* path) {
     const std::lock_guard lock(*m_lock);
-    char16_t full[pathChars];
-    if (!m_container || !GetFullPath(full, path, pathChars)) return false;
+    char16_t full[cdfsPathChars];
+    if (!m_container || !GetFullPath(full, path, cdfsPathChars)) return false;
     const uint32_t index = find(full);
     if (index == nowhere) return true;
     if (m_readOnly) return refuse(path, u"a container that may be changed", u"one that is read only");
@@ -364,8 +384,17 @@ bool CCDFileSystem::SaveFileTable() {
     const bool changed = m_changed;
     TableImage image(*this);
     bool whole = PutDirectoryEntry(&image, &m_root) && image.PutDWORD(fileCount());
-    for (uint32_t i = 0; whole && i < fileCount(); ++i) whole = PutDirectoryEntry(&image, &entryAt(i));
-    whole = whole && writeEntry(table, cdfsTableStart, image.data(), image.size()) == image.size();
+    const int64_t countAt = image.GetPosition() - 4;
+    uint32_t bytes = image.size(), written = 0;
+    for (; whole && written < fileCount(); bytes = image.size(), ++written) {
+        if (!PutDirectoryEntry(&image, &entryAt(written))) break;
+    }
+    if (whole && written < fileCount()) {
+        // Without room for the newest, the others are told where they are now: they may have moved.
+        image.SetPosition(countAt);
+        whole = image.SetSize(bytes) && image.PutDWORD(written);
+    }
+    whole = whole && writeEntry(table, cdfsTableStart, image.data(), bytes) == bytes && written == fileCount();
     m_changed = changed || numberOf(m_root, capacityName) != capacity;
     return whole;
 }
@@ -387,7 +416,7 @@ bool CCDFileSystem::GetDirectoryEntry(IFile* file, CDirectoryEntry* entry) {
     uint64_t modified = 0;
     uint32_t count = 0;
     *entry = CDirectoryEntry();
-    if (!file->GetString(entry->name, pathChars) || !file->GetString(entry->path, pathChars) ||
+    if (!file->GetString(entry->name, cdfsPathChars) || !file->GetString(entry->path, cdfsPathChars) ||
         !file->GetDWORD(entry->type) || !file->GetInt64(entry->size) || !file->GetUInt64(modified) ||
         !file->GetDWORD(count)) {
         return false;
@@ -437,9 +466,14 @@ bool CCDFileSystem::parseTable(CMemFile& image) {
         !image.GetDWORD(count) || count > cdfsMostFiles || count > image.GetRemaining()) {
         return false;
     }
+    // More than its room would be written over the files.
+    m_root.size = std::min(m_root.size, numberOf(m_root, capacityName));
+    if (m_root.properties.FindValue(offsetName) == -1) setNumber(m_root, offsetName, 0);
     CDirectoryEntry entry;
     for (; count > 0; --count) {
-        if (!GetDirectoryEntry(&image, &entry) || !isSound(entry) || !addEntry(entry)) return false;
+        if (!GetDirectoryEntry(&image, &entry) || !isSound(entry)) return false;
+        if (entry.properties.FindValue(offsetName) == -1) setNumber(entry, offsetName, 0);
+        if (!addEntry(entry)) return false;
     }
     return true;
 }

@@ -28,11 +28,12 @@ namespace qv {
 ///            properties are "Offset" and "Capacity", in decimal digits; without the latter the size stands in for it.
 ///
 /// Growing: room comes in steps of 4096 bytes and is never given back; what stands behind a file that grows is moved by
-/// IFile::Insert. The space of a deleted file is used again only when it was the last. Names and paths are cut at 259
-/// characters when they are read.
+/// IFile::Insert. The space of a deleted file is used again only when it was the last. Names and paths have at most
+/// 259 characters; a table with longer ones is damaged.
 /// The table is written by Flush, by the closing of each file and by Close. While the table itself outgrows its room,
 /// the entries already written hold the offsets from before the move; they are right with the next Flush, which Close
-/// makes when it is needed. A write that fails in the middle of a table leaves part old, part new.
+/// makes when it is needed. A write that fails in the middle of a table leaves part old, part new; where there is no room
+/// for a larger table, it is written without the newest files, and Flush is false.
 /// Sharing: one object works on a host file at a time; there are no locks between processes.
 /// Limits: 262,144 files.
 /// Threads: one lock, also for all files of the container, so that they may be used from several threads; Lock and
@@ -53,7 +54,8 @@ public:
     /// Opens the container in a host file: at its beginning, or by the footer, which has to lie within the last 8192
     /// bytes. Closes what was open.
     /// @param readOnly  Nothing is changed or created in the container. Without it, a host that does not exist is made
-    ///                  by Create.
+    ///                  by Create; a container whose entries have other properties than the two is refused, for what
+    ///                  would be written of it could not be read again.
     /// @return  False, with nothing open and the host left alone, for anything else and for a damaged table.
     bool Open(const char16_t* path, bool readOnly);
     bool Open(IFileSystem* fileSystem, const char16_t* path, bool readOnly);
@@ -100,7 +102,9 @@ private:
 
     static constexpr int table = -1, deleted = -2;
 
+    void resetRoot();
     bool openContainer(int64_t base);
+    bool canBeWritten();
     bool openByFooter();
     bool createContainer(IFileSystem* fileSystem, const char16_t* path, bool append);
     bool isHostTaken();

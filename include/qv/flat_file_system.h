@@ -28,7 +28,8 @@ public:
     ~CFlatFileSystem() override;
 
     /// Files of the directory in the order in which they were added, each directory where its first file stands. A null
-    /// or empty directory is the root. The path of an entry is its full path.
+    /// or empty directory is the root. The path of an entry is its full path; entries of a damaged file system that
+    /// have another, by which nobody could open them, are left out.
     CDirectoryListing GetDirectoryListing(const char16_t* directory, const char16_t* pattern) override;
     CDirectoryEntry GetFileInfo(const char16_t* path) override;
     bool SetFileModifiedTime(const char16_t* path, CDateTime time) override;

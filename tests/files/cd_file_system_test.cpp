@@ -4,6 +4,8 @@
 #include <random>
 
 #include "support.h"
+#include "support/faulty_file.h"
+#include "support/memory_file.h"
 
 namespace qv::test {
 namespace {
@@ -158,6 +160,135 @@ TEST_F(CDFileSystem, NamesWithSeparatorsShowAsDirectories) {
     EXPECT_TRUE(container.IsDirectory(u"frames/../frames/deep"));
     EXPECT_FALSE(container.IsDirectory(u"frames/1.saf"));
     EXPECT_TRUE(container.IsFile(u"/frames/1.saf"));
+}
+
+TEST_F(CDFileSystem, AHostileTableIsHarmless) {
+    const std::string start("CDFS\0\0", 6), root = entry("/", "/", 1, 9000, 0, "0", "4096");
+    Container container;
+    const auto write = [&](const std::string& entries, uint32_t count, const std::string& first) {
+        container.Close();
+        writeFile(path, padded(start + first + number(count, 4) + entries, 4096) + padded("hello", 4096) +
+                            padded("other", 4096) + std::string(8, '\0') + "CDFSFOOT");
+    };
+    const std::string good = entry("o", "/o", 2, 5, 0, "8192", "4096");
+    for (const char* unreachable : {"/../x", "//x", "/x/./y", "x", "", "/", "/x/", "/x\\y"}) {
+        write(entry("x", unreachable, 2, 5, 0, "4096", "4096") + good, 2, root);
+        ASSERT_TRUE(container.Open(path.c_str(), true));
+        const auto listing = container.GetDirectoryListing(nullptr, nullptr);
+        ASSERT_EQ(listing.entries.size(), 1u) << unreachable;
+        EXPECT_EQ(CString(listing.entries.ConstGetItem(0).path), CString(u"/o"));
+    }
+    // One that could not be read again is not written, and its root is not that of the next container.
+    const auto third = [](std::string from) {
+        from.replace(from.find(text("Offset")) - 4, 4, number(3, 4));
+        return from + text("k") + text("v");
+    };
+    for (const bool inRoot : {false, true}) {
+        write(inRoot ? good : third(good), 1, inRoot ? third(root) : root);
+        const std::string bytes = readFile(path);
+        EXPECT_FALSE(container.Open(path.c_str(), false));
+        EXPECT_TRUE(readFile(path) == bytes);
+        EXPECT_TRUE(container.Open(path.c_str(), true));
+        EXPECT_EQ(get(container, u"o"), "other");
+    }
+    const CString fresh = folder.path(u"fresh.cdfs");
+    ASSERT_TRUE(container.Create(fresh.c_str(), false));
+    EXPECT_TRUE(put(container, u"a", "1"));
+    container.Close();
+    EXPECT_TRUE(container.Open(fresh.c_str(), false));
+    // Sizes beyond the room, of the table and of a file, do not run over the next file.
+    write(entry("h", "/h", 2, 6000, 0, "4096", "4096") + good, 2, root);
+    ASSERT_TRUE(container.Open(path.c_str(), false));
+    const std::string name(250, 'n');
+    for (int i = 0; i < 12; ++i) EXPECT_TRUE(put(container, CString((name + std::to_string(i)).c_str()), "n"));
+    const auto h = container.CreateFileW(u"h", CFile::openExisting);
+    h->SetPosition(4090);
+    EXPECT_TRUE(h->WriteBytes("0123456789", 10));
+    container.Close();
+    ASSERT_TRUE(container.Open(path.c_str(), true));
+    EXPECT_EQ(get(container, u"o"), "other");
+    EXPECT_EQ(get(container, u"h").substr(4090, 10), "0123456789");
+    // A path has 259 characters at most, also in a table.
+    write(entry("n", "/" + std::string(300, 'n'), 2, 5, 0, "4096", "4096"), 1, root);
+    EXPECT_FALSE(container.Open(path.c_str(), false));
+    ASSERT_TRUE(container.Open(fresh.c_str(), false));
+    EXPECT_TRUE(container.CreateFileW(CString(std::string(258, 'm').c_str()).c_str(), CFile::createNew));
+    EXPECT_FALSE(container.CreateFileW(CString(std::string(259, 'm').c_str()).c_str(), CFile::createNew));
+    // Nor does a size near the end of all numbers move what lies far out.
+    write(entry("x", "/x", 2, 0, 0, "1152921504606846976", "0") + entry("y", "/y", 2, 5, 0, "2305843009213693951", "9"),
+          2, root);
+    ASSERT_TRUE(container.Open(path.c_str(), false));
+    EXPECT_FALSE(container.CreateFileW(u"x", CFile::openExisting)->SetSize(INT64_MAX - (int64_t{1} << 60) - 8192));
+}
+
+/// One host in memory, on a disk that fails.
+class OneHost : public CFlatFileSystem {
+public:
+    explicit OneHost(const std::string& bytes) : inner(memoryFile(bytes)) {
+        CDirectoryEntry host;
+        StrCpy(host.path, u"/c", pathChars);
+        host.type = typeFile;
+        addEntry(host);
+    }
+    TSharedPtr<IFile> CreateFileW(const char16_t*, uint32_t) override {
+        inner->SeekToBegin();
+        return TSharedPtr<IFile>(&file, TSharedPtr<IFile>::notOwned());
+    }
+    bool DeleteFileW(const char16_t*) override { return false; }
+
+    TSharedPtr<IFile> inner;
+    FaultyFile file{inner};
+};
+
+/// Grows the first file and adds ones with long names, so that the table outgrows its room; then closes.
+void change(OneHost& host) {
+    Container container;
+    if (!container.Open(&host, u"c", false)) return;
+    const std::string more(5000, 'A'), name(200, 'n');
+    {
+        const auto a = container.CreateFileW(u"a", CFile::openExisting);
+        (void)a->Write(more.data(), 5000);
+        (void)container.DeleteFileW(u"gone");
+        std::vector<TSharedPtr<IFile>> open;  // closing one writes the table
+        for (int i = 0; i < 9; ++i) {
+            const auto& file = open.emplace_back(
+                container.CreateFileW(CString((name + std::to_string(i)).c_str()).c_str(), CFile::createNew));
+            if (file) (void)file->Write("new", 3);
+        }
+    }
+}
+
+TEST_F(CDFileSystem, AFullOrFailingDiskLosesNoOtherFile) {
+    writeFile(path, std::string(1000, 'h'));
+    Container container;
+    ASSERT_TRUE(container.Create(path.c_str(), true));
+    for (const char16_t* name : {u"a", u"b", u"gone", u"c"}) EXPECT_TRUE(put(container, name, "old"));
+    container.Close();
+    const std::string before = readFile(path);
+    const auto check = [&](OneHost& host) {
+        host.file.failAt(UINT64_MAX / 2, FaultyFile::Fault::fails);
+        ASSERT_EQ(bytesOf(*host.inner).substr(0, 1000), std::string(1000, 'h'));
+        ASSERT_TRUE(container.Open(&host, u"c", true));
+        EXPECT_EQ(get(container, u"b") + get(container, u"c"), "oldold");
+        container.Close();
+    };
+    for (int64_t room = 0; room <= 60'000 && !HasFailure(); room += 500) {
+        SCOPED_TRACE(room);
+        OneHost host(before);
+        host.file.limitSize(static_cast<int64_t>(before.size()) + room);
+        change(host);
+        check(host);
+    }
+    // A single failure, of which the next flush knows.
+    for (uint64_t n = 1; !HasFailure(); ++n) {
+        SCOPED_TRACE(n);
+        OneHost host(before);
+        host.file.failAt(n, FaultyFile::Fault::fails);
+        change(host);
+        const bool failed = host.file.hasFailed();
+        check(host);
+        if (!failed) break;
+    }
 }
 
 /// Random writes, growths and deletions, also of a table beyond its first 4096 bytes, against plain strings.

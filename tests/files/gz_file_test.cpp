@@ -7,7 +7,9 @@
 #include <random>
 #include <string>
 
+#include "qv/diagnostic.h"
 #include "qv/file_stream.h"
+#include "support/faulty_file.h"
 #include "support/memory_file.h"
 
 namespace qv {
@@ -172,6 +174,22 @@ TEST(GZFile, AFullInnerFileLeavesTheSizeZero) {
         EXPECT_EQ(file.Write("x", 1), 0u);
     }
     EXPECT_EQ(bytesOf(*inner).substr(6, 8), std::string(8, '\0'));
+}
+
+TEST(GZFile, AnInnerFileThatFailsIsToldOf) {
+    const std::string text = longText(50'000);
+    for (uint64_t n = 1, done = n; n <= done; ++n) {
+        const TSharedPtr<IFile> inner = memoryFile("");
+        test::FaultyFile faulty(inner);
+        faulty.failAt(n, test::FaultyFile::Fault::fails);
+        ClearDiagnostic();
+        CGZFile(TSharedPtr<IFile>(&faulty, TSharedPtr<IFile>::notOwned()), CFile::accessWrite)
+            .Write(text.data(), 50'000);
+        done = faulty.operations();
+        std::string read(text.size(), '\0');
+        CGZFile back(inner, CFile::accessRead);
+        EXPECT_TRUE(LastDiagnostic().IsSet() || (back.Read(read.data(), 50'000) == 50'000 && read == text)) << n;
+    }
 }
 
 TEST(FileStream, ShowsAFileAsAComponent) {

@@ -17,12 +17,17 @@ TEST(Gz, CompressesAndUndoesIt) {
     run = place.qv("gz -d a.txt.tgzf -o b.txt");
     EXPECT_EQ(run.exitCode, 0) << run.error;
     EXPECT_EQ(place.read("b.txt"), text);
-    std::system(("cd '" + place.path() + "' && gzip -n b.txt && cp b.txt.gz named && gzip -c a.txt > n.gz").c_str());
+    std::system(("cd '" + place.path() +
+                 "' && gzip -n b.txt && cp b.txt.gz named && gzip -c a.txt > n.gz && (cat b.txt.gz; printf yy | gzip "
+                 "-n) > members.gz")
+                    .c_str());
     EXPECT_EQ(place.qv("gz -d b.txt.gz").exitCode, 0);
     EXPECT_EQ(place.read("b.txt"), text);
     EXPECT_EQ(place.qv("gz -d n.gz").exitCode, 3);  // its header holds a name
     EXPECT_EQ(place.qv("gz -d named").exitCode, 2);
     EXPECT_NE(place.qv("gz -l named").out.find("100000"), std::string::npos);
+    EXPECT_EQ(place.qv("gz -d members.gz").exitCode, 4);  // and not the first two bytes of the first
+    EXPECT_FALSE(place.exists("members"));
     place.write("cut.gz", place.read("b.txt.gz").substr(0, 60) + std::string("\xA0\x86\1\0", 4));
     EXPECT_EQ(place.qv("gz -d cut.gz").exitCode, 4);
     EXPECT_FALSE(place.exists("cut"));

@@ -61,6 +61,52 @@ TEST(Pack, EditsAHeaderInsideAContainer) {
     EXPECT_EQ(place.qv("pack verify d/celsius.png").exitCode, 0);
 }
 
+TEST(Pack, TakesOddCommandLines) {
+    Workplace place;
+    for (const char* name : {"a", "b", "c"}) place.write(name, name);
+    const struct {
+        const char* command;
+        int exitCode;
+    } rows[] = {
+        {"pack add twins.aff a b c --id 7", 0},
+        {"pack rm twins.aff @1 @0 @1", 0},
+        {"pack add c.aff a b c", 0},
+        {"pack rm c.aff 1 @2 03 1", 0},
+        {"pack add c.cdfs a b c", 0},
+        {"pack rm c.cdfs a A ./a", 0},
+        {"pack add c.cdfs c.cdfs", 2},
+        {"pack add c.cdfs ./c.cdfs:b --as d", 2},
+        {"pack attach a a", 2},
+        {"gz c.cdfs:b", 2},
+        {"pack get c.cdfs b -o c.cdfs:new", 2},
+    };
+    for (const auto& row : rows) EXPECT_EQ(place.qv(row.command).exitCode, row.exitCode) << row.command;
+    EXPECT_EQ(place.qv("pack get twins.aff 7 -o out").exitCode, 0);
+    EXPECT_EQ(place.read("out"), "c");
+    EXPECT_EQ(lines(place.qv("pack ls c.aff").out), 2u);
+    EXPECT_EQ(place.qv("pack get c.aff 2 -o out --force").exitCode, 0);
+    EXPECT_EQ(place.read("out"), "b");
+    EXPECT_EQ(lines(place.qv("pack ls c.cdfs").out), 3u);
+    EXPECT_EQ(place.read("a"), "a");
+    EXPECT_FALSE(place.exists("c.cdfs:b.tgzf"));
+    // A container in a container.
+    for (const char* command :
+         {"pack add outer.cdfs twins.aff c.cdfs a", "pack add outer.cdfs:c.cdfs a",
+          "pack get outer.cdfs:c.cdfs a -o out --force", "pack verify outer.cdfs:c.cdfs", "pack rm outer.cdfs:c.cdfs b",
+          "pack ls outer.cdfs:twins.aff", "pack attach outer.cdfs:a b", "pack verify outer.cdfs"}) {
+        const ToolRun run = place.qv(command);
+        EXPECT_EQ(run.exitCode, 0) << command << '\n' << run.error;
+    }
+    EXPECT_EQ(place.read("out"), "a");
+    EXPECT_EQ(lines(place.qv("pack ls outer.cdfs:c.cdfs").out), 3u);
+    EXPECT_EQ(place.qv("pack add outer.cdfs:new.cdfs a").exitCode, 5);
+    EXPECT_FALSE(place.exists("outer.cdfs:new.cdfs"));
+    // A list of checksums from a container is read, and not taken for an empty one.
+    place.write("sums", "deadbeef  b\n");
+    EXPECT_EQ(place.qv("pack add c.cdfs sums").exitCode, 0);
+    EXPECT_EQ(place.qv("crc --check c.cdfs:sums").exitCode, 1);
+}
+
 TEST(Pack, FindsContainersThatDoNotOpen) {
     Workplace place;
     place.write("a.txt", "first");

@@ -3,9 +3,12 @@
 #include <algorithm>
 #include <charconv>
 #include <filesystem>
+#include <functional>
 #include <mutex>
+#include <set>
 
 #include "command.h"
+#include "places.h"
 #include "qv/aff_file.h"
 #include "qv/cd_file_system.h"
 #include "qv/diagnostic.h"
@@ -19,8 +22,8 @@ namespace {
 
 class CdfsContainer : public Container {
 public:
-    bool openAt(const std::string& path, bool readOnly) { return m_files.Open(wide(path).c_str(), readOnly); }
-    bool createAt(const std::string& path, bool append) { return m_files.Create(wide(path).c_str(), append); }
+    bool openAt(const std::string& path, bool readOnly) { return m_files.Open(&files(), wide(path).c_str(), readOnly); }
+    bool createAt(const std::string& path, bool append) { return m_files.Create(&files(), wide(path).c_str(), append); }
 
     std::string format() const override { return "CDFS"; }
     bool hasKinds() const override { return false; }
@@ -46,8 +49,8 @@ public:
     qv::TSharedPtr<qv::IFile> create(const std::string& name, const StreamKind&) override {
         return m_files.CreateFileW(wide(name).c_str(), qv::CFile::createNew);
     }
-    bool remove(const std::string& name) override {
-        return m_files.FileExists(wide(name).c_str()) && m_files.DeleteFileW(wide(name).c_str());
+    bool remove(const std::vector<std::string>& names) override {
+        return std::ranges::all_of(names, [&](const auto& name) { return m_files.DeleteFileW(wide(name).c_str()); });
     }
     bool save() override { return m_files.Flush() && m_files.Flush(); }
 
@@ -68,7 +71,8 @@ private:
 /// A stream with a position of its own, so that several may read it. All streams of a container share its mutex.
 class StreamFile : public qv::IFile {
 public:
-    StreamFile(qv::TSharedPtr<qv::IFile> stream, std::mutex& mutex) : m_stream(std::move(stream)), m_mutex(mutex) {}
+    StreamFile(qv::TSharedPtr<qv::IFile> stream, std::shared_ptr<std::mutex> mutex)
+        : m_stream(std::move(stream)), m_shared(std::move(mutex)), m_mutex(*m_shared) {}
 
     char16_t* GetFilename(char16_t* buffer, int bufferChars) override {
         return m_stream->GetFilename(buffer, bufferChars);
@@ -108,6 +112,7 @@ private:
     }
 
     qv::TSharedPtr<qv::IFile> m_stream;
+    std::shared_ptr<std::mutex> m_shared;  ///< Outlives the container.
     std::mutex& m_mutex;
     int64_t m_position = 0;
 };
@@ -117,9 +122,9 @@ class CompositeContainer : public Container {
 public:
     bool openAt(const std::string& path, bool readOnly) {
         const qv::CString name = wide(path);
-        return m_file.Open(name.c_str(), true) && (readOnly || m_file.ReOpenForWrite());
+        return m_file.Open(&files(), name.c_str(), true) && (readOnly || m_file.ReOpenForWrite());
     }
-    bool createAt(const std::string& path) { return m_file.Create(wide(path).c_str()); }
+    bool createAt(const std::string& path) { return m_file.Create(&files(), wide(path).c_str()); }
 
     std::string format() const override { return std::is_same_v<File, qv::CAFFFile> ? "AFF" : "KMR"; }
     bool hasKinds() const override { return true; }
@@ -141,9 +146,11 @@ public:
         const uint32_t position = m_file.CreateIndex(kind.type, kind.subtype, kind.version, kind.id);
         return position == none ? nullptr : fileAt(position);
     }
-    bool remove(const std::string& name) override {
-        const uint32_t position = find(name);
-        return position != none && m_file.RemoveIndex(position);
+    bool remove(const std::vector<std::string>& names) override {
+        std::set<uint32_t, std::greater<>> positions;  // from the back, so that they stay what they are
+        for (const std::string& name : names) positions.insert(find(name));
+        positions.erase(none);
+        return std::ranges::all_of(positions, [&](uint32_t position) { return m_file.RemoveIndex(position); });
     }
     bool save() override {
         // A stream that has grown keeps the size words of its record otherwise.
@@ -185,7 +192,7 @@ private:
     }
 
     File m_file;
-    std::mutex m_mutex;
+    std::shared_ptr<std::mutex> m_mutex = std::make_shared<std::mutex>();
 };
 
 template <class Kind>
@@ -212,7 +219,7 @@ std::unique_ptr<Container> openContainer(const std::string& path, bool readOnly)
     const std::string magic = headOf(path).substr(0, 4);
     if (magic == std::string("AFF\0", 4)) return opened<CompositeContainer<qv::CAFFFile>>(path, readOnly);
     if (magic == std::string("KMR\0", 4)) return opened<CompositeContainer<qv::CKMRFile>>(path, readOnly);
-    if (qv::CCDFileSystem::IsCDFile(wide(path).c_str())) return opened<CdfsContainer>(path, readOnly);
+    if (qv::CCDFileSystem::IsCDFile(&files(), wide(path).c_str())) return opened<CdfsContainer>(path, readOnly);
     auto hidden = std::make_unique<CdfsContainer>();  // with other data behind its footer
     if (hidden->openAt(path, true)) return readOnly ? std::move(hidden) : opened<CdfsContainer>(path, false);
     return nullptr;

@@ -40,8 +40,9 @@ public:
     virtual qv::TSharedPtr<qv::IFile> open(const std::string& name) = 0;
     /// A new, empty entry; null when the name is taken or not possible.
     virtual qv::TSharedPtr<qv::IFile> create(const std::string& name, const StreamKind& kind) = 0;
-    /// False when there is no such entry.
-    virtual bool remove(const std::string& name) = 0;
+    /// Removes the entries, each of which is named as it is before any of them goes. Names of which there is none are
+    /// left out. False when one stays.
+    virtual bool remove(const std::vector<std::string>& names) = 0;
     /// Writes what is not written yet. False when that fails.
     virtual bool save() = 0;
 };

@@ -2,9 +2,9 @@
 #include "qv/crc.h"
 
 #include <charconv>
-#include <fstream>
 #include <iostream>
 #include <memory>
+#include <sstream>
 
 #include "command.h"
 #include "json.h"
@@ -80,7 +80,13 @@ bool parse(const std::string& line, Entry& entry) {
 
 std::vector<Entry> readList(const std::string& path) {
     requireFile(path);
-    std::ifstream list(path);
+    const qv::TSharedPtr<qv::IFile> file = files().CreateFileW(wide(path).c_str(), 0x212);
+    if (!file) throw diagnosed(Exit::io, path, "cannot be opened");
+    std::string text;
+    for (char block[4096]; const uint32_t got = file->Read(block, sizeof block);) text.append(block, got);
+    if (static_cast<int64_t>(text.size()) < file->GetSize())
+        throw Failure(Exit::io, path + ": cannot be read to its end");
+    std::istringstream list(text);
     std::vector<Entry> entries;
     std::string line;
     for (size_t number = 1; std::getline(list, line); ++number) {
@@ -93,7 +99,6 @@ std::vector<Entry> readList(const std::string& path) {
         }
         entries.push_back(std::move(entry));
     }
-    if (list.bad()) throw Failure(Exit::io, path + ": cannot be read to its end");
     return entries;
 }
 

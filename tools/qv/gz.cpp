@@ -6,6 +6,7 @@
 #include "json.h"
 #include "places.h"
 #include "progress.h"
+#include "qv/crc.h"
 #include "qv/diagnostic.h"
 #include "qv/file_system.h"
 #include "qv/gz_file.h"
@@ -45,8 +46,8 @@ void requireCompressed(const qv::CGZFile& file, const std::string& path) {
                                        "header (gzip -n makes those)");
 }
 
-/// Moves everything from one to the other. False when the source ends early.
-bool moveAll(qv::IFile& from, qv::IFile& to, int64_t size, const Options& options) {
+/// Moves everything from one to the other, and adds it to the checksum. False when the source ends early.
+bool moveAll(qv::IFile& from, qv::IFile& to, int64_t size, const Options& options, uint32_t& crc) {
     std::vector<char> block(blockBytes);
     Progress progress(options.decompress ? "decompress" : "compress", static_cast<uint64_t>(size), 1);
     for (int64_t left = size; left > 0;) {
@@ -55,6 +56,7 @@ bool moveAll(qv::IFile& from, qv::IFile& to, int64_t size, const Options& option
         if (!to.WriteBytes(block.data(), got)) {
             throw Failure(Exit::io, options.output + ": cannot be written (is the disk full?)");
         }
+        crc = qv::CalcMultBlockCRC32(reinterpret_cast<const unsigned char*>(block.data()), got, crc);
         if (got != wanted) return false;
         progress.advance(got);
         left -= got;
@@ -95,7 +97,9 @@ Exit compress(const Options& options) {
     const int64_t size = in->GetSize();
     Target target(options.output, options.force);
     qv::CGZFile out(target.open(), qv::CFile::accessWrite);
-    const bool whole = moveAll(*in, out, size, options);
+    if (out.GetState() != qv::CGZFile::State::writing) throw diagnosed(Exit::io, options.output, "cannot be written");
+    uint32_t crc = qv::InitCRC32();
+    const bool whole = moveAll(*in, out, size, options, crc);
     if (!whole) throw Failure(Exit::io, options.input + ": cannot be read to its end");
     qv::ClearDiagnostic();
     out.Close();
@@ -104,6 +108,21 @@ Exit compress(const Options& options) {
     target.commit();
     report(options, size, compressed);
     return Exit::done;
+}
+
+/// gzip ends with the checksum of its last member. The library reads the first, as far as the last states its size.
+void checkTrailer(const Options& options, uint32_t crc) {
+    const qv::TSharedPtr<qv::IFile> file = openInput(options.input);
+    constexpr int64_t trailerBytes = 8;
+    unsigned char magic = 0, sum[4] = {};
+    if (!file->GetBYTE(magic) || magic != 31) return;
+    file->Seek(-trailerBytes, qv::IFile::fromEnd);
+    const bool read = file->ReadBytes(sum, sizeof sum);
+    const uint32_t expected = sum[0] | uint32_t{sum[1]} << 8 | uint32_t{sum[2]} << 16 | uint32_t{sum[3]} << 24;
+    if (read && expected == crc) return;
+    throw Failure(Exit::damaged, options.input +
+                                     ": what it holds does not fit the checksum at its end; it is damaged, or has "
+                                     "several members or more than 4 GiB, which gzip -d can undo");
 }
 
 Exit decompress(const Options& options) {
@@ -115,7 +134,9 @@ Exit decompress(const Options& options) {
     {
         const qv::TSharedPtr<qv::IFile> out = target.open();
         qv::ClearDiagnostic();
-        if (!moveAll(in, *out, in.GetSize(), options)) throw diagnosed(Exit::damaged, options.input, "ends early");
+        uint32_t crc = qv::InitCRC32();
+        if (!moveAll(in, *out, in.GetSize(), options, crc)) throw diagnosed(Exit::damaged, options.input, "ends early");
+        checkTrailer(options, qv::FiniCRC32(crc));
     }
     target.commit();
     report(options, in.GetSize(), compressed);

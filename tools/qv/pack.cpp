@@ -152,6 +152,23 @@ std::string entryNameOf(const std::string& path) {
     return name;
 }
 
+std::string nameOfLast(Container& container) {
+    const std::vector<Entry> entries = container.entries();
+    return entries.empty() ? "" : entries.back().name;
+}
+
+/// The files that are to be added, which the container is none of.
+void requireFiles(const Options& options) {
+    std::error_code error;
+    for (const std::string& name : options.names) {
+        requireFile(name);
+        const std::optional<Inside> inside = insideOf(name);
+        if (fs::equivalent(inside ? inside->container : name, options.container, error)) {
+            throw Failure(Exit::usage, name + ": a container takes neither itself nor its own entries");
+        }
+    }
+}
+
 void addFiles(Container& container, const Options& options) {
     if (!options.as.empty() && options.names.size() != 1) throw Failure(Exit::usage, "--as names one file only");
     std::vector<File> open;  // closing one writes the whole table
@@ -166,7 +183,14 @@ void addFiles(Container& container, const Options& options) {
                           options.container + ": has an entry " + entry + " already, or no room for one");
         }
         open.push_back(to);
-        copyBytes(*from, *to, name, options.container + ":" + entry);
+        try {
+            copyBytes(*from, *to, name, options.container + ":" + entry);
+        } catch (const Failure&) {
+            container.remove({container.hasKinds() ? nameOfLast(container) : entry});  // the half of it
+            open.clear();
+            (void)container.save();
+            throw;
+        }
     }
     open.clear();
     qv::ClearDiagnostic();
@@ -175,8 +199,8 @@ void addFiles(Container& container, const Options& options) {
 
 Exit add(const Options& options) {
     std::error_code error;
-    const bool isNew = !fs::exists(options.container, error);
-    for (const std::string& name : options.names) requireFile(name);
+    const bool isNew = !fs::exists(options.container, error) && !files().FileExists(wide(options.container).c_str());
+    requireFiles(options);
     if (options.dryRun) {
         if (isNew) {
             std::cout << options.container << ": would be made, " << formatOf(options) << '\n';
@@ -197,32 +221,26 @@ Exit add(const Options& options) {
 
 Exit removeEntries(const Options& options) {
     const auto container = requireContainer(options.container, options.dryRun);
-    // From the back, so that positions stay what they were.
-    std::vector<std::string> names = options.names;
-    for (const std::string& name : names) {
+    for (const std::string& name : options.names) {
         if (!container->open(name)) throw Failure(Exit::negative, options.container + ": has no entry " + name);
         if (options.dryRun) std::cout << options.container << ": would lose " << name << '\n';
     }
     if (options.dryRun) return Exit::done;
-    std::ranges::sort(names, [](const std::string& a, const std::string& b) {
-        return a.size() != b.size() ? a.size() > b.size() : a > b;
-    });
-    for (const std::string& name : names) {
-        if (!container->remove(name)) throw diagnosed(Exit::io, options.container + ":" + name, "cannot be removed");
-    }
+    if (!container->remove(options.names))
+        throw diagnosed(Exit::io, options.container, "does not let go of all entries");
     if (!container->save()) throw diagnosed(Exit::io, options.container, "cannot be written");
     return Exit::done;
 }
 
 Exit attach(const Options& options) {
     requireFile(options.container);
-    for (const std::string& name : options.names) requireFile(name);
+    requireFiles(options);
     if (openContainer(options.container, true) != nullptr) {
         throw Failure(Exit::negative, options.container + ": has a container already");
     }
     if (options.dryRun) {
         std::cout << options.container << ": would get a container behind its "
-                  << qv::fileSystem().GetFileInfo(wide(options.container).c_str()).size << " bytes\n";
+                  << files().GetFileInfo(wide(options.container).c_str()).size << " bytes\n";
         return Exit::done;
     }
     const auto container = attachContainer(options.container);

@@ -4,10 +4,12 @@
 #include <cstring>
 #include <iostream>
 #include <memory>
+#include <set>
 
 #include "command.h"
 #include "container.h"
 #include "json.h"
+#include "places.h"
 #include "progress.h"
 #include "qv/cd_file_system.h"
 #include "qv/crc.h"
@@ -33,7 +35,7 @@ struct Options {
     bool json = false;
 };
 
-int64_t sizeOnDisk(const std::string& path) { return qv::fileSystem().GetFileInfo(wide(path).c_str()).size; }
+int64_t sizeOnDisk(const std::string& path) { return files().GetFileInfo(wide(path).c_str()).size; }
 
 /// The entries that share bytes with the next one by offset.
 std::vector<std::string> overlapping(std::vector<Entry> entries) {
@@ -66,11 +68,13 @@ Exit verify(const Options& options) {
     Table table({{"entry", Table::Align::left}, {"size [B]"}, {"CRC-32"}, {"verdict", Table::Align::left}});
     size_t damaged = 0;
     Progress progress("verify", entries.size(), 0);
+    std::set<std::string> names;
     for (const Entry& entry : entries) {
         uint32_t crc = 0;
         std::string damage = damageOf(*container, entry, hostSize, crc);
         if (damage.empty() && std::ranges::find(shared, entry.name) != shared.end())
             damage = "shares bytes with another";
+        if (damage.empty() && !names.insert(entry.name).second) damage = "has the name of another, and cannot be read";
         if (!damage.empty()) ++damaged;
         const std::string digits = qv::CStringMB::FromFormat("%08x", crc).c_str();
         table.add({visible(entry.name), std::to_string(entry.size), digits, damage.empty() ? "ok" : damage});
@@ -191,7 +195,7 @@ void copyFrom(const File& host, int64_t at, const Options& options) {
 
 Exit recover(const Options& options) {
     requireFile(options.container);
-    const File host = qv::fileSystem().CreateFileW(wide(options.container).c_str(), 0x212);
+    const File host = files().CreateFileW(wide(options.container).c_str(), 0x212);
     if (!host) throw diagnosed(Exit::io, options.container, "cannot be opened");
     const std::vector<Find> finds = scan(host);
     const auto last = std::ranges::find_if(finds.rbegin(), finds.rend(), &Find::isTable);

@@ -74,8 +74,11 @@ private:
 
     static qv::IFileSystem& disk() { return qv::fileSystem(); }
 
-    Container& open(const std::string& path, bool readOnly) {
+    Container& open(const std::string& name, bool readOnly) {
         const std::lock_guard lock(m_mutex);
+        std::error_code error;
+        const std::string whole = fs::canonical(name, error).string();  // one of all its names
+        const std::string& path = whole.empty() ? name : whole;
         const auto found = m_open.find(path);
         if (found != m_open.end() && (readOnly || !found->second.readOnly)) return *found->second.container;
         if (found != m_open.end()) m_open.erase(found);

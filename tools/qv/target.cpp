@@ -7,6 +7,8 @@
 #include <filesystem>
 
 #include "command.h"
+#include "container.h"
+#include "places.h"
 #include "qv/diagnostic.h"
 #include "qv/file_system.h"
 #include "source.h"
@@ -49,6 +51,10 @@ void checkPlace(const std::string& path, bool force) {
     std::error_code error;
     const fs::file_type type = fs::status(path, error).type();
     if (type == fs::file_type::not_found) {
+        const std::optional<Inside> inside = insideOf(path);
+        if (inside && openContainer(inside->container, true) != nullptr) {
+            throw Failure(Exit::usage, path + ": leads into a container, where only qv pack add makes entries");
+        }
         if (!fs::is_symlink(path, error)) return;
         throw Failure(Exit::io, path + ": is a symbolic link that leads nowhere");
     }
