@@ -32,12 +32,11 @@ namespace qv {
 /// 259 characters; a table with longer ones is damaged.
 /// The table is written by Flush, by the closing of each file and by Close. While the table itself outgrows its room,
 /// the entries already written hold the offsets from before the move; they are right with the next Flush, which Close
-/// makes when it is needed. A write that fails in the middle of a table leaves part old, part new; where there is no room
-/// for a larger table, it is written without the newest files, and Flush is false.
-/// Sharing: one object works on a host file at a time; there are no locks between processes.
-/// Limits: 262,144 files.
-/// Threads: one lock, also for all files of the container, so that they may be used from several threads; Lock and
-/// Unlock hold it over several calls. A file may outlive the container, and reads and writes nothing from then on.
+/// makes when it is needed. A write that fails in the middle of a table leaves part old, part new; where there is no
+/// room for a larger table, it is written without the newest files, and Flush is false. Sharing: one object works on a
+/// host file at a time; there are no locks between processes. Limits: 262,144 files. Threads: one lock, also for all
+/// files of the container, so that they may be used from several threads; Lock and Unlock hold it over several calls. A
+/// file may outlive the container, and reads and writes nothing from then on.
 class QV_API CCDFileSystem : public CFlatFileSystem {
 public:
     class QV_API CCDFile;
