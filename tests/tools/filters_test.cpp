@@ -51,6 +51,7 @@ TEST(Crc, TellsAndChecks) {
     run = place.qv("crc --check list");
     EXPECT_EQ(run.exitCode, 1);
     EXPECT_EQ(run.out, "digits: DIFFERS (9ae0daaf)\ntwo words: ok\nabsent: NOT READ\n");
+    EXPECT_NE(place.qv("crc --check list --json").out.find("\"wrong\": 2"), std::string::npos);
     place.write("list", "nonsense\n");
     EXPECT_EQ(place.qv("crc --check list").exitCode, 3);
     EXPECT_EQ(place.qv("crc absent").exitCode, 5);

@@ -35,6 +35,7 @@ TEST(Pack, CarriesFilesInEveryFormat) {
         EXPECT_EQ(place.read("out/" + b), place.read("b.txt"));
     }
     EXPECT_EQ(place.qv("pack add c.cdfs b.txt").exitCode, 1);
+    EXPECT_EQ(place.qv("pack add c.aff a.txt --as name").exitCode, 2);
     EXPECT_EQ(place.qv("pack add new.bin b.txt").exitCode, 2);
     EXPECT_EQ(place.qv("pack ls a.txt").exitCode, 3);
     EXPECT_EQ(place.qv("pack ls absent").exitCode, 5);

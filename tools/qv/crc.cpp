@@ -103,7 +103,8 @@ std::vector<Entry> readList(const std::string& path) {
 }
 
 Exit check(const Options& options) {
-    size_t wrong = 0;
+    uint64_t wrong = 0;
+    Json files = Json::array();
     const std::vector<Entry> entries = readList(options.list);
     for (const Entry& entry : entries) {
         std::string verdict = "ok";
@@ -115,8 +116,13 @@ Exit check(const Options& options) {
             remark(std::string("qv: ") + failure.what());
         }
         if (verdict != "ok") ++wrong;
-        std::cout << entry.path << ": " << verdict << '\n';
+        if (options.json) {
+            files.push(Json::object().set("file", entry.path).set("verdict", verdict));
+        } else {
+            std::cout << entry.path << ": " << verdict << '\n';
+        }
     }
+    if (options.json) Json::document("qv.crc.check.1").set("wrong", wrong).set("files", files).print(std::cout);
     if (wrong != 0)
         remark("qv: " + std::to_string(wrong) + " of " + std::to_string(entries.size()) + " files are not as listed");
     return wrong == 0 ? Exit::done : Exit::negative;

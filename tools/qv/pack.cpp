@@ -171,6 +171,9 @@ void requireFiles(const Options& options) {
 
 void addFiles(Container& container, const Options& options) {
     if (!options.as.empty() && options.names.size() != 1) throw Failure(Exit::usage, "--as names one file only");
+    if (!options.as.empty() && container.hasKinds()) {
+        throw Failure(Exit::usage, "--as: the streams of " + container.format() + " have ids, no names");
+    }
     std::vector<File> open;  // closing one writes the whole table
     for (const std::string& name : options.names) {
         requireFile(name);
