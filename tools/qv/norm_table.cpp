@@ -29,18 +29,14 @@ int64_t bytesBehind(const CNormFile::SFileHeader& header, int64_t headerBytes, i
     return length - headerBytes - pixels * element;
 }
 
-/// Tells how well the file is a Norm table in one byte order.
-struct Fit {
-    bool plausible = false;  ///< Known version and type, and a size.
-    bool exact = false;      ///< The length is that of the table, or holds the substitutes a second time.
-    int64_t behind = 0;
-};
-Fit fitOf(const qv::TSharedPtr<qv::IFile>& file, bool bigEndian) {
-    CNormFile::SFileHeader header;
+}  // namespace
+
+NormFit fitOf(const qv::TSharedPtr<qv::IFile>& file, bool bigEndian) {
+    NormFit fit;
+    CNormFile::SFileHeader& header = fit.header;
     file->SeekToBegin();
     swapFlag(*file) = bigEndian;
     if (!CNormFile::ReadHeader(file, header)) return {};
-    Fit fit;
     fit.plausible = header.version >= 1 && header.version <= newestVersion &&
                     header.type <= CNormFile::TYPE_BAD_PIXEL && header.xPixels != 0 && header.yPixels != 0;
     fit.behind = bytesBehind(header, file->GetPosition(), file->GetSize());
@@ -50,8 +46,6 @@ Fit fitOf(const qv::TSharedPtr<qv::IFile>& file, bool bigEndian) {
     if (twice) fit.behind = 0;
     return fit;
 }
-
-}  // namespace
 
 std::string normWord(CNormFile::FILE_TYPE type) {
     switch (type) {
@@ -68,11 +62,11 @@ NormTable loadNorm(const std::string& path) {
     const qv::TSharedPtr<qv::IFile> file = files().CreateFileW(wide(path).c_str(), openShared);
     if (!file) throw diagnosed(Exit::io, path, "cannot be opened");
     NormTable table;
-    const Fit little = fitOf(file, false);
-    const Fit big = fitOf(file, true);
+    const NormFit little = fitOf(file, false);
+    const NormFit big = fitOf(file, true);
     table.bigEndian = !little.exact &&
                       (big.exact || (big.plausible && (!little.plausible || (little.behind < 0 && big.behind >= 0))));
-    const Fit& fit = table.bigEndian ? big : little;
+    const NormFit& fit = table.bigEndian ? big : little;
     if (!fit.plausible) throw Failure(Exit::wrongKind, path + ": is no Norm table (type, version and size do not fit)");
     table.trailing = std::max<int64_t>(fit.behind, 0);
     file->SeekToBegin();

@@ -9,6 +9,15 @@
 
 namespace tool {
 
+/// How well a file is a Norm table in one byte order. The format has no mark of its own.
+struct NormFit {
+    qv::CNormFile::SFileHeader header;
+    bool plausible = false;  ///< Known version and type, and a size.
+    bool exact = false;      ///< The length is that of the table, or holds the substitutes a second time.
+    int64_t behind = 0;      ///< Bytes behind the table; below 0 when it is cut off.
+};
+NormFit fitOf(const qv::TSharedPtr<qv::IFile>& file, bool bigEndian);
+
 /// A table and the byte order that its file is in.
 struct NormTable {
     qv::CNormFile norm;
