@@ -105,7 +105,10 @@ bool CCDFileSystem::openContainer(int64_t base) {
     m_base = base;
     m_session = std::make_shared<Session>(this, m_lock);
     if (!LoadFileTable()) return false;
-    return m_readOnly || canBeWritten() || refuse(nullptr, u"the properties Offset and Capacity", u"others");
+    if (m_readOnly) return true;
+    if (!canBeWritten()) return refuse(nullptr, u"the properties Offset and Capacity", u"others");
+    return NextFileOffset() <= m_container->GetSize() - m_base ||
+           refuse(nullptr, u"a container to be changed, with all its entries", u"one that ends early");
 }
 
 /// A table of other properties could not be read once it was written with as many as the root has.
@@ -217,6 +220,8 @@ bool CCDFileSystem::Flush() {
     m_container->Flush();
     return true;
 }
+
+int64_t CCDFileSystem::GetTableEnd() const { return m_base + numberOf(m_root, capacityName); }
 
 int64_t CCDFileSystem::NextFileOffset() {
     const std::lock_guard lock(*m_lock);

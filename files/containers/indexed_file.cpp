@@ -73,7 +73,7 @@ bool CIndexedFile::refuse(const char16_t* expected, const char16_t* found, int64
 
 void CIndexedFile::SetHeaderTag(const void* bytes) { std::memcpy(m_headerTag, bytes, sizeof m_headerTag); }
 
-int64_t CIndexedFile::tableEnd() const { return int64_t{m_indexOffset} + int64_t{m_indexCapacity} * recordBytes; }
+int64_t CIndexedFile::GetTableEnd() const { return int64_t{m_indexOffset} + int64_t{m_indexCapacity} * recordBytes; }
 
 // Reading -------------------------------------------------------------------------------------------------------------
 

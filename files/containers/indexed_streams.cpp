@@ -92,7 +92,7 @@ bool CIndexedFile::makeRoom(int64_t position, int64_t count, int64_t size) {
 }
 
 bool CIndexedFile::growTable(int64_t size) {
-    const int64_t position = tableEnd();
+    const int64_t position = GetTableEnd();
     if (!offsetsFit(position, bytesPerStep, nullptr) || !makeRoom(position, bytesPerStep, size)) return false;
     AdjustOffsets(position, bytesPerStep);
     m_indexCapacity += slotsPerStep;
@@ -102,7 +102,7 @@ bool CIndexedFile::growTable(int64_t size) {
 uint32_t CIndexedFile::CreateIndex(uint16_t type, uint16_t subtype, uint32_t version, uint32_t id) {
     if (!m_container || !mayChangeTable(m_container->GetSize())) return notFound;
     // A file that ends inside its table: completed, so that nothing is placed there.
-    if (m_container->GetSize() < tableEnd() && !Save()) return notFound;
+    if (m_container->GetSize() < GetTableEnd() && !Save()) return notFound;
     const uint32_t position = m_indices.size();
     const bool grows = position + 1 > m_indexCapacity;
     if (nextOffset() > largestOffset - (grows ? bytesPerStep : 0)) {
@@ -144,7 +144,7 @@ bool CIndexedFile::mayResize(const CIndex& index, int64_t position, int64_t delt
     if (!mayChangeTable(size) || !offsetsFit(position, delta, &index)) return false;
     if (position > size) return delta < 0 || refuse(u"a stream inside the file", u"one behind its end", position);
     const int64_t touchedEnd = delta < 0 ? std::min(endOf(index), size) : position + 1;
-    const bool tearsTable = m_indexCapacity != 0 && position < tableEnd() && touchedEnd > m_indexOffset;
+    const bool tearsTable = m_indexCapacity != 0 && position < GetTableEnd() && touchedEnd > m_indexOffset;
     if (position >= headerBytes && !tearsTable) return true;
     return refuse(u"a stream clear of the table", u"another", position);
 }

@@ -61,7 +61,7 @@ bool CKMRFile::isBigEndian(const uint8_t* header) const {
 }
 
 int64_t CKMRFile::firstFree() const {
-    return std::max(tableEnd(),
+    return std::max(GetTableEnd(),
                     int64_t{m_indexCapacity} * Private::indexed::recordBytes + Private::indexed::headerBytes);
 }
 

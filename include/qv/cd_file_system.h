@@ -54,7 +54,8 @@ public:
     /// bytes. Closes what was open.
     /// @param readOnly  Nothing is changed or created in the container. Without it, a host that does not exist is made
     ///                  by Create; a container whose entries have other properties than the two is refused, for what
-    ///                  would be written of it could not be read again.
+    ///                  would be written of it could not be read again, and so is one with entries beyond the end of
+    ///                  the host, which its footer would be written behind.
     /// @return  False, with nothing open and the host left alone, for anything else and for a damaged table.
     bool Open(const char16_t* path, bool readOnly);
     bool Open(IFileSystem* fileSystem, const char16_t* path, bool readOnly);
@@ -68,6 +69,8 @@ public:
     bool IsReadOnly() const { return m_readOnly; }
     /// The byte of the host at which the container begins.
     int64_t GetBase() const { return m_base; }
+    /// The byte of the host behind the room of the table.
+    int64_t GetTableEnd() const;
     /// Files that are still open read and write nothing from then on.
     void Close();
     /// Writes table and footer, unless nothing has changed since they were. False when that fails.

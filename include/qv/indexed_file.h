@@ -149,6 +149,8 @@ public:
     uint32_t GetIndexOffset() const { return m_indexOffset; }
     uint32_t GetIndexCapacity() const { return m_indexCapacity; }
     uint32_t GetNextId() const { return m_nextId; }
+    /// The byte of the file behind the last slot of the table.
+    int64_t GetTableEnd() const;
     /// The underlying file; null when closed. Moving its position disturbs nothing.
     TSharedPtr<IFile> GetContainer() const { return m_container; }
 
@@ -189,8 +191,6 @@ protected:
     bool create(const TSharedPtr<IFile>& file);
     bool createByPath(IFileSystem* fileSystem, const char16_t* path);
 
-    /// Behind the last slot.
-    int64_t tableEnd() const;
     /// Behind the stream; storedSize leaves room for the sum.
     static int64_t endOf(const CIndex& index);
 

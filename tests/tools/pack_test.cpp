@@ -104,6 +104,16 @@ TEST(Pack, TakesOddCommandLines) {
     EXPECT_FALSE(place.exists("outer.cdfs:new.cdfs"));
     // A list of checksums from a container is read, and not taken for an empty one.
     place.write("sums", "deadbeef  b\n");
+    // Settings and points in a container are used there; a calibration names files on disk alone.
+    place.write("s.ini", "[view]\nrange=20\n");
+    place.write("p.csv", "temperature_C,counts\n20,1000\n40,2000\n60,3500\n80,5200\n");
+    EXPECT_EQ(place.qv("pack add c.cdfs s.ini p.csv").exitCode, 0);
+    EXPECT_EQ(place.qv("config set c.cdfs:s.ini view/range=40").exitCode, 0);
+    EXPECT_EQ(place.qv("config get c.cdfs:s.ini view/range").out, "40\n");
+    EXPECT_EQ(place.qv("config convert c.cdfs:s.ini s.db").exitCode, 0);
+    EXPECT_EQ(place.qv("rcal new x.rcal --band 3:5").exitCode, 0);
+    EXPECT_EQ(place.qv("rcal points x.rcal c.cdfs:p.csv").exitCode, 0);
+    EXPECT_EQ(place.qv("rcal new y.rcal --response c.cdfs:p.csv").exitCode, 2);
     EXPECT_EQ(place.qv("pack add c.cdfs sums").exitCode, 0);
     EXPECT_EQ(place.qv("crc --check c.cdfs:sums").exitCode, 1);
 }
@@ -119,6 +129,18 @@ TEST(Pack, FindsContainersThatDoNotOpen) {
     EXPECT_EQ(place.qv("pack recover host -o mended").out, "byte 500: a table of 1 files\n");
     EXPECT_EQ(place.qv("pack get mended a.txt -o b.txt").exitCode, 0);
     EXPECT_EQ(place.read("b.txt"), "first");
+    // An entry over the table is told; of two with one name, and of all others, what can be had is taken out.
+    std::string damaged = whole;
+    damaged.replace(damaged.find("Offset", damaged.find("a.txt")) + 10, 4, "0000");
+    place.write("over", damaged);
+    EXPECT_NE(place.qv("pack verify over").out.find("lies over the table"), std::string::npos);
+    for (const char* name : {"twin1.txt", "twin2.txt", "good.txt"}) place.write(name, name);
+    EXPECT_EQ(place.qv("pack add two.cdfs twin1.txt twin2.txt good.txt").exitCode, 0);
+    std::string twins = place.read("two.cdfs");
+    for (size_t at = 0; (at = twins.find("twin2")) < 4096;) twins.replace(at, 5, "twin1");
+    place.write("two.cdfs", twins);
+    EXPECT_EQ(place.qv("pack get two.cdfs -o all/").exitCode, 4);
+    EXPECT_EQ(place.read("all/good.txt"), "good.txt");
     place.write("cut", whole.substr(0, 500 + 4096 + 3));
     EXPECT_EQ(place.qv("pack recover cut -o cut.cdfs").exitCode, 0);
     EXPECT_EQ(place.qv("pack verify cut.cdfs").exitCode, 1);

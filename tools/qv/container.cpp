@@ -28,6 +28,7 @@ public:
     std::string format() const override { return "CDFS"; }
     bool hasKinds() const override { return false; }
     int64_t base() const override { return m_files.GetBase(); }
+    int64_t tableEnd() const override { return m_files.GetTableEnd(); }
 
     std::vector<Entry> entries() override {
         std::vector<Entry> all;
@@ -128,6 +129,7 @@ public:
 
     std::string format() const override { return std::is_same_v<File, qv::CAFFFile> ? "AFF" : "KMR"; }
     bool hasKinds() const override { return true; }
+    int64_t tableEnd() const override { return m_file.GetTableEnd(); }
 
     std::vector<Entry> entries() override {
         std::vector<Entry> all;

@@ -35,6 +35,8 @@ public:
     /// Whether entries have a StreamKind; their names are ids then, or "@" and the position where an id stands twice.
     virtual bool hasKinds() const = 0;
     virtual int64_t base() const { return 0; }
+    /// The byte of the host file behind the table.
+    virtual int64_t tableEnd() const = 0;
     virtual std::vector<Entry> entries() = 0;
     /// Null when there is no such entry.
     virtual qv::TSharedPtr<qv::IFile> open(const std::string& name) = 0;

@@ -3,6 +3,7 @@
 #include <filesystem>
 #include <iostream>
 #include <memory>
+#include <set>
 
 #include "command.h"
 #include "container.h"
@@ -109,28 +110,50 @@ std::string placeFor(const std::string& folder, const std::string& name) {
     return (fs::path(folder.empty() ? "." : folder) / relative).string();
 }
 
+void getEntry(Container& container, const std::string& name, const std::string& place, const Options& options) {
+    const File from = container.open(name);
+    if (!from) throw Failure(Exit::negative, options.container + ": has no entry " + name);
+    std::error_code error;
+    const fs::path folder = fs::path(place).parent_path();
+    if (!folder.empty()) fs::create_directories(folder, error);
+    Target target(place, options.force);
+    {
+        const File to = target.open();
+        copyBytes(*from, *to, options.container + ":" + name, place);
+    }
+    target.commit();
+    remark(options.container + ":" + name + " -> " + place);
+}
+
+/// All that can be had: an entry that is damaged does not keep back the others.
+Exit getAll(Container& container, const Options& options) {
+    std::set<std::string> taken;
+    size_t failed = 0;
+    Exit exit = Exit::done;
+    for (const Entry& entry : container.entries()) {
+        try {
+            if (!taken.insert(entry.name).second)
+                throw Failure(Exit::damaged, visible(entry.name) + ": the name of two entries, of which one was taken");
+            getEntry(container, entry.name, placeFor(options.output, entry.name), options);
+        } catch (const Failure& failure) {
+            std::cerr << "qv: " << failure.what() << '\n';
+            if (failed++ == 0) exit = failure.exitCode();
+        }
+    }
+    if (failed != 0) {
+        throw Failure(exit, options.container + ": " + std::to_string(failed) + " entries could not be taken out");
+    }
+    return Exit::done;
+}
+
 Exit get(const Options& options) {
     const auto container = requireContainer(options.container, true);
-    std::vector<std::string> names = options.names;
-    if (names.empty()) {
-        for (const Entry& entry : container->entries()) names.push_back(entry.name);
-    }
+    if (options.names.empty()) return getAll(*container, options);
     std::error_code error;
-    const bool toFolder = options.output.empty() || options.output.ends_with('/') || names.size() != 1 ||
+    const bool toFolder = options.output.empty() || options.output.ends_with('/') || options.names.size() != 1 ||
                           fs::is_directory(options.output, error);
-    for (const std::string& name : names) {
-        const File from = container->open(name);
-        if (!from) throw Failure(Exit::negative, options.container + ": has no entry " + name);
-        const std::string place = toFolder ? placeFor(options.output, name) : options.output;
-        const fs::path folder = fs::path(place).parent_path();
-        if (toFolder && !folder.empty()) fs::create_directories(folder, error);
-        Target target(place, options.force);
-        {
-            const File to = target.open();
-            copyBytes(*from, *to, options.container + ":" + name, place);
-        }
-        target.commit();
-        remark(options.container + ":" + name + " -> " + place);
+    for (const std::string& name : options.names) {
+        getEntry(*container, name, toFolder ? placeFor(options.output, name) : options.output, options);
     }
     return Exit::done;
 }

@@ -53,6 +53,7 @@ std::vector<std::string> overlapping(std::vector<Entry> entries) {
 /// What is wrong with an entry; "" for nothing. `crc` is that of what could be read.
 std::string damageOf(Container& container, const Entry& entry, int64_t hostSize, uint32_t& crc) {
     if (entry.offset + entry.size > hostSize) return "lies beyond the end of the file";
+    if (entry.size > 0 && entry.offset < container.tableEnd()) return "lies over the table";
     if (entry.room != 0 && entry.size > entry.room) return "is larger than its room";
     const File file = container.open(entry.name);
     if (!file) return "cannot be opened";

@@ -3,16 +3,20 @@
 #include <algorithm>
 #include <charconv>
 #include <cmath>
-#include <fstream>
+#include <sstream>
 
 #include "command.h"
+#include "places.h"
+#include "qv/diagnostic.h"
 #include "source.h"
+#include "text.h"
 
 namespace tool {
 
 namespace {
 
 constexpr double absoluteZeroCelsius = -273.15;
+constexpr int64_t mostBytes = 64 << 20;
 constexpr size_t mostPoints = 10000;  // each point that is added makes the page's fits anew
 
 struct Known {
@@ -87,9 +91,7 @@ public:
     Reader(const std::string& path, const std::map<PointColumn, std::string>& names) : m_path(path), m_names(names) {}
 
     PointTable read() {
-        requireFile(m_path);
-        std::ifstream in(m_path, std::ios::binary);
-        if (!in) throw Failure(Exit::io, m_path + ": cannot be opened");
+        std::istringstream in(contents());
         PointTable table;
         for (std::string line; std::getline(in, line);) {
             if (++m_line == 1 && line.starts_with("\xEF\xBB\xBF")) line.erase(0, 3);
@@ -114,6 +116,18 @@ private:
         char unit;
         std::string name;
     };
+
+    std::string contents() const {
+        requireFile(m_path);
+        qv::ClearDiagnostic();
+        const qv::TSharedPtr<qv::IFile> file = files().CreateFileW(wide(m_path).c_str(), 0x312);
+        if (!file) throw diagnosed(Exit::io, m_path, "cannot be opened");
+        if (file->GetSize() > mostBytes) throw Failure(Exit::wrongKind, m_path + ": is too large for a list of points");
+        std::string text(static_cast<size_t>(file->GetSize()), '\0');
+        if (!file->ReadBytes(text.data(), static_cast<uint32_t>(text.size())))
+            throw diagnosed(Exit::io, m_path, "cannot be read");
+        return text;
+    }
 
     [[noreturn]] void fail(Exit exitCode, const std::string& what) const {
         throw Failure(exitCode, m_path + ": line " + std::to_string(m_line) + ": " + what);

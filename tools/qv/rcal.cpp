@@ -9,6 +9,7 @@
 #include "calibrator.h"
 #include "command.h"
 #include "json.h"
+#include "places.h"
 #include "points_csv.h"
 #include "qv/diagnostic.h"
 #include "rcal_commands.h"
@@ -73,6 +74,11 @@ std::vector<double> numbers(const std::string& text, size_t count, const std::st
 /// A calibration is used from other folders than it was made in.
 qv::CString absolutePath(const std::string& path) {
     requireFile(path);
+    if (insideOf(path)) {
+        throw Failure(
+            Exit::usage,
+            path + ": a calibration names a file on disk, as every program reads it (qv pack get takes it out)");
+    }
     return wide(std::filesystem::absolute(path).lexically_normal().string());
 }
 

@@ -5,6 +5,8 @@
 #include <map>
 
 #include "command.h"
+#include "container.h"
+#include "places.h"
 #include "qv/diagnostic.h"
 #include "qv/file_system.h"
 #include "qv/ini_store.h"
@@ -66,7 +68,7 @@ bool isSettingsFile(const std::string& path, std::string_view head) {
     const size_t feed = head.rfind('\n');
     const std::string_view whole = head.size() < headBytes ? head : head.substr(0, feed == head.npos ? 0 : feed + 1);
     if (!text.Load(memoryFile(whole)) || text.CountLines().unknown != 0) return false;
-    return text.Load(wide(path).c_str()) && isSettingsText(text);
+    return text.Load(&files(), wide(path).c_str()) && isSettingsText(text);
 }
 
 std::string extensionOf(const std::string& path) { return CLI::detail::to_lower(fs::path(path).extension().string()); }
@@ -86,6 +88,12 @@ Form formOfHead(std::string_view head) {
 
 // The forms ----------------------------------------------------------------------------------------------------------
 
+/// An entry of a container that is there, where settings may stand as a text.
+bool isEntry(const std::string& path) {
+    const std::optional<Inside> inside = insideOf(path);
+    return inside && openContainer(inside->container, true) != nullptr;
+}
+
 /// A form that is a text, written as a whole.
 template <class Store, Form kind>
 class TextSettings : public Settings {
@@ -93,6 +101,7 @@ public:
     TextSettings(const std::string& path, bool exists) : Settings(path, kind, exists) {}
     qv::IConfigStore& store() override { return m_store; }
     void replace(bool force) override {
+        if (isEntry(name()) && exists() && force) return writeEntry();
         Target target(name(), force);
         qv::ClearDiagnostic();
         if (!m_store.Save(target.open())) throw diagnosed(Exit::io, name(), "cannot be written");
@@ -109,6 +118,11 @@ public:
     }
 
 protected:
+    void writeEntry() {
+        qv::ClearDiagnostic();
+        if (!m_store.Save(&files(), wide(name()).c_str())) throw diagnosed(Exit::io, name(), "cannot be written");
+    }
+
     Store m_store;
 };
 
@@ -118,13 +132,16 @@ public:
     IniSettings(const std::string& path, bool exists, bool sure) : TextSettings(path, exists), m_sure(sure) {}
     void load() override {
         qv::ClearDiagnostic();
-        if (!m_store.Load(wide(name()).c_str())) throw diagnosed(Exit::wrongKind, name(), "holds no settings");
+        const qv::CString path = wide(name());
+        const bool loaded = isEntry(name()) ? m_store.Load(&files(), path.c_str()) : m_store.Load(path.c_str());
+        if (!loaded) throw diagnosed(Exit::wrongKind, name(), "holds no settings");
         const uint32_t unknown = m_sure ? 0 : m_store.CountLines().unknown;
         if (unknown == 0) return;
         throw Failure(Exit::wrongKind, name() + ": expected settings, found " + std::to_string(unknown) +
                                            " lines that are none (--store-type ini takes it all the same)");
     }
     void flush() override {
+        if (isEntry(name())) return writeEntry();
         qv::ClearDiagnostic();
         if (!m_store.Save(wide(name()).c_str())) throw diagnosed(Exit::io, name(), "cannot be written");
     }
@@ -156,19 +173,19 @@ public:
     using TextSettings::TextSettings;
     void load() override {
         const qv::CString path = wide(name());
-        if (m_store.Load(path.c_str())) return;
+        if (m_store.Load(&files(), path.c_str())) return;
         const bool markup = isMarkup(headOf(name()));
         qv::CXMLFile document;
         qv::ClearDiagnostic();
-        const bool isXml = document.Load(&qv::fileSystem(), path.c_str());
+        const bool isXml = document.Load(&files(), path.c_str());
         if (!isXml) throw diagnosed(markup ? Exit::damaged : Exit::wrongKind, name(), "is no XML");
-        (void)m_store.Load(path.c_str());
+        (void)m_store.Load(&files(), path.c_str());
         throw diagnosed(Exit::wrongKind, name(), "holds no settings");
     }
     void flush() override { replace(exists()); }
     uint32_t strangers() const override {
         qv::CXMLFile document;
-        if (!exists() || !document.Load(&qv::fileSystem(), wide(name()).c_str())) return 0;
+        if (!exists() || !document.Load(&files(), wide(name()).c_str())) return 0;
         uint32_t count = 0;
         bool inStore = false, found = false;
         for (const Node* node = document.GetRoot(); node != nullptr;) {
@@ -281,7 +298,8 @@ std::unique_ptr<Settings> openSettings(const std::string& name, Form form, bool 
     }
     std::error_code error;
     const fs::file_status status = fs::symlink_status(name, error);
-    const bool exists = status.type() != fs::file_type::not_found;
+    const bool entry = isEntry(name);
+    const bool exists = entry || status.type() != fs::file_type::not_found;
     if (exists || !isNameable(name)) requireFile(name);
     const bool sure = form == Form::ini || extensionOf(name) == ".ini";
     const Form named = formOfName(name);
@@ -293,7 +311,9 @@ std::unique_ptr<Settings> openSettings(const std::string& name, Form form, bool 
     switch (form) {
         case Form::ini: return std::make_unique<IniSettings>(name, exists, sure);
         case Form::xml: return std::make_unique<XmlSettings>(name, exists);
-        case Form::sqlite: return std::make_unique<SqliteSettings>(name, exists);
+        case Form::sqlite:
+            if (!entry) return std::make_unique<SqliteSettings>(name, exists);
+            throw Failure(Exit::usage, name + ": a database is used where it lies on disk (qv pack get takes it out)");
         default:
             throw Failure(Exit::usage,
                           name + ": a new store needs a name in .ini, .xml, .db or .sqlite, or its type as an option");
