@@ -34,7 +34,6 @@ int64_t numberOf(const Entry& entry, const char16_t* name) {
 void setNumber(Entry& entry, const char16_t* name, int64_t value) {
     entry.properties.SetValue(name, CString::FromFormat(u"%I64d", value));
 }
-int64_t endOf(const Entry& entry) { return numberOf(entry, offsetName) + numberOf(entry, capacityName); }
 
 bool refuse(const char16_t* path, const char16_t* expected, const char16_t* found) {
     SetDiagnostic(path == nullptr ? u"" : path, expected, found);
@@ -64,6 +63,7 @@ CCDFileSystem::~CCDFileSystem() { Close(); }
 
 void CCDFileSystem::resetRoot() {
     m_root = CDirectoryEntry();
+    m_places.clear();
     StrCpy(m_root.name, u"/", IFileSystem::pathChars);
     StrCpy(m_root.path, u"/", IFileSystem::pathChars);
     m_root.type = typeDirectory;
@@ -167,6 +167,7 @@ bool CCDFileSystem::createContainer(IFileSystem* system, const char16_t* path, b
     m_root.size = 0;
     setNumber(m_root, offsetName, 0);
     setNumber(m_root, capacityName, step);
+    m_places.clear();
     char start[6] = {};
     std::memcpy(start, containerMagic, sizeof containerMagic);
     if (m_container->SetPosition(m_base) == m_base && m_container->WriteZeros(step) &&
@@ -225,9 +226,35 @@ int64_t CCDFileSystem::GetTableEnd() const { return m_base + numberOf(m_root, ca
 
 int64_t CCDFileSystem::NextFileOffset() {
     const std::lock_guard lock(*m_lock);
-    int64_t end = endOf(m_root);
-    for (uint32_t i = 0; i < fileCount(); ++i) end = std::max(end, endOf(entryAt(i)));
+    learnPlaces();
+    int64_t end = 0;
+    for (const Place& place : m_places) end = std::max(end, place.offset + place.capacity);
     return end;
+}
+
+// Places --------------------------------------------------------------------------------------------------------------
+
+void CCDFileSystem::learnPlaces() {
+    if (!m_places.empty()) return;
+    const auto learn = [this](const CDirectoryEntry& entry) {
+        m_places.push_back({numberOf(entry, offsetName), numberOf(entry, capacityName)});
+    };
+    m_places.reserve(size_t{fileCount()} + 1);
+    learn(m_root);
+    for (uint32_t i = 0; i < fileCount(); ++i) learn(entryAt(i));
+}
+
+const CCDFileSystem::Place& CCDFileSystem::placeOf(int index) {
+    learnPlaces();
+    return m_places[static_cast<size_t>(index - table)];
+}
+
+void CCDFileSystem::setPlace(int index, const Place& place) {
+    CDirectoryEntry& entry = *entryOf(index);
+    const Place before = placeOf(index);
+    if (before.offset != place.offset) setNumber(entry, offsetName, place.offset);
+    if (before.capacity != place.capacity) setNumber(entry, capacityName, place.capacity);
+    m_places[static_cast<size_t>(index - table)] = place;
 }
 
 // Streams -------------------------------------------------------------------------------------------------------------
@@ -238,41 +265,35 @@ IFileSystem::CDirectoryEntry* CCDFileSystem::entryOf(int index) {
     return index >= 0 && static_cast<uint32_t>(index) < fileCount() ? &entryAt(static_cast<uint32_t>(index)) : nullptr;
 }
 
-int64_t CCDFileSystem::placeOf(const CDirectoryEntry& entry, int64_t position) const {
-    return m_base + numberOf(entry, offsetName) + position;
-}
-
 int64_t CCDFileSystem::setEntrySize(int index, int64_t size) {
     const std::lock_guard lock(*m_lock);
     CDirectoryEntry* const entry = entryOf(index);
     if (entry == nullptr) return 0;
-    const bool hasRoom = size <= numberOf(*entry, capacityName);
+    const bool hasRoom = size <= placeOf(index).capacity;
     if (m_readOnly || size < 0 || (size == entry->size && hasRoom)) return entry->size;
     // One that was read with a size beyond its room has got none there.
     const int64_t refused = size == entry->size ? -1 : entry->size;
-    if (!hasRoom && !growEntry(*entry, size)) return refused;
+    if (!hasRoom && !growEntry(index, size)) return refused;
     m_changed = true;
     return entry->size = size;
 }
 
 /// Makes room for that size. False, with all as it was, where what stands behind cannot be moved.
-bool CCDFileSystem::growEntry(CDirectoryEntry& entry, int64_t size) {
-    const int64_t offset = numberOf(entry, offsetName), capacity = numberOf(entry, capacityName);
-    const int64_t grown = (size / step + 1) * step, place = placeOf(entry, capacity);
+bool CCDFileSystem::growEntry(int index, int64_t size) {
+    const auto [offset, capacity] = placeOf(index);
+    const int64_t grown = (size / step + 1) * step, place = m_base + offset + capacity;
     const int64_t before = std::max(m_container->GetSize(), m_base + NextFileOffset());
     if (size > INT64_MAX - step - before) return refuse(nullptr, u"a size that a container can have", u"a larger one");
     if (Private::openGap(*m_container, place, grown - capacity) != Private::EditOutcome::done) return false;
-    setNumber(entry, capacityName, grown);
     adjustOffsets(offset + capacity, grown - capacity);
-    // A file of no capacity begins where it grows, and stays.
-    if (&entry != &m_root) setNumber(entry, offsetName, offset);
+    setPlace(index, {offset, grown});  // A file of no capacity begins where it grows, and stays.
     return true;
 }
 
 void CCDFileSystem::adjustOffsets(int64_t position, int64_t delta) {
-    for (uint32_t i = 0; i < fileCount(); ++i) {
-        const int64_t offset = numberOf(entryAt(i), offsetName);
-        if (offset >= position) setNumber(entryAt(i), offsetName, offset + delta);
+    for (int i = 0; i < static_cast<int>(fileCount()); ++i) {
+        const Place place = placeOf(i);
+        if (place.offset >= position) setPlace(i, {place.offset + delta, place.capacity});
     }
 }
 
@@ -280,7 +301,7 @@ uint32_t CCDFileSystem::readEntry(int index, int64_t position, void* data, uint3
     const std::lock_guard lock(*m_lock);
     const CDirectoryEntry* const entry = entryOf(index);
     if (entry == nullptr || position < 0 || position >= entry->size) return 0;
-    const int64_t place = placeOf(*entry, position);
+    const int64_t place = m_base + placeOf(index).offset + position;
     if (m_container->SetPosition(place) != place) return 0;
     return m_container->Read(data, static_cast<uint32_t>(std::min<int64_t>(count, entry->size - position)));
 }
@@ -291,8 +312,8 @@ uint32_t CCDFileSystem::writeEntry(int index, int64_t position, const void* data
     if (entry == nullptr || m_readOnly || position < 0 || position > INT64_MAX - count) return 0;
     const int64_t end = position + count;
     const int64_t size = std::max(end, entry->size);
-    if ((end > entry->size || end > numberOf(*entry, capacityName)) && setEntrySize(index, size) != size) return 0;
-    const int64_t place = placeOf(*entry, position);
+    if ((end > entry->size || end > placeOf(index).capacity) && setEntrySize(index, size) != size) return 0;
+    const int64_t place = m_base + placeOf(index).offset + position;
     if (m_container->SetPosition(place) != place) return 0;
     m_written = true;
     return m_container->Write(data, count);
@@ -327,12 +348,14 @@ TSharedPtr<IFile> CCDFileSystem::CreateFileW(const char16_t* path, uint32_t flag
     entry.type = typeFile;
     constexpr uint64_t ticksPerSecond = CTimeSpan::ticksPerSecond;
     entry.modified = CDateTime::FromFileTime(CDateTime::UtcNow().ToFileTime() / ticksPerSecond * ticksPerSecond);
-    setNumber(entry, offsetName, NextFileOffset());
-    setNumber(entry, capacityName, 0);
+    const Place place = {NextFileOffset(), 0};
+    setNumber(entry, offsetName, place.offset);
+    setNumber(entry, capacityName, place.capacity);
     if (fileCount() >= cdfsMostFiles || !addEntry(entry)) {
         refuse(path, u"room for one more file", u"none");
         return nullptr;
     }
+    m_places.push_back(place);
     m_changed = true;
     return TSharedPtr<IFile>(new CCDFile(m_session, static_cast<int>(fileCount() - 1)));
 }
@@ -346,6 +369,7 @@ bool CCDFileSystem::DeleteFileW(const char16_t* path) {
     if (m_readOnly) return refuse(path, u"a container that may be changed", u"one that is read only");
     (void)setEntrySize(static_cast<int>(index), 0);
     removeEntry(index);
+    m_places.clear();
     m_changed = true;
     for (CCDFile* const file : m_openFiles) {
         if (file->m_index == static_cast<int>(index)) {
@@ -361,6 +385,7 @@ bool CCDFileSystem::UpdateDirectoryEntry(const char16_t* path, const CDirectoryE
     const std::lock_guard lock(*m_lock);
     if (!m_container || m_readOnly) return refuse(path, u"a container that may be changed", u"another");
     if (!CFlatFileSystem::UpdateDirectoryEntry(path, entry)) return false;
+    m_places.clear();
     m_changed = true;
     return true;
 }
@@ -385,7 +410,7 @@ private:
 bool CCDFileSystem::SaveFileTable() {
     const std::lock_guard lock(*m_lock);
     if (!m_container || m_readOnly) return false;
-    const int64_t capacity = numberOf(m_root, capacityName);
+    const int64_t capacity = placeOf(table).capacity;
     const bool changed = m_changed;
     TableImage image(*this);
     bool whole = PutDirectoryEntry(&image, &m_root) && image.PutDWORD(fileCount());
@@ -400,7 +425,7 @@ bool CCDFileSystem::SaveFileTable() {
         whole = image.SetSize(bytes) && image.PutDWORD(written);
     }
     whole = whole && writeEntry(table, cdfsTableStart, image.data(), bytes) == bytes && written == fileCount();
-    m_changed = changed || numberOf(m_root, capacityName) != capacity;
+    m_changed = changed || placeOf(table).capacity != capacity;
     return whole;
 }
 
@@ -487,6 +512,7 @@ bool CCDFileSystem::LoadFileTable() {
     const std::lock_guard lock(*m_lock);
     if (!m_container) return false;
     removeAllEntries();
+    m_places.clear();
     CMemFile image;
     if (readTable(image) && parseTable(image)) return true;
     SetDiagnostic(CString(), u"a table of files", u"damage", m_base + image.GetPosition());

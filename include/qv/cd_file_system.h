@@ -111,10 +111,17 @@ private:
     bool createContainer(IFileSystem* fileSystem, const char16_t* path, bool append);
     bool isHostTaken();
     void drop();
+    /// Offset and Capacity as numbers.
+    struct Place {
+        int64_t offset;
+        int64_t capacity;
+    };
     CDirectoryEntry* entryOf(int index);
-    int64_t placeOf(const CDirectoryEntry& entry, int64_t position) const;
+    void learnPlaces();
+    const Place& placeOf(int index);
+    void setPlace(int index, const Place& place);
     int64_t setEntrySize(int index, int64_t size);
-    bool growEntry(CDirectoryEntry& entry, int64_t size);
+    bool growEntry(int index, int64_t size);
     void adjustOffsets(int64_t position, int64_t delta);
     uint32_t readEntry(int index, int64_t position, void* data, uint32_t count);
     uint32_t writeEntry(int index, int64_t position, const void* data, uint32_t count);
@@ -125,6 +132,7 @@ private:
     std::shared_ptr<Session> m_session;  ///< What files know of this object; a new one for each container.
     std::vector<CCDFile*> m_openFiles;   ///< Those that are renumbered when a file is deleted.
     CDirectoryEntry m_root;
+    std::vector<Place> m_places;  ///< Of the root and of all files, or empty while they are not known.
     int64_t m_base = 0;
     bool m_readOnly = false;
     bool m_changed = false;  ///< The table on disk is not what it should be.
