@@ -199,7 +199,9 @@ void CCDFileSystem::drop() {
 void CCDFileSystem::Close() {
     const std::lock_guard lock(*m_lock);
     if (!m_container) return;
-    if (Flush() && m_changed) (void)Flush();  // the table has outgrown its room
+    // A table that has outgrown its room is written again, with offsets of which one more digit may do so once more.
+    constexpr int mostPasses = 20;
+    for (int pass = 0; pass < mostPasses && Flush() && m_changed; ++pass) {}
     drop();
 }
 
@@ -249,12 +251,18 @@ const CCDFileSystem::Place& CCDFileSystem::placeOf(int index) {
     return m_places[static_cast<size_t>(index - table)];
 }
 
-void CCDFileSystem::setPlace(int index, const Place& place) {
+void CCDFileSystem::setPlace(int index, int64_t offset, int64_t capacity) {
+    learnPlaces();
+    m_places[static_cast<size_t>(index - table)] = {offset, capacity, false};
+    if (!m_saving) tellPlace(index);
+}
+
+void CCDFileSystem::tellPlace(int index) {
+    Place& place = m_places[static_cast<size_t>(index - table)];
+    if (std::exchange(place.isTold, true)) return;
     CDirectoryEntry& entry = *entryOf(index);
-    const Place before = placeOf(index);
-    if (before.offset != place.offset) setNumber(entry, offsetName, place.offset);
-    if (before.capacity != place.capacity) setNumber(entry, capacityName, place.capacity);
-    m_places[static_cast<size_t>(index - table)] = place;
+    setNumber(entry, offsetName, place.offset);
+    setNumber(entry, capacityName, place.capacity);
 }
 
 // Streams -------------------------------------------------------------------------------------------------------------
@@ -280,20 +288,20 @@ int64_t CCDFileSystem::setEntrySize(int index, int64_t size) {
 
 /// Makes room for that size. False, with all as it was, where what stands behind cannot be moved.
 bool CCDFileSystem::growEntry(int index, int64_t size) {
-    const auto [offset, capacity] = placeOf(index);
+    const int64_t offset = placeOf(index).offset, capacity = placeOf(index).capacity;
     const int64_t grown = (size / step + 1) * step, place = m_base + offset + capacity;
     const int64_t before = std::max(m_container->GetSize(), m_base + NextFileOffset());
     if (size > INT64_MAX - step - before) return refuse(nullptr, u"a size that a container can have", u"a larger one");
     if (Private::openGap(*m_container, place, grown - capacity) != Private::EditOutcome::done) return false;
     adjustOffsets(offset + capacity, grown - capacity);
-    setPlace(index, {offset, grown});  // A file of no capacity begins where it grows, and stays.
+    setPlace(index, offset, grown);  // A file of no capacity begins where it grows, and stays.
     return true;
 }
 
 void CCDFileSystem::adjustOffsets(int64_t position, int64_t delta) {
     for (int i = 0; i < static_cast<int>(fileCount()); ++i) {
-        const Place place = placeOf(i);
-        if (place.offset >= position) setPlace(i, {place.offset + delta, place.capacity});
+        const Place& place = placeOf(i);
+        if (place.offset >= position) setPlace(i, place.offset + delta, place.capacity);
     }
 }
 
@@ -413,12 +421,16 @@ bool CCDFileSystem::SaveFileTable() {
     const int64_t capacity = placeOf(table).capacity;
     const bool changed = m_changed;
     TableImage image(*this);
+    m_saving = true;
     bool whole = PutDirectoryEntry(&image, &m_root) && image.PutDWORD(fileCount());
     const int64_t countAt = image.GetPosition() - 4;
     uint32_t bytes = image.size(), written = 0;
     for (; whole && written < fileCount(); bytes = image.size(), ++written) {
+        tellPlace(static_cast<int>(written));
         if (!PutDirectoryEntry(&image, &entryAt(written))) break;
     }
+    m_saving = false;
+    for (int i = table; i < static_cast<int>(fileCount()); ++i) tellPlace(i);
     if (whole && written < fileCount()) {
         // Without room for the newest, the others are told where they are now: they may have moved.
         image.SetPosition(countAt);

@@ -31,10 +31,10 @@ namespace qv {
 /// IFile::Insert. The space of a deleted file is used again only when it was the last. Names and paths have at most
 /// 259 characters; a table with longer ones is damaged.
 /// The table is written by Flush, by the closing of each file and by Close. While the table itself outgrows its room,
-/// the entries already written hold the offsets from before the move; they are right with the next Flush, which Close
-/// makes when it is needed. A write that fails in the middle of a table leaves part old, part new; where there is no
-/// room for a larger table, it is written without the newest files, and Flush is false. Sharing: one object works on a
-/// host file at a time; there are no locks between processes. Limits: 262,144 files. Threads: one lock, also for all
+/// the entries already written hold the offsets from before the move; they are right with the next Flush, and Close
+/// makes as many as are needed. A write that fails in the middle of a table leaves part old, part new; where there is
+/// no room for a larger table, it is written without the newest files, and Flush is false. Sharing: one object works on
+/// a host file at a time; there are no locks between processes. Limits: 262,144 files. Threads: one lock, also for all
 /// files of the container, so that they may be used from several threads; Lock and Unlock hold it over several calls. A
 /// file may outlive the container, and reads and writes nothing from then on.
 class QV_API CCDFileSystem : public CFlatFileSystem {
@@ -115,11 +115,13 @@ private:
     struct Place {
         int64_t offset;
         int64_t capacity;
+        bool isTold = true;  ///< The entry's properties say the same.
     };
     CDirectoryEntry* entryOf(int index);
     void learnPlaces();
     const Place& placeOf(int index);
-    void setPlace(int index, const Place& place);
+    void setPlace(int index, int64_t offset, int64_t capacity);
+    void tellPlace(int index);
     int64_t setEntrySize(int index, int64_t size);
     bool growEntry(int index, int64_t size);
     void adjustOffsets(int64_t position, int64_t delta);
@@ -135,6 +137,7 @@ private:
     std::vector<Place> m_places;  ///< Of the root and of all files, or empty while they are not known.
     int64_t m_base = 0;
     bool m_readOnly = false;
+    bool m_saving = false;   ///< Places are told entry by entry, since a table that grows moves all files many times.
     bool m_changed = false;  ///< The table on disk is not what it should be.
     bool m_written = false;  ///< Since the container was flushed.
 };

@@ -223,6 +223,22 @@ TEST_F(CDFileSystem, AHostileTableIsHarmless) {
     EXPECT_EQ(get(container, u"o"), "other");
 }
 
+TEST_F(CDFileSystem, ATableThatGrowsIsWrittenUntilItIsRight) {
+    // The offsets of the second save have more digits, for which the table grows once more.
+    for (const int files : {38, 3000, 5000}) {
+        const CString many = folder.path(CString::FromFormat(u"%d.cdfs", files).c_str());
+        Container container;
+        ASSERT_TRUE(container.Create(many.c_str(), false));
+        std::vector<TSharedPtr<IFile>> kept;
+        for (int i = 0; i < files; ++i) {
+            kept.push_back(container.CreateFileW(CString::FromFormat(u"f%05d", i).c_str(), CFile::createNew));
+        }
+        container.Close();
+        ASSERT_TRUE(container.Open(many.c_str(), true)) << files;
+        EXPECT_EQ(container.GetDirectoryListing(u"/", nullptr).entries.size(), static_cast<size_t>(files));
+    }
+}
+
 TEST(CDFileSystemThread, FilesMayBeUsedFromSeveralThreads) {
     const TempFolder folder;
     const CString path = folder.path(u"c.cdfs");

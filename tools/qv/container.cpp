@@ -53,7 +53,13 @@ public:
     bool remove(const std::vector<std::string>& names) override {
         return std::ranges::all_of(names, [&](const auto& name) { return m_files.DeleteFileW(wide(name).c_str()); });
     }
-    bool save() override { return m_files.Flush() && m_files.Flush(); }
+    /// A table that outgrows its room needs several; one that is as it should be costs nothing.
+    bool save() override {
+        for (int pass = 0; pass < 4; ++pass) {
+            if (!m_files.Flush()) return false;
+        }
+        return true;
+    }
 
 private:
     Entry described(const qv::IFileSystem::CDirectoryEntry& found) const {
