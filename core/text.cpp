@@ -8,6 +8,7 @@
 #include <emmintrin.h>
 #endif
 
+#include "core/utf_blocks.h"
 #include "platform/text.h"
 
 namespace qv::text {
@@ -21,6 +22,7 @@ constexpr char32_t replacement = 0xFFFD;
 // Runs of ASCII -------------------------------------------------------------------------------------------------------
 
 constexpr size_t blockUnits = 16;
+constexpr ptrdiff_t longText = 80;  // worth a call
 
 /// A bit for each of the next 16 units that is not ASCII, the lowest for the first. Where `dst` is given, 16 units are
 /// stored there; those in front of the first bit are the right ones.
@@ -160,6 +162,10 @@ public:
     /// The units of the whole text, or noRoom.
     size_t run() {
         while (hasBlock()) {
+            if (m_end - m_at >= longText) {
+                advanceBlocks();
+                if (!hasBlock()) break;
+            }
             const unsigned outside = copyBlock(m_at, Write ? m_dst + m_units : nullptr);
             if (outside == 0) {
                 advanceAscii(blockUnits);
@@ -179,6 +185,12 @@ public:
 
 private:
     bool hasBlock() const { return static_cast<size_t>(m_end - m_at) >= blockUnits && m_room - m_units >= blockUnits; }
+    /// As far as many characters at a time go.
+    void advanceBlocks() {
+        const Stretch done = convertBlocks(std::basic_string_view<From>(m_at, static_cast<size_t>(m_end - m_at)),
+                                           Write ? m_dst + m_units : nullptr, m_room - m_units);
+        m_at += done.read, m_units += done.written;
+    }
     void advanceAscii(size_t n) { m_at += n, m_units += n; }
     bool putCharacter(char32_t character) {
         constexpr size_t most = 4;

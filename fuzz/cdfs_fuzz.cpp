@@ -57,8 +57,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     qv::CCDFileSystem container;
     if (!container.Open(&host, u"host", true)) return 0;
     (void)contentsOf(container, u"/", 0);
-    if (!container.Open(&host, u"host", false)) std::abort();
-    if (container.NextFileOffset() > 1 << 20) return 0;  // a table may tell of room that the host does not have
+    if (!container.Open(&host, u"host", false)) return 0;  // a table may tell of room that the host does not have
     {
         const auto file = container.CreateFileW(u"/new", qv::CFile::createTruncate);
         if (file) (void)file->WriteZeros(5000);
