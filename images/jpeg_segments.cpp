@@ -107,7 +107,9 @@ private:
         const int length = high * 256 + low;
         if (high < 0 || low < 0 || length < 2) return false;
         size = static_cast<uint32_t>(length) - 2;
-        return position() + size <= m_size;
+        if (position() + size <= m_size) return true;
+        seek(m_size);  // for the diagnostic
+        return false;
     }
 
     bool take(int marker, Range range, uint32_t size, bool scanned, Layout& layout) {

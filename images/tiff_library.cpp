@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <cstdarg>
 #include <cstdio>
-#include <unordered_set>
 
 namespace qv::Private {
 
@@ -17,7 +16,10 @@ tmsize_t onRead(thandle_t handle, void* data, tmsize_t count) {
         const auto wanted = static_cast<uint32_t>(std::min<tmsize_t>(count - done, 1 << 30));
         const uint32_t got = readQuietly(fileOf(handle).file(), static_cast<uint8_t*>(data) + done, wanted);
         done += std::min(got, wanted);
-        if (got < wanted) break;
+        if (got < wanted) {
+            fileOf(handle).cameShort();
+            break;
+        }
     }
     return done;
 }
@@ -40,7 +42,9 @@ toff_t onSeek(thandle_t handle, toff_t offset, int whence) {
                                                  : IFile::fromEnd;
     const auto target = static_cast<int64_t>(offset);
     if (whence == SEEK_SET && target < 0) return ~toff_t{0};
-    return seekQuietly(file, target, origin) ? static_cast<toff_t>(positionQuietly(file)) : ~toff_t{0};
+    if (seekQuietly(file, target, origin)) return static_cast<toff_t>(positionQuietly(file));
+    fileOf(handle).lostPlace();
+    return ~toff_t{0};
 }
 
 int onClose(thandle_t) { return 0; }
@@ -87,6 +91,8 @@ bool TiffFile::open(IFile& file, const char* mode) {
     close();
     m_file = &file;
     m_abandoned = false;
+    m_writes = *mode != 'r';
+    m_appends = *mode == 'a';
     m_error[0] = m_warning[0] = 0;
     TIFFOpenOptions* const options = TIFFOpenOptionsAlloc();
     if (options == nullptr) return false;
@@ -104,10 +110,10 @@ bool TiffFile::open(IFile& file, const char* mode) {
 
 bool TiffFile::close() {
     if (m_tiff == nullptr) return true;
-    const bool written = TIFFFlush(m_tiff) != 0;
+    const bool written = !m_writes || TIFFFlush(m_tiff) != 0;
     TIFFClose(m_tiff);
     m_tiff = nullptr;
-    return written || m_abandoned || fail(u"room for a TIFF picture");
+    return (written && !m_abandoned) || fail(u"room for a TIFF picture");
 }
 
 void TiffFile::abandon() {
@@ -142,6 +148,7 @@ bool TiffChain::fail(IFile& file, uint64_t at) const {
 bool TiffChain::follow(IFile& file) {
     uint8_t mark[2];
     m_directories.clear();
+    m_seen.clear();
     file.SeekToBegin();
     if (!file.ReadBytes(mark, 2)) return fail(file, 0);
     m_bigEndian = mark[0] == 'M' || mark[0] == 'P';
@@ -154,17 +161,21 @@ bool TiffChain::follow(IFile& file) {
 
 bool TiffChain::followOn(IFile& file) {
     const uint32_t placeBytes = m_big ? 8 : 4, countBytes = m_big ? 8 : 2, entryBytes = m_big ? 20 : 12;
-    std::unordered_set<uint64_t> seen(m_directories.begin(), m_directories.end());
+    const size_t before = m_directories.size();
+    const uint64_t linkBefore = m_link;
     for (;;) {
         uint64_t place = 0, entries = 0;
-        if (!readNumber(file, m_link, placeBytes, place)) return fail(file, m_link);
+        if (!readNumber(file, m_link, placeBytes, place)) break;
         if (place == 0) return true;
-        if (!seen.insert(place).second || !readNumber(file, place, countBytes, entries) || entries > 0xFFFF) {
-            return fail(file, m_link);
-        }
+        if (!readNumber(file, place, countBytes, entries) || entries > 0xFFFF || !m_seen.insert(place).second) break;
         m_directories.push_back(place);
         m_link = place + countBytes + entries * entryBytes;
     }
+    fail(file, m_link);
+    // What was known before is known again.
+    for (; m_directories.size() > before; m_directories.pop_back()) m_seen.erase(m_directories.back());
+    m_link = linkBefore;
+    return false;
 }
 
 bool TiffChain::endHere(IFile& file) const {

@@ -4,6 +4,7 @@
 #include <tiffio.h>
 
 #include <cstdint>
+#include <unordered_set>
 #include <vector>
 
 #include "images/picture_file.h"
@@ -37,6 +38,11 @@ public:
 
     /// For the library's callbacks.
     bool mayWrite() const { return !m_abandoned; }
+    /// A read got less than it wanted. The library takes a file to be appended to for a new one then, and would write a
+    /// header over it.
+    void cameShort() { m_abandoned = m_abandoned || m_appends; }
+    /// A seek failed. The library would write where the file stands.
+    void lostPlace() { m_abandoned = m_abandoned || m_writes; }
     void keepError(const char* format, va_list arguments);
     void keepWarning(const char* format, va_list arguments);
 
@@ -44,6 +50,8 @@ private:
     IFile* m_file = nullptr;
     TIFF* m_tiff = nullptr;
     bool m_abandoned = false;
+    bool m_writes = false;
+    bool m_appends = false;
     char m_error[256] = {};
     char m_warning[256] = {};
 };
@@ -81,7 +89,7 @@ class TiffChain {
 public:
     /// Follows the chain from the file's header. A diagnostic where it leads nowhere or runs in a circle.
     bool follow(IFile& file);
-    /// Follows what was appended since.
+    /// Follows what was appended since; where that fails, nothing has changed.
     bool followOn(IFile& file);
     /// Cuts off what stands behind the last directory that was followed.
     bool endHere(IFile& file) const;
@@ -96,6 +104,7 @@ private:
     bool m_big = false;
     uint64_t m_link = 0;  ///< Where the place of the next directory stands.
     std::vector<uint64_t> m_directories;
+    std::unordered_set<uint64_t> m_seen;  ///< The same, to know a circle by.
 };
 
 }  // namespace qv::Private

@@ -10,7 +10,7 @@
 //               zeroed and its bitmap released. A save to an IFile that fails leaves its contents undefined.
 //   Cut files   A picture that lacks pixels is a failed load, not a picture in part.
 //   Pixels      Every load gives 24 bits for a pixel: blue, green, red. Colour profiles, gamma and EXIF orientation
-//               are not applied; the orientation tag of a TIFF file is.
+//               are not applied.
 //   Hostile     No memory is taken for pixels that the file cannot hold: a header's size is weighed against what the
 //               file's compression could at best put into its bytes, and memory is used as rows arrive. A JPEG of more
 //               than 2^24 pixels has to have a byte for every 512 of them.
@@ -151,7 +151,8 @@ QV_API bool LoadPNG(const TSharedPtr<IFile>& file, const CPropertyArray& propert
 ///          "Buffer too small" or "Read Error" in the diagnostic; the buffer may be filled in part after the last.
 QV_API bool LoadPNG16(const TSharedPtr<IFile>& file, uint16_t* buffer, uint32_t size);
 
-/// The first page of whatever libtiff can show as colours.
+/// The first page of whatever libtiff can show as colours, alpha composed over white. The orientation tag is applied,
+/// but for the quarter turns of its values 5 to 8, which count as 1 to 4.
 QV_API bool LoadTIFF(const TSharedPtr<IFile>& file, SBitmap& bitmap);
 
 /// Loads the values of the first page without a change; the machine's byte order. Strips or tiles, planes together or
