@@ -1,8 +1,11 @@
 # libqv.so and, for tests that look inside, the same objects as an archive.
 find_package(ZLIB REQUIRED)
+find_package(JPEG REQUIRED)
 find_package(PNG REQUIRED)
+find_package(TIFF REQUIRED)
 find_package(SQLite3 REQUIRED)
 find_package(Threads REQUIRED)
+set(QV_LIBRARIES ZLIB::ZLIB JPEG::JPEG PNG::PNG TIFF::TIFF SQLite::SQLite3 Threads::Threads)
 
 set(QV_SOURCES "")
 foreach(folder platform core threads files config measurement numerics images modtran locale)
@@ -13,7 +16,7 @@ endforeach()
 add_library(qv_objects OBJECT ${QV_SOURCES})
 target_include_directories(qv_objects PUBLIC ${PROJECT_SOURCE_DIR}/include PRIVATE ${PROJECT_SOURCE_DIR})
 target_compile_definitions(qv_objects PRIVATE QV_BUILDING)
-target_link_libraries(qv_objects PRIVATE qv_build_flags ZLIB::ZLIB SQLite::SQLite3 Threads::Threads)
+target_link_libraries(qv_objects PRIVATE qv_build_flags ${QV_LIBRARIES})
 
 add_library(qv SHARED)
 add_library(qv::qv ALIAS qv)
@@ -21,11 +24,11 @@ set_target_properties(qv PROPERTIES VERSION ${PROJECT_VERSION} SOVERSION ${PROJE
 target_include_directories(qv PUBLIC
   $<BUILD_INTERFACE:${PROJECT_SOURCE_DIR}/include> $<INSTALL_INTERFACE:${CMAKE_INSTALL_INCLUDEDIR}>)
 target_compile_features(qv PUBLIC cxx_std_20)
-target_link_libraries(qv PRIVATE qv_objects $<BUILD_INTERFACE:qv_build_flags> ZLIB::ZLIB SQLite::SQLite3 Threads::Threads)
+target_link_libraries(qv PRIVATE qv_objects $<BUILD_INTERFACE:qv_build_flags> ${QV_LIBRARIES})
 
 add_library(qv_internal STATIC EXCLUDE_FROM_ALL $<TARGET_OBJECTS:qv_objects>)
 target_include_directories(qv_internal PUBLIC ${PROJECT_SOURCE_DIR}/include ${PROJECT_SOURCE_DIR})
-target_link_libraries(qv_internal PUBLIC ZLIB::ZLIB SQLite::SQLite3 Threads::Threads)
+target_link_libraries(qv_internal PUBLIC ${QV_LIBRARIES})
 
 install(TARGETS qv EXPORT qvTargets
   LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}
