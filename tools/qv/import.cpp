@@ -1,9 +1,10 @@
-// qv import: plain raw frames become a recording.
+// qv import: plain raw frames or pictures become a recording.
 #include <charconv>
 #include <iostream>
 #include <memory>
 
 #include "command.h"
+#include "import_pictures.h"
 #include "json.h"
 #include "places.h"
 #include "progress.h"
@@ -20,7 +21,7 @@ namespace {
 
 struct Options {
     std::string raw;
-    std::string type = "uint16";
+    std::string type;  ///< "" for uint16.
     bool bigEndian = false;
     std::vector<std::string> inputs;
     std::string output;
@@ -43,7 +44,7 @@ Layout layoutOf(const Options& options) {
     Layout layout;
     layout.width = width;
     layout.height = height;
-    layout.type = elementType(options.type == "int8" ? "SInt8" : options.type);
+    layout.type = elementType(options.type.empty() ? "uint16" : options.type == "int8" ? "SInt8" : options.type);
     layout.bigEndian = options.bigEndian;
     if (layout.type == qv::EDataType::none || layout.type == qv::EDataType::rgb24) {
         throw Failure(Exit::usage, "--type: \"" + options.type + "\" is no element type");
@@ -83,10 +84,16 @@ void addUserTags(const Options& options, qv::CSAFFile& header) {
         for (const char16_t* layout : {u"KeyWrd", u"xPixls", u"yPixls", u"NumDPs", u"DaType", u"BytOrd"}) {
             if (wide(name).CompareNoCase(layout) == 0) {
                 throw Failure(Exit::usage,
-                              "--tag: " + name + " says what the frames are and follows from --raw and --type");
+                              "--tag: " + name + " says what the frames are and follows from them or from --raw");
             }
         }
         header[wide(name).c_str()] = wide(value).c_str();
+    }
+}
+
+void writeFrame(const void* frame, const Layout& layout, qv::IFile& out, const std::string& output) {
+    if (!out.WriteBytes(frame, layout.frameBytes())) {
+        throw Failure(Exit::io, output + ": cannot be written (is the disk full?)");
     }
 }
 
@@ -100,20 +107,23 @@ void copyFrames(const Source& source, const Layout& layout, qv::IFile& out, cons
             throw Failure(Exit::io, source.path + ": frame " + std::to_string(i) + " cannot be read");
         }
         if (layout.bigEndian) reverseElements(frame.data(), layout.pixels(), qv::DataTypeSize(layout.type));
-        if (!out.WriteBytes(frame.data(), layout.frameBytes())) {
-            throw Failure(Exit::io, output + ": cannot be written (is the disk full?)");
-        }
+        writeFrame(frame.data(), layout, out, output);
         progress.advance();
     }
 }
 
 Exit import(const Options& options) {
-    Layout layout = layoutOf(options);
-    const std::vector<Source> sources = checkInputs(options, layout);
+    const bool pictures = options.raw.empty();
+    if (pictures && (options.bigEndian || !options.type.empty())) {
+        throw Failure(Exit::usage, "--type and --big-endian belong to plain frames (--raw); a picture says what it is");
+    }
+    Layout layout = pictures ? layoutOfPictures(options.inputs) : layoutOf(options);
+    const std::vector<Source> sources = pictures ? std::vector<Source>() : checkInputs(options, layout);
+    const bool areCounts = !pictures || layout.type == qv::EDataType::uint16;
     qv::CSAFFile header;
     header.New(false);
     setLayoutTags(header, layout);
-    header[u"DaUnit"] = u"counts";
+    if (areCounts) header[u"DaUnit"] = u"counts";
     addUserTags(options, header);
     Target target(options.output, options.force);
     {
@@ -124,6 +134,12 @@ Exit import(const Options& options) {
         if (qv::LastDiagnostic().IsSet()) throw diagnosed(Exit::io, options.output, "cannot be written");
         out->SetPosition(position);
         Progress progress("import", layout.frames, layout.frameBytes());
+        if (pictures) {
+            readPictures(options.inputs, layout, [&](const void* frame) {
+                writeFrame(frame, layout, *out, options.output);
+                progress.advance();
+            });
+        }
         for (const Source& source : sources) copyFrames(source, layout, *out, options.output, progress);
     }
     target.commit();
@@ -144,12 +160,14 @@ Exit import(const Options& options) {
 void addImport(CLI::App& root) {
     auto options = std::make_shared<Options>();
     CLI::App* command =
-        addCommand(root, "import", "Turn plain raw frames into a recording.",
+        addCommand(root, "import", "Turn plain raw frames, 16-bit PNG files or TIFF stacks into a recording.",
                    "  qv import --raw 640x512 --type uint16 frames.raw -o run7.saf\n"
-                   "  qv import --raw 320x256 --type uint16 --big-endian a.raw b.raw --tag Camera=MW1 -o run8.saf",
+                   "  qv import stack.tif --tag Camera=MW1 -o run8.saf",
                    [options] { return import(*options); });
-    command->add_option("frames", options->inputs, "Files of frames, one frame behind the other")->required();
-    command->add_option("--raw", options->raw, "Width and height of a frame, as WxH")->required();
+    command
+        ->add_option("frames", options->inputs, "Pictures (PNG, TIFF), or files of plain frames, one behind the other")
+        ->required();
+    command->add_option("--raw", options->raw, "The files are plain frames, of width and height as WxH");
     command->add_option(
         "--type", options->type,
         "Element type: int8, uint8, int16, uint16 (default), int32, uint32, int64, uint64, flt32, flt64");

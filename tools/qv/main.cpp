@@ -98,6 +98,9 @@ void describe(CLI::App& root) {
     addImport(root);
     addCalibrate(root);
     addRender(root);
+    addExport(root);
+    addImage(root);
+    addRjpeg(root);
     addWatch(root);
     addPack(root);
     addGz(root);

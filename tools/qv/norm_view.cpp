@@ -10,7 +10,6 @@
 #include "norm_table.h"
 #include "picture.h"
 #include "table.h"
-#include "target.h"
 #include "text.h"
 
 namespace tool {
@@ -188,8 +187,7 @@ private:
 };
 
 /// The picture of a gain or offset table.
-std::vector<uint8_t> drawValues(NormTable& table, const Options& options, const std::string& title,
-                                std::pair<double, double>& span) {
+Canvas drawValues(NormTable& table, const Options& options, const std::string& title, std::pair<double, double>& span) {
     std::vector<float> values(table.pixels());
     if (const float* gains = table.norm.GetGains(); gains != nullptr) {
         std::copy_n(gains, values.size(), values.begin());
@@ -206,7 +204,7 @@ std::vector<uint8_t> drawValues(NormTable& table, const Options& options, const 
     picture.palette = options.palette;
     picture.unit = table.norm.GetType() == CNormFile::TYPE_GAIN ? "gain" : "counts";
     picture.title = title;
-    return picture.draw().png();
+    return picture.draw();
 }
 
 void printMap(const Options& options, const NormTable& table, const Clusters& clusters) {
@@ -229,14 +227,6 @@ void printMap(const Options& options, const NormTable& table, const Clusters& cl
     }
 }
 
-void writePicture(const std::vector<uint8_t>& png, const Options& options) {
-    Target target(options.output, options.force);
-    if (!target.open()->WriteBytes(png.data(), static_cast<uint32_t>(png.size()))) {
-        throw Failure(Exit::io, options.output + ": cannot be written (is the disk full?)");
-    }
-    target.commit();
-}
-
 Exit view(const Options& options) {
     NormTable table = loadNorm(options.file);
     const CNormFile::FILE_TYPE type = table.norm.GetType();
@@ -245,12 +235,12 @@ Exit view(const Options& options) {
     if (type == CNormFile::TYPE_BAD_PIXEL) {
         const Clusters clusters =
             findClusters(table.norm.GetBadPixels().flags, table.norm.xPixels(), table.norm.yPixels());
-        writePicture(MapPicture(table, clusters, title).draw().png(), options);
+        writePicture(MapPicture(table, clusters, title).draw(), options.output, options.force);
         printMap(options, table, clusters);
         return Exit::done;
     }
     std::pair<double, double> span;
-    writePicture(drawValues(table, options, title, span), options);
+    writePicture(drawValues(table, options, title, span), options.output, options.force);
     if (options.json) {
         Json::document("qv.norm.view.1")
             .set("output", options.output)

@@ -1,13 +1,14 @@
 #include "picture.h"
 
-#include <png.h>
-
 #include <algorithm>
 #include <array>
 #include <cmath>
-#include <cstring>
+#include <filesystem>
 
 #include "command.h"
+#include "qv/diagnostic.h"
+#include "qv/image.h"
+#include "target.h"
 #include "text.h"
 
 namespace tool {
@@ -147,26 +148,6 @@ std::string oneByteEach(const std::string& utf8) {
     return text;
 }
 
-void appendBytes(png_structp png, png_bytep data, size_t size) {
-    auto& out = *static_cast<std::vector<uint8_t>*>(png_get_io_ptr(png));
-    out.insert(out.end(), data, data + size);
-}
-
-/// What libpng calls on an error: leaves through the jump that png() prepared.
-[[noreturn]] void failed(png_structp png, png_const_charp) { png_longjmp(png, 1); }
-void ignored(png_structp, png_const_charp) {}
-
-/// The part of writing that libpng may leave by a jump: nothing in it has a destructor.
-bool writeRows(png_structp png, png_infop info, uint32_t width, uint32_t height, const uint8_t* pixels) {
-    if (setjmp(png_jmpbuf(png)) != 0) return false;
-    png_set_IHDR(png, info, width, height, 8, PNG_COLOR_TYPE_RGB, PNG_INTERLACE_NONE, PNG_COMPRESSION_TYPE_DEFAULT,
-                 PNG_FILTER_TYPE_DEFAULT);
-    png_write_info(png, info);
-    for (uint32_t y = 0; y < height; ++y) png_write_row(png, pixels + size_t{y} * width * 3);
-    png_write_end(png, info);
-    return true;
-}
-
 }  // namespace
 
 Colour paletteColour(Palette palette, double position) {
@@ -208,19 +189,52 @@ void Canvas::text(int64_t x, int64_t y, const std::string& utf8, int64_t scale, 
     }
 }
 
-std::vector<uint8_t> Canvas::png() const {
-    static_assert(sizeof(Colour) == 3);
-    std::vector<uint8_t> out;
-    png_structp png = png_create_write_struct(PNG_LIBPNG_VER_STRING, nullptr, failed, ignored);
-    png_infop info = png == nullptr ? nullptr : png_create_info_struct(png);
-    bool written = false;
-    if (info != nullptr) {
-        png_set_write_fn(png, &out, appendBytes, nullptr);
-        written = writeRows(png, info, m_width, m_height, reinterpret_cast<const uint8_t*>(m_pixels.data()));
+namespace {
+
+bool isJpeg(const std::string& path) {
+    const std::string ending = CLI::detail::to_lower(std::filesystem::path(path).extension().string());
+    return ending == ".jpg" || ending == ".jpeg";
+}
+
+bool savePicture(qv::HBITMAP bitmap, const std::string& output, const Target& target,
+                 const qv::TSharedPtr<qv::IFile>& payload, const qv::CPropertyArray& properties) {
+    const qv::TSharedPtr<qv::IFile> file = target.open();
+    const std::string ending = CLI::detail::to_lower(std::filesystem::path(output).extension().string());
+    if (isJpeg(output)) return qv::SaveJPEG(bitmap, file, payload, properties);
+    if (ending == ".png") return qv::SavePNG(bitmap, file, properties);
+    if (ending == ".tif" || ending == ".tiff") return qv::SaveTIFF(bitmap, file, properties);
+    return qv::SaveBMP(bitmap, file, properties);
+}
+
+}  // namespace
+
+void writeBitmap(qv::HBITMAP bitmap, const std::string& output, bool force, const qv::TSharedPtr<qv::IFile>& payload,
+                 const qv::CPropertyArray& properties) {
+    if (payload && !isJpeg(output)) {
+        throw Failure(Exit::usage, output + ": only a JPEG (.jpg, .jpeg) carries a measurement");
     }
-    png_destroy_write_struct(&png, &info);
-    if (!written) throw Failure(Exit::io, "the picture cannot be encoded");
-    return out;
+    Target target(output, force);
+    qv::ClearDiagnostic();
+    if (!savePicture(bitmap, output, target, payload, properties)) {
+        throw diagnosed(Exit::io, output, "cannot be written (is the disk full?)");
+    }
+    target.commit();
+}
+
+void writePicture(const Canvas& canvas, const std::string& output, bool force, const qv::TSharedPtr<qv::IFile>& payload,
+                  const qv::CPropertyArray& properties) {
+    Bitmap bitmap;
+    if (!qv::CreateBitmap(canvas.width(), canvas.height(), 24, bitmap.pixels)) {
+        throw Failure(Exit::io, output + ": there is no memory for the picture");
+    }
+    for (uint32_t y = 0; y < canvas.height(); ++y) {
+        uint8_t* to = bitmap.pixels.pixels + size_t{y} * bitmap.pixels.bytesPerRow;
+        for (uint32_t x = 0; x < canvas.width(); ++x) {
+            const Colour colour = canvas.at(x, y);
+            *to++ = colour.b, *to++ = colour.g, *to++ = colour.r;
+        }
+    }
+    writeBitmap(bitmap.pixels.handle, output, force, payload, properties);
 }
 
 Ticks roundTicks(double low, double high, int wanted) {

@@ -7,10 +7,11 @@
 #include <optional>
 
 #include "command.h"
+#include "frame_values.h"
 #include "json.h"
+#include "payload.h"
 #include "picture.h"
 #include "recording.h"
-#include "target.h"
 #include "text.h"
 
 namespace tool {
@@ -23,27 +24,12 @@ struct Options {
     Palette palette = Palette::iron;
     std::string range;
     std::string output;
+    std::vector<std::string> attached;
+    std::optional<int> quality;
+    bool radiometric = false;
     bool force = false;
     bool json = false;
 };
-
-/// The frame's values as floats, whatever they are stored as.
-std::vector<float> readFrame(const Recording& recording, uint32_t frame) {
-    const Layout& layout = recording.layout();
-    if (frame >= layout.frames) {
-        throw Failure(Exit::negative, recording.path() + ": there is no frame " + std::to_string(frame) + " (it has " +
-                                          std::to_string(layout.frames) + ", counted from 0)");
-    }
-    std::vector<std::byte> bytes(layout.frameBytes());
-    FrameReader(recording).read(frame, bytes.data());
-    std::vector<float> values(layout.pixels());
-    if (layout.type == qv::EDataType::uint64 || layout.type == qv::EDataType::rgb24) {
-        throw Failure(Exit::damaged,
-                      recording.path() + ": frames of " + elementWord(layout.type) + " cannot be rendered");
-    }
-    qv::ConvertArray({values.data(), qv::EDataType::flt32}, {bytes.data(), layout.type}, layout.pixels());
-    return values;
-}
 
 /// The unit as it is read: a temperature's with its degree sign.
 std::string displayUnit(const std::string& unit) {
@@ -60,9 +46,20 @@ std::string assumptions(const Recording& recording) {
            ", emissivity " + emissivity + ", reflected " + recording.tag(u"CaRefl");
 }
 
+/// The frame with its header, and what goes with it; null without --radiometric.
+qv::TSharedPtr<qv::IFile> measurementOf(const Options& options, const Recording& recording) {
+    if (!options.radiometric && options.attached.empty()) return nullptr;
+    std::vector<PayloadPart> parts = payloadFiles(options.attached);
+    const std::string name = std::filesystem::path(options.recording).filename().string();
+    parts.insert(parts.begin(), {name.substr(name.rfind(':') + 1), recordingOfFrame(recording, options.frame)});
+    return payloadOf(parts);
+}
+
 Exit render(const Options& options) {
     const Recording recording(options.recording);
-    const std::vector<float> values = readFrame(recording, options.frame);
+    requireFrame(recording, options.frame);
+    FrameReader reader(recording);
+    const std::vector<float> values = frameValues<float>(recording, reader, options.frame);
     const auto [low, high] = paletteSpan(options.range, values);
     FramePicture picture;
     picture.values = values.data();
@@ -76,12 +73,9 @@ Exit render(const Options& options) {
     picture.title =
         std::filesystem::path(options.recording).filename().string() + ", frame " + std::to_string(options.frame);
     picture.caption = assumptions(recording);
-    const std::vector<uint8_t> png = picture.draw().png();
-    Target target(options.output, options.force);
-    if (!target.open()->WriteBytes(png.data(), static_cast<uint32_t>(png.size()))) {
-        throw Failure(Exit::io, options.output + ": cannot be written (is the disk full?)");
-    }
-    target.commit();
+    qv::CPropertyArray properties;
+    if (options.quality) properties.SetValue(u"quality", wide(std::to_string(*options.quality)));
+    writePicture(picture.draw(), options.output, options.force, measurementOf(options, recording), properties);
     if (options.json) {
         Json facts = Json::document("qv.render.1");
         facts.set("output", options.output).set("frame", options.frame).set("low", low).set("high", high);
@@ -98,18 +92,22 @@ Exit render(const Options& options) {
 
 void addRender(CLI::App& root) {
     auto options = std::make_shared<Options>();
-    CLI::App* command =
-        addCommand(root, "render", "Draw one frame of a recording as a PNG picture with a scale bar.",
-                   "  qv render run7-celsius.saf -o frame0.png\n"
-                   "  qv render run7-celsius.saf --frame 12 --palette gray --range 20:60 -o frame12.png",
-                   [options] { return render(*options); });
+    CLI::App* command = addCommand(
+        root, "render", "Draw one frame of a recording as a picture with a scale bar.",
+        "  qv render run7-celsius.saf -o frame0.png\n"
+        "  qv render run7-celsius.saf --frame 12 --range 20:60 --radiometric --with camera.rcal -o frame12.jpg",
+        [options] { return render(*options); });
     command->add_option("recording", options->recording, "Recording")->required();
     command->add_option("--frame", options->frame, "Frame, from 0");
     addChoice<Palette>(*command, "--palette", options->palette,
                        {{"iron", Palette::iron}, {"gray", Palette::gray}, {"rainbow", Palette::rainbow}},
                        "Colours from low to high (iron)");
     command->add_option("--range", options->range, "Values at the ends of the palette, as LOW:HIGH");
-    command->add_option("-o,--output", options->output, "Picture to write")->required();
+    command->add_option("-o,--output", options->output, "Picture to write: .png, .jpg, .tif, else a BMP")->required();
+    command->add_option("--quality", options->quality, "Of a JPEG, 0 to 100")->check(CLI::Range(0, 100));
+    command->add_flag("--radiometric", options->radiometric, "The JPEG carries the frame with its header");
+    command->add_option("--with", options->attached, "A further file for it to carry; may be repeated")
+        ->allow_extra_args(false);
     command->add_flag("--force", options->force, "Replace the output when it exists");
     command->add_flag("--json", options->json, "Facts as JSON");
 }
