@@ -90,7 +90,10 @@ private:
     bool isUnset(const Field& field, Index x) const {
         switch (field.access.storage) {
             case Storage::real: return field.access.realOf(m_run, x) == 0.0;
-            case Storage::character: return text::toUpper(field.access.characterOf(m_run, x)) != 'T';
+            case Storage::character: {
+                const char flag = text::toUpper(field.access.characterOf(m_run, x));
+                return flag == ' ' || flag == 'F';
+            }
             default: return field.access.integerOf(m_run, x) == 0;
         }
     }
