@@ -56,6 +56,8 @@
 #include "qv/stopwatch.h"
 #include "qv/string.h"
 #include "qv/tag_file.h"
+#include "qv/tape5_cards.h"
+#include "qv/tape5_file.h"
 #include "qv/thread.h"
 #include "qv/timer.h"
 #include "qv/tree_node.h"

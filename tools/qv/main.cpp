@@ -105,6 +105,7 @@ void describe(CLI::App& root) {
     addPack(root);
     addGz(root);
     addCrc(root);
+    addAtm(root);
     addDemo(root);
     addReference(root);
 }

@@ -1,0 +1,16 @@
+// qv atm: decks of the atmosphere program, its runs, and its output tables.
+#include "atm_commands.h"
+#include "command.h"
+
+namespace tool {
+
+void addAtm(CLI::App& root) {
+    CLI::App* atm = addCommand(root, "atm", "The atmosphere program: its input decks, its runs, its output tables.",
+                               "  qv atm new path.tape5 --preset lwir\n"
+                               "  qv atm set path.tape5 H1=1.5 ANGLE=120",
+                               nullptr);
+    atm->require_subcommand(1);
+    addAtmDeck(*atm);
+}
+
+}  // namespace tool
