@@ -93,6 +93,7 @@ void addPack(CLI::App& root);
 void addGz(CLI::App& root);
 void addCrc(CLI::App& root);
 void addTable(CLI::App& root);
+void addAtm(CLI::App& root);
 void addDemo(CLI::App& root);
 void addReference(CLI::App& root);
 

@@ -102,6 +102,7 @@ void describe(CLI::App& root) {
     addPack(root);
     addGz(root);
     addCrc(root);
+    addAtm(root);
     addDemo(root);
     addReference(root);
 }

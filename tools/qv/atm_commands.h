@@ -1,0 +1,11 @@
+// The verbs of qv atm that have sources of their own.
+#pragma once
+
+#include <CLI/CLI.hpp>
+
+namespace tool {
+
+void addAtmRun(CLI::App& atm);
+void addAtmOutput(CLI::App& atm);  ///< csv, plot, band and curve
+
+}  // namespace tool
