@@ -97,6 +97,7 @@ public:
         m_to = std::min(m_to, high);
         if (!(m_from < m_to)) throw Failure(Exit::usage, "--from and --to: there is nothing between them");
         const auto [first, last] = std::minmax({atm.freqOf(m_from), atm.freqOf(m_to)});
+        warnOfGaps(first, last);
         addEnd(std::max(first, rows.front().freq));
         for (const qv::TAPE7_DATA& row : rows) {
             if (row.freq > m_rows.front().freq && row.freq < last) m_rows.push_back(row);
@@ -120,6 +121,17 @@ public:
     }
 
 private:
+    void warnOfGaps(double first, double last) const {
+        const qv::TArray<qv::TAPE7_DATA>& rows = m_atm.table().data;
+        for (uint32_t i = 1; i < rows.size(); ++i) {
+            const double low = rows.data()[i - 1].freq, high = rows.data()[i].freq;
+            if (!m_atm.isBehindGap(i) || high <= first || low >= last) continue;
+            const auto [from, to] = std::minmax({m_atm.microns(low), m_atm.microns(high)});
+            std::cerr << "qv: warning: " << m_atm.path() << ": there are no rows between " << number(from, 7) << " and "
+                      << number(to, 7) << " um; the values there are made up from both ends\n";
+        }
+    }
+
     void addEnd(double freq) {
         qv::TAPE7_DATA row;
         (void)m_atm.file().GetData(m_atm.run(), freq, row);

@@ -20,7 +20,7 @@ constexpr double plotWidth = 690.0;
 constexpr double plotTop = 84.0;
 constexpr double plotHeight = 270.0;
 constexpr double below = 74.0;       // a plot's labels and some air
-constexpr double legendRoom = 30.0;  // of one line
+constexpr double legendRoom = 40.0;  // of one line
 
 /// Between a curve and the frame, so that one that runs along 0 or 1 is seen.
 constexpr double airShare = 0.02;
@@ -50,7 +50,7 @@ const std::vector<Line> irradiances = {{Column::transmittedSun, "behind the path
 class AtmospherePlot {
 public:
     explicit AtmospherePlot(const AtmTable& atm) : m_atm(atm) {
-        for (const qv::TAPE7_DATA& row : atm.table().data) m_microns.push_back(atm.microns(row.freq));
+        m_microns = overRows([&](const qv::TAPE7_DATA& row) { return atm.microns(row.freq); });
         m_across = scaleOver(m_microns, "wavelength", "µm", 0.0);
     }
 
@@ -103,21 +103,28 @@ private:
         return share / (1.0 - share);
     }
 
-    std::vector<double> valuesOf(Column column, bool perMicron) const {
+    /// What `value` makes of each row. In a gap stands no number, so that no line leads over it.
+    template <class Value>
+    std::vector<double> overRows(Value value) const {
+        const qv::TArray<qv::TAPE7_DATA>& rows = m_atm.table().data;
         std::vector<double> values;
-        for (const qv::TAPE7_DATA& row : m_atm.table().data) {
-            values.push_back(row[column] * (perMicron ? m_atm.perMicron(row.freq) : 1.0));
+        for (uint32_t i = 0; i < rows.size(); ++i) {
+            if (m_atm.isBehindGap(i)) values.push_back(qv::TAPE7_DATA::absent);
+            values.push_back(value(rows.ConstGetItem(i)));
         }
         return values;
+    }
+    std::vector<double> valuesOf(Column column, bool perMicron) const {
+        return overRows(
+            [&](const qv::TAPE7_DATA& row) { return row[column] * (perMicron ? m_atm.perMicron(row.freq) : 1.0); });
     }
 
     void drawTitle(Svg& svg) const {
         const std::string name = std::filesystem::path(m_atm.path()).filename().string();
         svg.text(pictureWidth / 2, 30.0, name + ", run " + std::to_string(m_atm.run()), Svg::Anchor::middle, 19.0,
                  "font-weight=\"bold\"");
-        const auto [low, high] = std::minmax_element(m_microns.begin(), m_microns.end());
-        std::string line = m_atm.modeName() + ", " + std::to_string(m_microns.size()) + " rows, " + number(*low, 5) +
-                           " to " + number(*high, 5) + " µm";
+        std::string line = m_atm.modeName() + ", " + std::to_string(m_atm.table().data.size()) + " rows, " +
+                           number(m_across.low, 5) + " to " + number(m_across.high, 5) + " µm";
         if (!m_atm.table().complete) line += ", cut off";
         svg.text(pictureWidth / 2, 54.0, line, Svg::Anchor::middle, 13.0, "fill=\"#333\"");
     }

@@ -78,6 +78,16 @@ static_assert(std::size(facts) == qv::TAPE7_DATA::columnCount);
 
 const ColumnFacts& factsOf(qv::ETape7Column column) { return facts[static_cast<size_t>(column)]; }
 
+/// The middle one of the steps between rows.
+double usualStep(const qv::TArray<qv::TAPE7_DATA>& rows) {
+    std::vector<double> steps;
+    for (uint32_t i = 1; i < rows.size(); ++i) steps.push_back(rows.data()[i].freq - rows.data()[i - 1].freq);
+    if (steps.empty()) return 0.0;
+    const auto middle = steps.begin() + static_cast<ptrdiff_t>(steps.size() / 2);
+    std::nth_element(steps.begin(), middle, steps.end());
+    return *middle;
+}
+
 bool hasRows(const qv::CModtranTape7File& file, uint32_t run) { return file.nPoints(run) > 0; }
 
 }  // namespace
@@ -107,6 +117,13 @@ AtmTable::AtmTable(const std::string& path, std::optional<uint32_t> run) : m_pat
         remark("qv: " + path + ": run " + std::to_string(m_run) + " of " + std::to_string(runs) +
                " (--run N takes another)");
     }
+    constexpr double manySteps = 10.0;
+    m_widestStep = manySteps * usualStep(table().data);
+}
+
+bool AtmTable::isBehindGap(uint32_t row) const {
+    const qv::TAPE7_DATA* const rows = table().data.data();
+    return row > 0 && rows[row].freq - rows[row - 1].freq > m_widestStep;
 }
 
 bool AtmTable::has(qv::ETape7Column column) const {

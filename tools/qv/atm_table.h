@@ -21,6 +21,8 @@ public:
     const qv::TAPE7_RUN& table() const { return m_file.GetRun(m_run); }
     const qv::CModtranTape7File& file() const { return m_file; }
     bool has(qv::ETape7Column column) const;
+    /// The table has no rows for a while in front of this one: the step to it is ten times the usual one.
+    bool isBehindGap(uint32_t row) const;
     /// "transmittance", "thermal radiance", ...
     std::string modeName() const;
 
@@ -35,6 +37,7 @@ private:
     std::string m_path;
     qv::CModtranTape7File m_file;
     uint32_t m_run = 0;
+    double m_widestStep = 0.0;
 };
 
 /// What a column's values are: pure numbers, or radiances and irradiances per unit of the table's axis.
