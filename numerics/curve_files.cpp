@@ -1,11 +1,11 @@
 // ReadXYFile and ReadModtranFile.
 #include <array>
 #include <optional>
-#include <string>
 #include <string_view>
 
 #include "core/text.h"
 #include "files/line_reader.h"
+#include "numerics/fortran_number.h"
 #include "qv/diagnostic.h"
 #include "qv/file.h"
 #include "qv/file_system.h"
@@ -59,15 +59,9 @@ bool split(std::string_view line, std::array<std::string_view, count>& tokens) {
     return true;
 }
 
-/// A number as Fortran prints it: where the exponent needs three digits its letter is left out ("1.2345-100").
 double fortranNumber(std::string_view token) {
     size_t used = 0;
-    const double value = text::atof(token, &used);
-    const std::string_view rest = token.substr(used);
-    const bool isExponent = used > 0 && rest.size() == 4 && (rest[0] == '-' || rest[0] == '+') &&
-                            rest.find_first_not_of("0123456789", 1) == std::string_view::npos;
-    if (!isExponent) return value;
-    return text::atof(std::string(token.substr(0, used)).append("E").append(rest));
+    return Private::fortranNumber(token, used);
 }
 
 /// An open curve file: its lines, stripped and without the blank ones, and the diagnostics that name it.

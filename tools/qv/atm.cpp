@@ -7,10 +7,13 @@ namespace tool {
 void addAtm(CLI::App& root) {
     CLI::App* atm = addCommand(root, "atm", "The atmosphere program: its input decks, its runs, its output tables.",
                                "  qv atm new path.tape5 --preset lwir\n"
-                               "  qv atm set path.tape5 H1=1.5 ANGLE=120",
+                               "  qv atm run path.tape5 --exe /opt/modtran/mod4v3r1\n"
+                               "  qv atm plot path.tape7 -o path.svg",
                                nullptr);
     atm->require_subcommand(1);
     addAtmDeck(*atm);
+    addAtmRun(*atm);
+    addAtmOutput(*atm);
 }
 
 }  // namespace tool

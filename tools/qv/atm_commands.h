@@ -6,5 +6,7 @@
 namespace tool {
 
 void addAtmDeck(CLI::App& atm);  ///< show, new, set and lint
+void addAtmRun(CLI::App& atm);
+void addAtmOutput(CLI::App& atm);  ///< csv, plot, band and curve
 
 }  // namespace tool

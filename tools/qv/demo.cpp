@@ -82,6 +82,7 @@ void writeData(const Folder& folder) {
     folder.write("response.txt", demo::responseText());
     folder.write("points.csv", demo::pointsText(pointsSeed));
     folder.write("truth.csv", demo::truthText());
+    folder.write("atmosphere.tape7", demo::atmosphereText());
     const std::vector<uint8_t> frames = demo::rawFrames(framesSeed);
     folder.write("frames.raw", frames.data(), frames.size());
 }
@@ -187,6 +188,20 @@ void calibrateCamera(const Folder& folder, const std::string& path) {
     folder.run({"rcal", "fit", path, "--order", "3", "--temp-order", "11", "--lookup", "10:120:1"}, false);
 }
 
+/// What a path of air in front of the scene would do to the temperatures, were it not taken into account.
+void showAtmosphere(const Folder& folder) {
+    const std::string table = folder.file("atmosphere.tape7");
+    const std::string curve = folder.file("atmosphere.curve");
+    const std::string calibration = folder.file("air.rcal");
+    folder.run({"atm", "band", table, "--from", "3", "--to", "5"}, false);
+    folder.run({"atm", "plot", table, "-o", folder.file("atmosphere.svg")}, true);
+    folder.run({"atm", "curve", table, "-o", curve}, true);
+    folder.run({"rcal", "new", calibration, "--response", folder.file("response.txt"), "--modtran", curve,
+                "--transmission", "--path"},
+               true);
+    folder.run({"rcal", "whatif", calibration, "--celsius", "0", "15", "35", "75", "115"}, false);
+}
+
 Exit demonstrate(const Options& options) {
     const Folder folder(options);
     const std::string counts = folder.file("counts.saf");
@@ -207,10 +222,12 @@ Exit demonstrate(const Options& options) {
     const std::string header = folder.file("header.cal");
     folder.run({"rcal", "convert", calibration, "-o", binary}, true);
     folder.run({"rcal", "export", calibration, "-o", header}, true);
+    showAtmosphere(folder);
     const Exit result = compare(celsius);
     std::cout << "\nResults:\n  " << calibration << "  the calibration\n  " << binary << "  the same in binary form\n  "
               << header << "  the same as a text header\n  " << celsius << "  temperatures, 32-bit floats\n  "
-              << picture << "  frame 12 as a picture\n";
+              << picture << "  frame 12 as a picture\n  " << folder.file("air.rcal")
+              << "  the camera behind air, its curves in " << folder.file("atmosphere.curve") << '\n';
     return result;
 }
 

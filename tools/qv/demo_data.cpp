@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstdio>
 #include <numbers>
 
 #include "text.h"
@@ -109,6 +110,40 @@ std::string responseText() {
         text += fixed(microns, 2) + "," + fixed(Camera::response(microns), 6) + "\n";
     }
     return text;
+}
+
+double Air::transmittance(double microns) {
+    const auto band = [microns](double centre, double width, double depth) {
+        const double distance = (microns - centre) / width;
+        return depth * std::exp(-distance * distance);
+    };
+    return std::exp(-0.08 - band(2.7, 0.35, 3.0) - band(4.28, 0.1, 9.0) - band(5.4, 0.5, 2.5));
+}
+
+std::string atmosphereText() {
+    constexpr int firstWavenumber = 1960, lastWavenumber = 3460, step = 5;
+    const auto line = [](const char* format, auto... values) {
+        char text[160];
+        return std::string(text, static_cast<size_t>(std::snprintf(text, sizeof text, format, values...)));
+    };
+    std::string text = "T   0    1    1    0    0    0    0    0    0    0    0    0    0   0.000   0.00\n";
+    for (const char* card : {"    0    0    0    0    0    0   0.00000   0.00000   0.00000   0.00000   0.00000",
+                             " -99.000 -99.000 -99.000", " -99.00000 -99.00000 -99.00000", "    1DEMONSTRATION",
+                             "   0.00000   0.00000   0.50000", "  -99  -99  -99  -99", " -99.00000 -99.00000"}) {
+        text += std::string(card) + "\n";
+    }
+    text += line("%10d%10d%10d%10d\n", firstWavenumber, lastWavenumber, step, step);
+    text +=
+        "    0   0    0.000  0    0.000  0    1.000\n    FREQ  TOT TRANS  PTH THRML  SURF EMIS  TOTAL RAD   DEPTH\n";
+    for (int wavenumber = firstWavenumber; wavenumber <= lastWavenumber; wavenumber += step) {
+        const double microns = 1e4 / wavenumber;
+        const double through = Air::transmittance(microns);
+        // Planck's law per 1/cm.
+        const double thermal = (1.0 - through) * planck(microns, Air::celsius) * microns * microns / 1e4;
+        text += line("%8.2f%11.8f%11.4E%11.4E%11.4E%8.3f\n", static_cast<double>(wavenumber), through, thermal, 0.0,
+                     thermal, -std::log(through));
+    }
+    return text + " -9999.\n";
 }
 
 std::string pointsText(uint64_t seed) {

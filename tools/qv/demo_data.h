@@ -84,6 +84,15 @@ inline constexpr std::array blackbodyCelsius = {10.0, 20.0, 30.0, 40.0,  50.0,  
 
 /// The response as "microns,response" lines.
 std::string responseText();
+/// A horizontal path of air at one temperature, between the camera and a scene: bands in which water and carbon dioxide
+/// absorb, and weak absorption between them.
+struct Air {
+    static constexpr double celsius = 15.0;
+    static double transmittance(double microns);
+};
+
+/// The air as the atmosphere program would put it out: a table of a thermal radiance run over the camera's band.
+std::string atmosphereText();
 /// The points as CSV with a head line; each the mean of 64 x 64 pixels.
 std::string pointsText(uint64_t seed);
 /// True temperature, place and size of every target, as CSV with a head line.

@@ -437,7 +437,7 @@ void addNew(CLI::App& parent, const std::shared_ptr<Options>& options) {
         ->excludes(band)
         ->excludes(delta);
     verb->add_option("--add-response", options->added, "Response file of a lens or a filter; may be repeated");
-    verb->add_option("--modtran", options->modtran, "Output of the atmosphere program");
+    verb->add_option("--modtran", options->modtran, "Curves of the atmosphere, as qv atm curve writes them");
     verb->add_flag("--transmission", options->transmission, "The atmosphere attenuates");
     verb->add_flag("--path", options->path, "The atmosphere radiates");
     verb->add_option("--tag", options->tags, "NAME=VALUE; may be repeated");

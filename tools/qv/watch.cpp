@@ -115,7 +115,7 @@ public:
     }
     /// Starts the next one unless one runs. Returns how many have come to an end since the last call.
     int64_t goOn() {
-        if (m_child.runs() && waitFor(0)) finish();
+        if (m_child.runs() && m_child.hasEnded()) finish();
         for (; !m_child.runs() && !m_waiting.empty() && m_left > 0; --m_left) {
             start(m_waiting.front());
             m_waiting.pop_front();
@@ -138,11 +138,6 @@ public:
     }
 
 private:
-    bool waitFor(uint32_t limit) const {
-        const WaitHandle handle = m_child.ended();
-        return waitForAny(&handle, 1, limit) == 0;
-    }
-
     void start(const std::string& path) {
         m_path = path;
         std::vector<std::string> arguments = m_command;
@@ -161,7 +156,7 @@ private:
         report("cannot be run: " + std::generic_category().message(error));
     }
     void finish() {
-        const int code = m_child.finish();
+        const int code = m_child.finish().code;
         ++m_ended;
         if (code != 0) report("ended with " + std::to_string(code));
     }
