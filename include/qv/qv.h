@@ -53,6 +53,7 @@
 #include "qv/stopwatch.h"
 #include "qv/string.h"
 #include "qv/tag_file.h"
+#include "qv/temperature.h"
 #include "qv/thread.h"
 #include "qv/timer.h"
 #include "qv/tree_node.h"
