@@ -41,6 +41,7 @@
 #include "qv/pod_file.h"
 #include "qv/property_array.h"
 #include "qv/rcal_file.h"
+#include "qv/rcal_frames.h"
 #include "qv/reg_store.h"
 #include "qv/resource_file_system.h"
 #include "qv/saf_file.h"

@@ -64,6 +64,16 @@ struct KernelTable {
     /// IntegrateRectTR over x of that curve times `response`; 0 for fewer than two points.
     double (*planckBand)(const double* x, const double* strengths, const double* response, size_t count, double kelvin,
                          double emissivity);
+
+    // Frames of counts.
+    /// values[i] = the polynomial at values[i], lowest power first, by Horner's rule.
+    void (*horner)(double* values, size_t count, const double* coefficients, size_t order);
+    /// dst[i] = table[bits[i]]. `bits` are 16-bit counts at any address.
+    void (*lookUp)(float* dst, const void* bits, size_t count, const float* table);
+    /// Adds how many of the counts lie below `low` and above `high`.
+    using CountOutside = void (*)(const void* counts, size_t count, int32_t low, int32_t high, uint32_t& below,
+                                  uint32_t& above);
+    std::array<CountOutside, 2> countOutside;  ///< [0 for uint16, 1 for int16]
 };
 
 /// Whether the spans of two types are 32-bit magnitudes: both are integers of at most 32 bits.

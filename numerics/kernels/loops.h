@@ -13,5 +13,6 @@
 #include "numerics/kernels/division_loops.h"
 #include "numerics/kernels/exponential.h"
 #include "numerics/kernels/planck_loops.h"
+#include "numerics/kernels/frame_loops.h"
 #include "numerics/kernels/table.h"
 // clang-format on

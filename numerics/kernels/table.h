@@ -48,6 +48,9 @@ constexpr KernelTable makeTable(const char* name, std::index_sequence<s...> all)
     table.planckStrengths = planckStrengths;
     table.planckCurve = planckCurve;
     table.planckBand = planckBand;
+    table.horner = hornerLoop;
+    table.lookUp = lookUpLoop;
+    table.countOutside = {countOutsideLoop<uint16_t>, countOutsideLoop<int16_t>};
     return table;
 }
 
