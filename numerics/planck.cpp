@@ -1,19 +1,13 @@
 #include "numerics/planck.h"
 
 #include <algorithm>
-#include <cmath>
 
-#include "numerics/fifth_power.h"
+#include "numerics/kernels/kernel_table.h"
 #include "qv/spectral.h"
 
 namespace qv {
 
 namespace {
-
-/// The order of operations decides about the last bit.
-double planck(double x, double strength, double kelvin, double emissivity) {
-    return emissivity * strength * (1.0 / (std::exp(secondRadiationConstant / (kelvin * x)) - 1.0));
-}
 
 constexpr double zeroCelsius = 273.15;
 
@@ -23,53 +17,35 @@ void Planck(TArray<double>& x, TArray<double>& y, double temperature, double emi
     y.Empty();
     const uint32_t count = x.size();
     if (!y.SetSize(count)) return;
-    const double* axis = x.data();
-    double* values = y.data();
-    const double kelvin = temperature + zeroCelsius;
-    fifthPowers(axis, values, count);
-    for (uint32_t i = 0; i < count; ++i) {
-        values[i] = planck(axis[i], firstRadiationConstant / values[i], kelvin, emissivity);
+    constexpr uint32_t blockLength = 512;  // stays in the first-level cache from one kernel to the other
+    const kernels::KernelTable& table = kernels::kernels();
+    for (uint32_t done = 0; done < count; done += blockLength) {
+        const uint32_t n = std::min(blockLength, count - done);
+        const double* axis = x.data() + done;
+        double* values = y.data() + done;
+        table.planckStrengths(axis, values, n);
+        table.planckCurve(axis, values, values, n, temperature + zeroCelsius, emissivity);
     }
 }
 
 void PlanckAxis::assign(const TArray<double>& x) {
-    const bool same = x.size() == size() && std::equal(x.begin(), x.end(), m_points.begin(),
-                                                       [](double a, const Point& point) { return a == point.x; });
-    if (same) return;
-    std::vector<double> powers(x.size());
-    fifthPowers(x.data(), powers.data(), powers.size());
-    m_points.resize(x.size());
-    for (uint32_t i = 0; i < x.size(); ++i) m_points[i] = {x.data()[i], firstRadiationConstant / powers[i]};
-}
-
-double PlanckAxis::value(uint32_t i, double temperature, double emissivity) const {
-    return planck(m_points[i].x, m_points[i].strength, temperature + zeroCelsius, emissivity);
+    if (std::equal(x.begin(), x.end(), m_x.begin(), m_x.end())) return;
+    m_x.assign(x.begin(), x.end());
+    m_strengths.resize(m_x.size());
+    kernels::kernels().planckStrengths(m_x.data(), m_strengths.data(), m_x.size());
 }
 
 void PlanckAxis::curve(TArray<double>& y, double temperature, double emissivity) const {
     y.Empty();
     if (!y.SetSize(size())) return;
-    double* values = y.data();
-    const double kelvin = temperature + zeroCelsius;
-    for (const Point& point : m_points) *values++ = planck(point.x, point.strength, kelvin, emissivity);
+    kernels::kernels().planckCurve(m_x.data(), m_strengths.data(), y.data(), size(), temperature + zeroCelsius,
+                                   emissivity);
 }
 
 double PlanckAxis::inBand(const TArray<double>& response, double temperature, double emissivity) const {
     const uint32_t count = std::min(size(), response.size());
-    if (count < 2) return 0.0;
-    const Point* points = m_points.data();
-    const double* factors = response.data();
-    const double kelvin = temperature + zeroCelsius;
-    double sum = 0.0;
-    double left = planck(points[0].x, points[0].strength, kelvin, emissivity) * factors[0];
-    for (uint32_t i = 1; i < count; ++i) {
-        const double right = planck(points[i].x, points[i].strength, kelvin, emissivity) * factors[i];
-        const double dx = points[i].x - points[i - 1].x;
-        const double dy = right - left;
-        sum += dx * dy + dx * left;
-        left = right;
-    }
-    return sum;
+    return kernels::kernels().planckBand(m_x.data(), m_strengths.data(), response.data(), count,
+                                         temperature + zeroCelsius, emissivity);
 }
 
 }  // namespace qv

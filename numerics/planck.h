@@ -8,8 +8,8 @@
 
 namespace qv {
 
-/// An axis in microns with what the Planck curve needs of it alone: 11910.06 / x^5, the costlier half of each point.
-/// Every result has the bits that the functions of qv/spectral.h give for the same axis.
+/// An axis in microns with what the Planck curve needs of it alone: 11910.06 / x^5. Every result has the bits that the
+/// functions of qv/spectral.h give for the same axis.
 class PlanckAxis {
 public:
     PlanckAxis() = default;
@@ -17,11 +17,7 @@ public:
 
     /// Takes over an axis. One that is the same already costs a comparison.
     void assign(const TArray<double>& x);
-    uint32_t size() const { return static_cast<uint32_t>(m_points.size()); }
-    double x(uint32_t i) const { return m_points[i].x; }
-
-    /// Planck at point `i`. REQUIRES: i < size().
-    double value(uint32_t i, double temperature, double emissivity) const;
+    uint32_t size() const { return static_cast<uint32_t>(m_x.size()); }
 
     /// Planck(x, y, temperature, emissivity).
     void curve(TArray<double>& y, double temperature, double emissivity) const;
@@ -31,11 +27,8 @@ public:
     double inBand(const TArray<double>& response, double temperature, double emissivity) const;
 
 private:
-    struct Point {
-        double x;
-        double strength;  // 11910.06 / pow(x, 5.0)
-    };
-    std::vector<Point> m_points;
+    std::vector<double> m_x;
+    std::vector<double> m_strengths;
 };
 
 }  // namespace qv

@@ -1,7 +1,7 @@
 // The array operations of qv/typed_data.h: tags in, one kernel found, one call.
 #include <algorithm>
-#include <functional>
 
+#include "numerics/block_order.h"
 #include "numerics/kernels/kernel_table.h"
 #include "qv/typed_data.h"
 
@@ -10,18 +10,8 @@ namespace qv {
 namespace {
 
 using kernels::KernelTable;
-
-/// The tag as an index into the kernel tables, or typeCount when no table has it.
-size_t tagOf(EDataType type) { return std::min<size_t>(static_cast<uint32_t>(type), kernels::typeCount); }
-
-/// The kernel of a pair of tags; null where the pair is not handled.
-template <class Table>
-auto pairKernel(const Table& table, EDataType first, EDataType second) -> typename Table::value_type::value_type {
-    const size_t row = tagOf(first);
-    const size_t column = tagOf(second);
-    if (row == kernels::typeCount || column == kernels::typeCount) return nullptr;
-    return table[row][column];
-}
+using kernels::pairKernel;
+using kernels::tagOf;
 
 void runBinary(const kernels::ByType<kernels::ByType<KernelTable::Binary>>& table, STypedData dst, STypedData src,
                uint32_t count) {
@@ -65,22 +55,6 @@ void divide(STypedData data, T divisor, uint32_t count) {
         case EDataType::flt64: return divideBy<9>(data, divisor, count);
         default: return;
     }
-}
-
-unsigned char* elementAt(STypedData data, size_t i) {
-    return static_cast<unsigned char*>(data.pointer) + i * DataTypeSize(data.type);
-}
-
-/// Whether writing dst[0..i] leaves src[i+1..] alone for every i, so that a whole block may be read before it is
-/// written.
-bool blocksKeepOrder(STypedData dst, STypedData src, size_t count) {
-    const std::less<const unsigned char*> before;
-    const auto* d = static_cast<const unsigned char*>(dst.pointer);
-    const auto* s = static_cast<const unsigned char*>(src.pointer);
-    const size_t dstSize = DataTypeSize(dst.type);
-    const size_t srcSize = DataTypeSize(src.type);
-    const bool disjoint = !before(d, s + count * srcSize) || !before(s, d + count * dstSize);
-    return disjoint || (!before(s, d) && dstSize <= srcSize);
 }
 
 }  // namespace

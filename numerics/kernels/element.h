@@ -4,7 +4,6 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <cstring>
 #include <limits>
 #include <tuple>
 #include <type_traits>
@@ -22,17 +21,21 @@ inline constexpr size_t tagFlt64 = 9;
 template <size_t tag>
 using Element = std::tuple_element_t<tag, ElementTypes>;
 
-/// Element `i` of an array that may have any alignment and may overlap an array of another type.
+/// An element where it may stand at any address, and in an array that may overlap one of another type.
+template <class T>
+struct __attribute__((packed, may_alias)) Loose {
+    T value;
+};
+
+/// Element `i` of an array of any alignment.
 template <class T>
 inline T load(const void* elements, size_t i) {
-    T value;
-    std::memcpy(&value, static_cast<const unsigned char*>(elements) + i * sizeof(T), sizeof(T));
-    return value;
+    return static_cast<const Loose<T>*>(elements)[i].value;
 }
 
 template <class T>
 inline void store(void* elements, size_t i, T value) {
-    std::memcpy(static_cast<unsigned char*>(elements) + i * sizeof(T), &value, sizeof(T));
+    static_cast<Loose<T>*>(elements)[i].value = value;
 }
 
 /// What the processor's truncating conversion gives: NaN and whatever does not fit become the lowest value.
@@ -53,17 +56,6 @@ constexpr To convert(From x) {
         return static_cast<To>(hardwareTruncate<std::conditional_t<narrow, int32_t, int64_t>>(x));
     } else {
         return static_cast<To>(x);
-    }
-}
-
-/// a + b in the type of both; integers wrap.
-template <class T>
-constexpr T add(T a, T b) {
-    if constexpr (std::is_integral_v<T>) {
-        using U = std::make_unsigned_t<T>;
-        return static_cast<T>(static_cast<U>(static_cast<U>(a) + static_cast<U>(b)));
-    } else {
-        return a + b;
     }
 }
 
@@ -108,6 +100,11 @@ inline constexpr bool keepsOrder = std::is_integral_v<From>
                                              (sizeof(To) > sizeof(From) &&
                                               (std::is_signed_v<To> || std::is_unsigned_v<From>))
                                        : sizeof(To) >= sizeof(From) && std::is_floating_point_v<To>;
+
+/// Whether an element keeps its bits.
+template <class To, class From>
+inline constexpr bool keepsBits = std::is_same_v<To, From> ||
+                                  (std::is_integral_v<To> && std::is_integral_v<From> && sizeof(To) == sizeof(From));
 
 /// The unsigned type of the same width where the sign cannot change a converted element, so that a loop which would be
 /// the same for both is compiled once.

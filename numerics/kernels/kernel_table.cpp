@@ -9,7 +9,13 @@ namespace qv::kernels {
 
 namespace {
 
-constexpr const KernelTable* tables[] = {&baselineKernels};
+constexpr const KernelTable* tables[] = {
+    &baseline::table,
+#if defined(__x86_64__)
+    &avx2::table,
+    &avx512::table,
+#endif
+};
 
 // Reading it here makes the choice when the library is loaded, whether or not an array operation runs.
 [[maybe_unused]] const KernelTable& chosenAtLoad = kernels();
@@ -23,7 +29,7 @@ uint32_t machineFeatures() {
 #if defined(__x86_64__)
     // Both include the operating system's promise to save the wide registers.
     __builtin_cpu_init();
-    if (__builtin_cpu_supports("avx2")) features |= featureAvx2;
+    if (__builtin_cpu_supports("avx2") && __builtin_cpu_supports("fma")) features |= featureAvx2;
     if (__builtin_cpu_supports("avx512bw") && __builtin_cpu_supports("avx512dq") &&
         __builtin_cpu_supports("avx512vl")) {
         features |= featureAvx512;
@@ -33,7 +39,7 @@ uint32_t machineFeatures() {
 }
 
 const KernelTable& chooseKernels(uint32_t features, const char* forced) {
-    const KernelTable* best = &baselineKernels;
+    const KernelTable* best = &baseline::table;
     for (const KernelTable* table : tables) {
         if ((table->features & ~features) != 0) continue;
         if (forced != nullptr && std::strcmp(forced, table->name) == 0) return *table;

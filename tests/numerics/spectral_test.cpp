@@ -21,16 +21,25 @@ TArray<double> arrayOf(const std::vector<double>& values) {
 
 std::vector<double> valuesOf(const TArray<double>& array) { return {array.begin(), array.end()}; }
 
-TEST(Planck, IsTheFormulaToTheBit) {
-    TArray<double> x = arrayOf({0.5, 3.0, 4.26, 10.0, 14.0});
-    TArray<double> y = arrayOf({9, 9});
-    Planck(x, y, 37.5, 0.93);
-    ASSERT_EQ(y.size(), x.size());
-    for (uint32_t i = 0; i < x.size(); ++i) {
-        const double v = x.data()[i];
-        EXPECT_EQ(y.data()[i],
-                  0.93 * (11910.06 / std::pow(v, 5.0)) * (1.0 / (std::exp(14388.3 / ((37.5 + 273.15) * v)) - 1.0)));
+TEST(Planck, IsTheFormulaOverTheWholeRangeOfDoubles) {
+    // Its exponential and its fifth power lie within 2 units in the last place; subtracting 1 from an exponential near
+    // 1 widens that.
+    TArray<double> x = arrayOf({0.5, 3.0, 4.26, 10.0, 14.0, 2000.0, 1e-3, 1e5, 1e-60, 1e62, -3.0, INFINITY});
+    for (const double celsius : {37.5, -270.0, 5000.0, -280.0}) {
+        TArray<double> y = arrayOf({9, 9});
+        Planck(x, y, celsius, 0.93);
+        ASSERT_EQ(y.size(), x.size());
+        for (uint32_t i = 0; i < x.size(); ++i) {
+            const double v = x.data()[i];
+            const double exponential = std::exp(14388.3 / ((celsius + 273.15) * v));
+            const double expected = 0.93 * (11910.06 / std::pow(v, 5.0)) * (1.0 / (exponential - 1.0));
+            const double units = 8.0 + 2.0 * exponential / std::fabs(exponential - 1.0);
+            EXPECT_TRUE(y.data()[i] == expected || std::fabs(y.data()[i] / expected - 1.0) < units * 0x1p-52 ||
+                        (std::isnan(expected) && std::isnan(y.data()[i])))
+                << v << ": " << y.data()[i] << ' ' << expected;
+        }
     }
+    TArray<double> y;
     TArray<double> ten = arrayOf({10});
     Planck(ten, y, 0.0, 0.5);
     EXPECT_NEAR(y.data()[0], 0.5 * 11910.06e-5 / (std::exp(14388.3 / 2731.5) - 1), 1e-18);

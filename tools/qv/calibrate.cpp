@@ -11,6 +11,7 @@
 #include "frame_pool.h"
 #include "json.h"
 #include "qv/diagnostic.h"
+#include "qv/rcal_frames.h"
 #include "recording.h"
 #include "table.h"
 #include "target.h"
@@ -54,61 +55,21 @@ struct Tally {
     uint64_t defined() const { return pixels - undefined; }
 };
 
-/// Converts the frames of one recording. One for each thread; the calibrator is shared.
+/// Converts the frames of one recording. One for each thread; the library's converter is shared.
 class FrameConverter {
 public:
-    FrameConverter(const Calibrator& calibrator, const std::vector<float>& table, const Layout& layout)
-        : m_calibrator(calibrator), m_table(table), m_layout(layout) {}
+    FrameConverter(const qv::CCountsConverter& converter, const Layout& layout)
+        : m_converter(converter), m_layout(layout) {}
 
-    void convert(const void* counts, float* out, Tally& tally) const {
-        switch (m_layout.type) {
-            case qv::EDataType::uint8: byTable(static_cast<const uint8_t*>(counts), out, tally); break;
-            case qv::EDataType::uint16: byTable(static_cast<const uint16_t*>(counts), out, tally); break;
-            case qv::EDataType::int8: directly(static_cast<const int8_t*>(counts), out, tally); break;
-            case qv::EDataType::int16: directly(static_cast<const int16_t*>(counts), out, tally); break;
-            case qv::EDataType::int32: directly(static_cast<const int32_t*>(counts), out, tally); break;
-            case qv::EDataType::uint32: directly(static_cast<const uint32_t*>(counts), out, tally); break;
-            case qv::EDataType::int64: directly(static_cast<const int64_t*>(counts), out, tally); break;
-            case qv::EDataType::uint64: directly(static_cast<const uint64_t*>(counts), out, tally); break;
-            case qv::EDataType::flt32: directly(static_cast<const float*>(counts), out, tally); break;
-            case qv::EDataType::flt64: directly(static_cast<const double*>(counts), out, tally); break;
-            default: break;
-        }
+    void convert(void* counts, float* out, Tally& tally) const {
+        const qv::COUNTS_OUTSIDE outside =
+            m_converter.Convert({out, qv::EDataType::flt32}, {counts, m_layout.type}, m_layout.pixels());
+        tally.below += outside.below;
+        tally.above += outside.above;
+        summarise(out, tally);
     }
 
 private:
-    /// Counts of 8 and 16 bits: one look-up each.
-    template <class T>
-    void byTable(const T* counts, float* out, Tally& tally) const {
-        const float* table = m_table.data();
-        const uint32_t n = m_layout.pixels();
-        for (uint32_t i = 0; i < n; ++i) out[i] = table[counts[i]];
-        // Counts are whole, so the bounds may be rounded inwards and compared as integers.
-        const auto low = static_cast<int32_t>(std::clamp(std::ceil(m_calibrator.minCounts()), 0.0, 65536.0));
-        const auto high = static_cast<int32_t>(std::clamp(std::floor(m_calibrator.maxCounts()), -1.0, 65535.0));
-        uint32_t below = 0;
-        uint32_t above = 0;
-        for (uint32_t i = 0; i < n; ++i) {
-            below += counts[i] < low ? 1u : 0u;
-            above += counts[i] > high ? 1u : 0u;
-        }
-        tally.below += below;
-        tally.above += above;
-        summarise(out, tally);
-    }
-
-    template <class T>
-    void directly(const T* counts, float* out, Tally& tally) const {
-        const uint32_t n = m_layout.pixels();
-        for (uint32_t i = 0; i < n; ++i) {
-            const auto value = static_cast<double>(counts[i]);
-            out[i] = static_cast<float>(m_calibrator.convert(value));
-            tally.below += value < m_calibrator.minCounts() ? 1u : 0u;
-            tally.above += value > m_calibrator.maxCounts() ? 1u : 0u;
-        }
-        summarise(out, tally);
-    }
-
     /// Eight running sums, minima and maxima, so that the loop is as wide as the machine.
     void summarise(const float* values, Tally& tally) const {
         constexpr uint32_t lanes = 8;
@@ -140,18 +101,17 @@ private:
         tally.pixels += n;
     }
 
-    const Calibrator& m_calibrator;
-    const std::vector<float>& m_table;
+    const qv::CCountsConverter& m_converter;
     const Layout m_layout;
 };
 
 /// What one thread does with the frames that fall to it.
 class ConvertingWorker {
 public:
-    ConvertingWorker(const Recording& source, const Calibrator& calibrator, const std::vector<float>& table,
-                     const Target& target, int64_t position)
+    ConvertingWorker(const Recording& source, const qv::CCountsConverter& converter, const Target& target,
+                     int64_t position)
         : m_reader(source),
-          m_converter(calibrator, table, source.layout()),
+          m_converter(converter, source.layout()),
           m_target(target),
           m_out(target.open()),
           m_position(position),
@@ -182,12 +142,11 @@ private:
 
 /// Runs the frames of `source` through a pool of threads into `target`, whose frames begin at `position`.
 Tally convertFrames(const Recording& source, const Calibrator& calibrator, const Target& target, int64_t position) {
-    const Layout& layout = source.layout();
-    const bool small = layout.type == qv::EDataType::uint8 || layout.type == qv::EDataType::uint16;
-    const std::vector<float> table = small ? calibrator.tableOfCounts() : std::vector<float>();
+    const qv::CCountsConverter converter([&](double counts) { return calibrator.convert(counts); },
+                                         calibrator.minCounts(), calibrator.maxCounts(), source.layout().type);
     Tally total;
     overFrames(
-        source, "calibrate", [&] { return ConvertingWorker(source, calibrator, table, target, position); },
+        source, "calibrate", [&] { return ConvertingWorker(source, converter, target, position); },
         [&total](const ConvertingWorker& worker) { total.add(worker.tally()); });
     return total;
 }

@@ -195,12 +195,6 @@ double Calibrator::convert(double counts) const {
     return fromCelsius(celsius(radiance), m_options.unit);
 }
 
-std::vector<float> Calibrator::tableOfCounts() const {
-    std::vector<float> values(0x10000);
-    for (size_t i = 0; i < values.size(); ++i) values[i] = static_cast<float>(convert(static_cast<double>(i)));
-    return values;
-}
-
 std::string Calibrator::unit() const {
     constexpr const char* letters[] = {"C", "F", "K", "R"};
     return m_options.to == Quantity::radiance ? "W/(sr-cm^2)" : letters[static_cast<int>(m_options.unit)];

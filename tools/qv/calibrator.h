@@ -63,8 +63,6 @@ public:
 
     /// In the unit asked for; not a number where there is no temperature for the counts.
     double convert(double counts) const;
-    /// convert() of 0 to 65535.
-    std::vector<float> tableOfCounts() const;
     double radianceOf(double counts) const;
 
     /// The calibrated range.
