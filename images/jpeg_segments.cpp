@@ -23,10 +23,15 @@ struct Range {
     int64_t end;
 };
 
+/// A KVOR segment: all of it, fill bytes in front of its marker included, and where its data begin.
+struct Piece : Range {
+    int64_t data;
+};
+
 /// What the segments of a JPEG file come to.
 struct Layout {
-    std::vector<Range> pieces;  ///< KVOR segments, marker and length included.
-    int64_t insertAt = 2;       ///< Behind the last other application segment in front of the first scan.
+    std::vector<Piece> pieces;
+    int64_t insertAt = 2;  ///< Behind the last other application segment in front of the first scan.
     SRadiometricInfo info;
 };
 
@@ -46,7 +51,8 @@ public:
                 if (scanned) break;
                 return fail(u"the picture of a JPEG file");
             }
-            const int64_t begin = position() - 2;
+            // Fill bytes belong to the marker: left alone they would make another one of what comes next.
+            const int64_t begin = m_markerAt;
             uint32_t size = 0;
             if (!contentsSize(size)) return fail(u"a whole segment of a JPEG picture");
             scanned = scanned || marker == sos;
@@ -94,6 +100,7 @@ private:
                 continue;
             }
             m_at = static_cast<uint32_t>(static_cast<const uint8_t*>(found) - m_buffer) + 1;
+            m_markerAt = position() - 1;
             int marker = byte();
             while (marker == 0xFF) marker = byte();
             const bool alone = marker == 0 || marker == tem || marker == soi || (marker >= rst0 && marker <= rst7);
@@ -125,7 +132,7 @@ private:
         }
         if (marker == kvor::marker && kvor::isSegment(header, seen)) {
             layout.info.payloadSize += kvor::dataIn(size);
-            layout.pieces.push_back(range);
+            layout.pieces.push_back({range, range.end - kvor::dataIn(size)});
             m_indexes.push_back({header[kvor::indexAt], header[kvor::lastIndexAt]});
         } else if (application && !scanned) {
             layout.insertAt = range.end;
@@ -145,6 +152,7 @@ private:
 
     IFile& m_file;
     int64_t m_size;
+    int64_t m_markerAt = 0;
     int64_t m_bufferAt = 0;  ///< Where the buffer begins in the file.
     uint32_t m_at = 0;
     uint32_t m_end = 0;
@@ -165,9 +173,9 @@ bool copy(const TSharedPtr<IFile>& from, Range range, const TSharedPtr<IFile>& t
 }
 
 /// Copies `range` without the pieces in it.
-bool copyWithout(const TSharedPtr<IFile>& from, Range range, const std::vector<Range>& pieces,
+bool copyWithout(const TSharedPtr<IFile>& from, Range range, const std::vector<Piece>& pieces,
                  const TSharedPtr<IFile>& to) {
-    for (const Range& piece : pieces) {
+    for (const Piece& piece : pieces) {
         if (piece.begin < range.begin || piece.begin >= range.end) continue;
         if (!copy(from, {range.begin, piece.begin}, to)) return false;
         range.begin = piece.end;
@@ -212,9 +220,8 @@ bool UnwrapRadiometricJPEG(const TSharedPtr<IFile>& file, const TSharedPtr<IFile
     Layout layout;
     if (!file || !payload || file == payload || !walk(*file, layout)) return false;
     payload->SeekToBegin();
-    constexpr int64_t inFront = 4 + kvor::headerBytes;  // marker and length, too
-    for (const Range& piece : layout.pieces) {
-        if (!copy(file, {piece.begin + inFront, piece.end}, payload)) return false;
+    for (const Piece& piece : layout.pieces) {
+        if (!copy(file, {piece.data, piece.end}, payload)) return false;
     }
     return endPictureHere(*payload);
 }

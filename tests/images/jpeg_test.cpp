@@ -169,6 +169,10 @@ TEST(RadiometricJPEG, WrapAndStripLeaveTheRest) {
                                     memoryFile(other), again));
     EXPECT_TRUE(bytesOf(*again) == front + exif + kvorSegments(other) + rest);
 
+    // Fill bytes go with the marker behind them, so that they do not turn stray bytes into one.
+    ASSERT_TRUE(StripRadiometricJPEG(memoryFile(front + "\xFF" + kvorSegments(other) + "\x05" + rest), stripped));
+    EXPECT_TRUE(bytesOf(*stripped) == front + "\x05" + rest);
+
     EXPECT_FALSE(StripRadiometricJPEG(memoryFile(front + exif.substr(0, 9)), stripped));
     EXPECT_EQ(diagnostic(), "expected a whole segment of a JPEG picture, found the end of the file (byte 29)");
     EXPECT_FALSE(WrapRadiometricJPEG(wrapped, wrapped, stripped));
