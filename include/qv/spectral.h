@@ -24,7 +24,8 @@ inline constexpr double secondRadiationConstant = 14388.3;
 
 /// Spectral radiance of a grey body, W/(sr cm^2) per micron:
 /// e * (11910.06 / pow(x, 5.0)) * (1.0 / (exp(14388.3 / ((t + 273.15) * x)) - 1.0)), in that order of operations. exp
-/// and pow are the library's own, the same on every machine, within 2 units in the last place of the exact value.
+/// and the fifth power are the library's own, the same with every kernel, within 2 units in the last place of the exact
+/// value; the power of an x outside 1e-40 to 1e60 is the C library's.
 /// @param y  Replaced by one value for each x.
 /// @param temperature  Degrees Celsius.
 QV_API void Planck(TArray<double>& x, TArray<double>& y, double temperature, double emissivity);

@@ -15,10 +15,10 @@ namespace qv {
 
 /// One or more runs of MODTRAN 4 (version 3 revision 1), of which one is current: all accessors act on it.
 ///
-/// Members:  129 are exported: 124 functions, each overload counted, with the Get and the Set of a pair as two;
-///           CheckRun; two constructors, the destructor and the assignment. Where the cards of a group repeat, the
-///           group has one pair for each card, told apart by its parameters. Every field of RUN that has a place on a
-///           card that is written belongs to exactly one pair.
+/// Members:  129 are exported, each overload counted and a pair as two: 119 public functions, two constructors, the
+///           destructor, the assignment, and six private functions. Where the cards of a group repeat, the group has
+///           one pair for each card, told apart by its parameters. Every field of RUN that has a place on a card that
+///           is written belongs to exactly one pair.
 /// Codes:    options are kept as they are set, bad ones too; SaveRun and CheckRun judge them. Letters are legal in
 ///           either case, and blank where the program takes a blank.
 /// Numbers:  a card holds as many decimals as its format prints, which for heights and factors of card 2A+ is none.

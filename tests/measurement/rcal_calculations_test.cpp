@@ -7,6 +7,7 @@
 
 #include "qv/rcal_file.h"
 #include "qv/spectral.h"
+#include "qv/tape7_file.h"
 #include "rcal_support.h"
 #include "support/temp_folder.h"
 
@@ -333,6 +334,28 @@ TEST(RCalRadiance, PassesTheAtmosphere) {
         EXPECT_EQ(c.modtran().getStatus(), row.status);
         EXPECT_EQ(c.CalcRadiance(300, 1), bare);
     }
+}
+
+TEST(RCalRadiance, PassesTheAtmosphereOfARealOutput) {
+    const CString tape(CString(QV_DATA_DIR) + CString(u"/modtran/m5-thermal.tape7"));
+    CModtranTape7File table;
+    if (!table.Load(tape.c_str())) GTEST_SKIP() << "the real outputs are not on this machine";
+    const double low = 1e4 / 2099.5, high = 1e4 / 2050.5;
+    CRCalFile c = tophat(low, high, (high - low) / 4000);
+    c.modtran().setFile(tape);
+    c.modtran()[0].setEnabled(true);
+    c.modtran()[1].setEnabled(true);
+    ASSERT_EQ(c.modtran().getStatus(), EResponseStatus::loaded);
+    const auto value = [&](double microns, ETape7Column column) {
+        TAPE7_DATA row;
+        EXPECT_TRUE(table.GetData(0, 1e4 / microns, row));
+        return row[column];
+    };
+    const double through = integral(low, high, 300, [&](double x) { return value(x, ETape7Column::transmittance); });
+    const double path =
+        integral(low, high, 300, [&](double x) { return value(x, ETape7Column::pathThermal) / planck(x, 300); });
+    EXPECT_NEAR(c.CalcRadiance(300, 1) / (through + path), 1.0, 1e-4);
+    EXPECT_LT(through, 0.9 * c.CalcRadianceNoModtran(300, 1));
 }
 
 // Response files ------------------------------------------------------------------------------------------------------

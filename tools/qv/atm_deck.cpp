@@ -110,7 +110,7 @@ void requireRun(const Options& options, int32_t runs) {
 }
 
 std::string columnsOf(uint32_t first, uint32_t last) {
-    if (first == 0) return "free";
+    if (first == 0) return "-";
     return first == last ? std::to_string(first) : std::to_string(first) + "-" + std::to_string(last);
 }
 
