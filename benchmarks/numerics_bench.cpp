@@ -7,9 +7,9 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <string>
 #include <functional>
 #include <numeric>
+#include <string>
 #include <vector>
 
 #include "../tests/numerics/nist_models.h"
@@ -227,7 +227,9 @@ void planckCurve(benchmark::State& state) {
     std::vector<double> plain(planckPoints);
     plainPlanck(x.data(), plain.data(), planckPoints, 25.0, 0.95);
     Planck(x, y, 25.0, 0.95);
-    const auto differs = [](double a, double b) { return !(std::abs(a - b) <= 4e-15 * b); };  // exp and pow of two kinds
+    const auto differs = [](double a, double b) {
+        return !(std::abs(a - b) <= 4e-15 * b);
+    };  // exp and pow of two kinds
     if (std::inner_product(y.begin(), y.end(), plain.begin(), false, std::logical_or<>(), differs)) {
         return state.SkipWithError("not the plain loop's values");
     }

@@ -201,7 +201,8 @@ void CCDFileSystem::Close() {
     if (!m_container) return;
     // A table that has outgrown its room is written again, with offsets of which one more digit may do so once more.
     constexpr int mostPasses = 20;
-    for (int pass = 0; pass < mostPasses && Flush() && m_changed; ++pass) {}
+    for (int pass = 0; pass < mostPasses && Flush() && m_changed; ++pass) {
+    }
     drop();
 }
 
