@@ -117,11 +117,11 @@ IFileSystem::CDirectoryEntry CFlatFileSystem::GetFileInfo(const char16_t* path) 
     const std::lock_guard lock(*m_lock);
     if (path == nullptr || *path == 0) return {};
     const std::u16string full = fullPath(path);
-    if (const uint32_t index = find(full); index != nowhere) return entryAt(index);
     if (full == u"/") return directoryEntry(full);
+    if (const uint32_t index = find(full); index != nowhere) return entryAt(index);
     const std::u16string start = folded(full) + u'/';
     for (const CDirectoryEntry& entry : m_entries) {
-        if (folded(entry.path).starts_with(start)) return directoryEntry(full);
+        if (folded(entry.path).starts_with(start) && isFullPath(entry.path)) return directoryEntry(full);
     }
     return {};
 }

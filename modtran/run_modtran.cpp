@@ -52,6 +52,7 @@ bool runToEnd(const CString& exe, const CString& directory) {
     if (error != 0) return fail(exe, u"a program", CString(std::generic_category().message(error)));
     bool failed = false;
     const auto look = [&](std::string_view chunk) {
+        chunk = chunk.substr(0, chunk.find('\0'));  // a text ends at its first NUL
         failed = failed || chunk.find(failureMarker) != std::string_view::npos;
     };
     if (follow(child, chunkBytes, look, deadlineAfter(forever)) != Followed::toTheEnd) {

@@ -234,7 +234,8 @@ bool CModtranTape5File::SetPhaseFunction(const TArray<double>& angles, const TAr
 bool CModtranTape5File::GetPhaseFunction(uint32_t angle, uint32_t wavelength, double (&f)[4]) const {
     const RUN* run = current();
     if (run == nullptr || !inRange(angle, run->phaseAngles.size(), u"angle") ||
-        !inRange(wavelength, std::max(run->phaseWavelengths.size(), 1u), u"wavelength")) {
+        !inRange(wavelength, std::max(run->phaseWavelengths.size(), 1u), u"wavelength") ||
+        !inRange(tape5::phaseIndex(*run, 3, angle, wavelength), run->phaseValues.size(), u"phase function")) {
         return false;
     }
     for (uint32_t k = 0; k < 4; ++k) f[k] = run->phaseValues[tape5::phaseIndex(*run, k, angle, wavelength)];
@@ -243,7 +244,8 @@ bool CModtranTape5File::GetPhaseFunction(uint32_t angle, uint32_t wavelength, do
 bool CModtranTape5File::SetPhaseFunction(uint32_t angle, uint32_t wavelength, const double (&f)[4]) {
     RUN* run = current();
     if (run == nullptr || !inRange(angle, run->phaseAngles.size(), u"angle") ||
-        !inRange(wavelength, std::max(run->phaseWavelengths.size(), 1u), u"wavelength")) {
+        !inRange(wavelength, std::max(run->phaseWavelengths.size(), 1u), u"wavelength") ||
+        !inRange(tape5::phaseIndex(*run, 3, angle, wavelength), run->phaseValues.size(), u"phase function")) {
         return false;
     }
     for (uint32_t k = 0; k < 4; ++k) run->phaseValues[tape5::phaseIndex(*run, k, angle, wavelength)] = f[k];

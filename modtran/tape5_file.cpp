@@ -93,8 +93,10 @@ bool CModtranTape5File::CopyRun(int32_t index) {
     if (!exists(index)) return false;
     RUN run = m_runs[at(index)];
     run.irpt = 0;
-    m_runs.back().irpt = 1;
-    return AddRun(run);
+    const int32_t last = nRuns() - 1;
+    if (!AddRun(run)) return false;
+    m_runs[at(last)].irpt = 1;
+    return true;
 }
 
 bool CModtranTape5File::RemoveRun(int32_t index) {
@@ -184,6 +186,7 @@ bool CModtranTape5File::LoadRun(TSharedPtr<IFile> file) {
         return fail(LastDiagnostic().ToString());
     }
     file->SetPosition(begin + static_cast<int64_t>(reader.position()));
+    if (run.irpt == 2 || run.irpt == -2) run.irpt = 0;  // as the program takes it
     return AddRun(run);
 }
 

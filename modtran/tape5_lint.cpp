@@ -136,7 +136,8 @@ public:
         m_places.push_back({seen.lineNumber, seen.columns, seen.card.name, seen.field.name, seen.index});
         judgeColumns(seen, run);
         judgePoint(seen);
-        if (!isLegal(run, seen.field, seen.index)) {
+        const bool endsDeck = isOneOf(run.irpt, {2, -2}) && std::string_view(seen.card.name) == "5";  // a rule says so
+        if (!endsDeck && !isLegal(run, seen.field, seen.index)) {
             warn(seen, CString::FromFormat(u"%s The program may stop.", illegal(run, seen.field, seen.index)));
         }
         if (std::string_view(seen.card.name) == "5") endRun(run);

@@ -90,6 +90,8 @@ bool setBrdf(RUN& run, Index x, std::string_view text) {
     return false;
 }
 
+bool isReflectanceModel(int32_t number) { return modelOf(number) != nullptr; }
+
 uint32_t brdfParameters(int32_t number) {
     const Model* model = modelOf(number);
     return model == nullptr ? 5 : model->parameters;

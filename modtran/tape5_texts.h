@@ -19,6 +19,8 @@ CStringMB brdf(const RUN& run, Index);
 bool setBrdf(RUN& run, Index, std::string_view text);
 /// How many parameters a reflectance model reads.
 uint32_t brdfParameters(int32_t model);
+/// The number of a model that card 4B1 can name.
+bool isReflectanceModel(int32_t number);
 
 inline constexpr DerivedText surrefText{surref, setSurref};
 inline constexpr DerivedText waterText{water, setWater};

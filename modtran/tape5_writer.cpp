@@ -6,6 +6,7 @@
 #include "core/format.h"
 #include "core/text.h"
 #include "modtran/tape5_number.h"
+#include "modtran/tape5_texts.h"
 
 namespace qv::tape5 {
 
@@ -171,6 +172,12 @@ bool checkLists(const RUN& run, CString& reason) {
     } else if (run.aruss.view() == "USS" &&
                std::ranges::any_of(run.regions, [](const auto& region) { return region.spectra.size() == 1; })) {
         reason = u"The user's aerosol spectra have 2 wavelengths at least on card 2D2.";
+    } else if (std::max({run.levels.size(), run.boundaries.size(), run.cloudSpectra.size(), run.surfaces.size(),
+                         run.phaseAngles.size(), run.phaseWavelengths.size()}) > CModtranTape5File::listLimit) {
+        reason = u"A list of a run has 4096 elements at most.";
+    } else if (run.surface == 1 &&
+               !std::ranges::all_of(run.surfaces, isReflectanceModel, &CModtranTape5File::SURFACE::brdf)) {
+        reason = u"The reflectance model of a surface on card 4B1 is unknown.";
     } else if (run.phaseValues.size() != phaseIndex(run, 4, 0, 0)) {
         reason = u"The phase functions do not have 4 values for each angle and wavelength.";
     } else {

@@ -168,7 +168,7 @@ private:
     /// Null, or what should have stood in the line.
     const char16_t* readRow(TAPE7_DATA& row) {
         const std::optional<double> freq = valueOf(m_layout.freq.in(m_line));
-        if (!freq || std::isnan(*freq)) return u"a row that begins with a frequency";
+        if (!freq || std::isnan(*freq) || *freq < 0.0) return u"a row that begins with a frequency";
         row.freq = *freq;
         const TArray<TAPE7_DATA>& rows = run().data;
         if (!rows.empty() && row.freq < rows.back().freq) return u"a frequency that is not below the last one";

@@ -60,9 +60,15 @@ bool CIndexedFile::mayChangeTable(int64_t size) const {
     return true;
 }
 
+/// Where something goes that stands at or behind a place at which bytes are inserted or removed: not in front of the
+/// place, though what begins among removed bytes (a stream that is empty) moves by fewer of them.
+static int64_t movedOffset(int64_t offset, int64_t position, int64_t delta) {
+    return std::max(offset + delta, std::min(offset, position));
+}
+
 /// Whether everything that AdjustOffsets would move keeps an offset that a record can hold.
 bool CIndexedFile::offsetsFit(int64_t position, int64_t delta, const CIndex* except) const {
-    const auto fits = [delta](int64_t offset) { return offset + delta >= 0 && offset + delta <= largestOffset; };
+    const auto fits = [&](int64_t offset) { return movedOffset(offset, position, delta) <= largestOffset; };
     if (m_indexOffset > position && !fits(m_indexOffset)) return refuse(u"offsets below 4 GiB", u"more", position);
     for (uint32_t i = 0; i < m_indices.size(); ++i) {
         const CIndex* const index = m_indices.GetAt(i);
@@ -74,7 +80,7 @@ bool CIndexedFile::offsetsFit(int64_t position, int64_t delta, const CIndex* exc
 
 /// The table moves when it stands behind `position`, a stream also when it begins there.
 void CIndexedFile::AdjustOffsets(int64_t position, int64_t delta) {
-    const auto moved = [delta](uint32_t offset) { return static_cast<uint32_t>(offset + delta); };
+    const auto moved = [&](uint32_t offset) { return static_cast<uint32_t>(movedOffset(offset, position, delta)); };
     if (m_indexOffset > position) m_indexOffset = moved(m_indexOffset);
     for (CIndex* index : m_indices) {
         if (index->m_offset >= position) index->m_offset = moved(index->m_offset);

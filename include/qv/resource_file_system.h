@@ -47,7 +47,7 @@ public:
     const SResource* Find(const char16_t* path);
 
     TSharedPtr<IFile> CreateFileW(const char16_t* path, uint32_t flags) override;
-    /// Sorted by name. A null directory is the current one.
+    /// A null directory is the current one.
     CDirectoryListing GetDirectoryListing(const char16_t* directory, const char16_t* pattern) override;
     CDirectoryEntry GetFileInfo(const char16_t* path) override;
     bool GetFullPath(char16_t* buffer, const char16_t* path, int bufferChars) override;

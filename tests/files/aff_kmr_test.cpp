@@ -216,6 +216,29 @@ TYPED_TEST(TableOfStreams, TheFifthMovesTheStreamsAlone) {
     EXPECT_EQ(file.GetIndex(2, 2, 0, 9, 0), nullptr);
 }
 
+TYPED_TEST(TableOfStreams, StreamsThatWereEmptiedStayClearOfEachOther) {
+    OneFileDisk disk;
+    TypeParam file;
+    ASSERT_TRUE(file.Create(&disk, u"c"));
+    for (int i = 0; i < 3; ++i) {
+        CIndex* const index = file.GetIndex(file.CreateIndex(1, 0, 100, CAFFFile::automaticId));
+        ASSERT_TRUE(index->GetFile()->WriteBytes(std::string(300, 'a').data(), 300));
+    }
+    for (uint32_t i = 0; i < 3; ++i) ASSERT_TRUE(file.GetIndex(i)->GetFile()->SetSize(0)) << i;
+    for (uint32_t i = 0; i < 3; ++i) {
+        EXPECT_GE(file.GetIndex(i)->getOffset(), file.GetTableEnd());
+        const std::string text(10 + i, static_cast<char>('x' + i));
+        file.GetIndex(i)->GetFile()->SetPosition(0);
+        ASSERT_TRUE(file.GetIndex(i)->GetFile()->WriteBytes(text.data(), 10 + i)) << i;
+    }
+    for (uint32_t i = 0; i < 3; ++i) {
+        std::string text(10 + i, '?');
+        file.GetIndex(i)->GetFile()->SetPosition(0);
+        ASSERT_TRUE(file.GetIndex(i)->GetFile()->ReadBytes(text.data(), 10 + i));
+        EXPECT_EQ(text, std::string(10 + i, static_cast<char>('x' + i)));
+    }
+}
+
 TYPED_TEST(TableOfStreams, AHundredAndFirstIsOneTooMany) {
     OneFileDisk disk;
     TypeParam file;

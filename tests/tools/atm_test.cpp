@@ -58,6 +58,13 @@ TEST_F(AtmRun, NothingIsKeptOfARunThatFailed) {
         EXPECT_EQ(outcome.exitCode, row.code) << row.word << '\n' << outcome.error;
         EXPECT_EQ(shop.exists(std::string(row.word) + ".tape7"), row.code == 0) << row.word;
     }
+    // What one run gives is kept when the place of another's output is taken meanwhile, and no deck is written over.
+    EXPECT_EQ(run("path.tape5 ./path.tape5").exitCode, 2);
+    shop.write("self.tape7", shop.read("path.tape5"));
+    EXPECT_EQ(run("self.tape7 --force").exitCode, 2);
+    EXPECT_EQ(shop.read("self.tape7"), shop.read("path.tape5"));
+    shop.write("path.tape7scn", "old");
+    EXPECT_EQ(run("path.tape5").exitCode, 1);
     const ToolRun absent = shop.qv("atm run --exe ./absent/program path.tape5");
     EXPECT_EQ(absent.exitCode, 6);
     EXPECT_NE(absent.error.find("absent/program"), std::string::npos) << absent.error;

@@ -68,7 +68,8 @@ Exit csv(const Options& options) {
     }
     Table lines(heads);
     for (const qv::TAPE7_DATA& row : table.data) {
-        std::vector<std::string> cells{exact(atm.wavenumber(row.freq)), exact(atm.microns(row.freq))};
+        std::vector<std::string> cells{exact(atm.wavenumber(row.freq)),
+                                       row.freq > 0.0 ? exact(atm.microns(row.freq)) : std::string()};
         for (const Column column : table.columns) cells.push_back(row.Has(column) ? exact(row[column]) : "");
         lines.add(std::move(cells));
     }
@@ -83,7 +84,9 @@ class Band {
 public:
     Band(const AtmTable& atm, const Options& options) : m_atm(atm) {
         const qv::TArray<qv::TAPE7_DATA>& rows = atm.table().data;
-        const auto [low, high] = std::minmax({atm.microns(rows.front().freq), atm.microns(rows.back().freq)});
+        const auto begin = std::find_if(rows.begin(), rows.end(), [](const auto& row) { return row.freq > 0.0; });
+        if (begin == rows.end()) throw Failure(Exit::damaged, atm.path() + ": no row has a wavelength");
+        const auto [low, high] = std::minmax({atm.microns(begin->freq), atm.microns(rows.back().freq)});
         m_from = options.from.value_or(low);
         m_to = options.to.value_or(high);
         // Ends that were printed with few digits still count as the table's.
@@ -98,7 +101,7 @@ public:
         if (!(m_from < m_to)) throw Failure(Exit::usage, "--from and --to: there is nothing between them");
         const auto [first, last] = std::minmax({atm.freqOf(m_from), atm.freqOf(m_to)});
         warnOfGaps(first, last);
-        addEnd(std::max(first, rows.front().freq));
+        addEnd(std::max(first, begin->freq));
         for (const qv::TAPE7_DATA& row : rows) {
             if (row.freq > m_rows.front().freq && row.freq < last) m_rows.push_back(row);
         }
@@ -214,6 +217,9 @@ Exit curve(const Options& options) {
     for (const qv::TAPE7_DATA& row : atm.table().data) {
         if (!row.Has(Column::transmittance) || !row.Has(Column::pathThermal)) {
             throw Failure(Exit::damaged, options.file + ": the row at " + exact(row.freq) + " has a value missing");
+        }
+        if (!std::isfinite(row[Column::pathThermal] * atm.perMicron(row.freq))) {
+            throw Failure(Exit::damaged, options.file + ": the row at " + exact(row.freq) + " has no finite radiance");
         }
         lines.push_back(exact(atm.wavenumber(row.freq)) + " " + exact(row[Column::transmittance]) + " " +
                         exact(row[Column::pathThermal] * atm.perMicron(row.freq)) + "\n");

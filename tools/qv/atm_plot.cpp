@@ -109,6 +109,7 @@ private:
         const qv::TArray<qv::TAPE7_DATA>& rows = m_atm.table().data;
         std::vector<double> values;
         for (uint32_t i = 0; i < rows.size(); ++i) {
+            if (rows.ConstGetItem(i).freq <= 0.0) continue;  // It has no wavelength.
             if (m_atm.isBehindGap(i)) values.push_back(qv::TAPE7_DATA::absent);
             values.push_back(value(rows.ConstGetItem(i)));
         }

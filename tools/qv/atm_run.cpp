@@ -70,6 +70,7 @@ struct Job {
     std::string failure;  ///< Why there is no output; empty when there is one.
     uint32_t runs = 0;
     uint64_t rows = 0;
+    bool isFinished = false;  ///< The program came to its end, and its output was read.
 
     void fail(const std::string& reason) {
         if (failure.empty()) failure = reason;
@@ -94,10 +95,10 @@ public:
         for (const std::string& deck : options.decks) {
             requireFile(deck);
             const std::string output = outputOf(deck);
-            if (!outputs.insert(output).second) {
+            if (!outputs.insert(fs::weakly_canonical(fs::absolute(output), error).string()).second) {
                 throw Failure(Exit::usage, deck + ": another deck has the same output, " + output + ".tape7");
             }
-            const Target isFree(output + ".tape7", options.force);
+            for (const char* extension : {".tape7", ".tape7scn"}) checkOutput(output + extension);
         }
     }
 
@@ -112,8 +113,8 @@ public:
             work(progress);
             for (std::thread& thread : pool) thread.join();
         }
-        if (m_interrupted) throw Failure(Exit::outside, "interrupted; nothing is kept of the runs");
         for (Job& job : m_jobs) keep(job);
+        if (m_interrupted) throw Failure(Exit::outside, "interrupted; the outputs of finished runs are kept");
         print();
         const auto failed = [](const Job& job) { return !job.failure.empty(); };
         return std::any_of(m_jobs.begin(), m_jobs.end(), failed) ? Exit::outside : Exit::done;
@@ -127,8 +128,19 @@ private:
         return (folder / stem).string();
     }
 
+    /// The place is free, or may be replaced, and is none of the decks.
+    void checkOutput(const std::string& output) const {
+        std::error_code error;
+        for (const std::string& deck : m_options.decks) {
+            if (fs::equivalent(deck, output, error)) {
+                throw Failure(Exit::usage, deck + ": is the place of an output as well");
+            }
+        }
+        const Target isFree(output, m_options.force);
+    }
+
     void prepare(const std::string& deck) {
-        m_jobs.push_back({deck, outputOf(deck), PrivateFolder(), {}, 0, 0});
+        m_jobs.push_back({deck, outputOf(deck), PrivateFolder(), {}, 0, 0, false});
         const PrivateFolder& folder = m_jobs.back().folder;
         copy(files(), deck, folder.file("tape5"));
         // The program looks for its data in the folder in which it works.
@@ -189,6 +201,7 @@ private:
             return job.fail(std::string("the program's output is ") + (loaded ? "cut off: " : "no table: ") +
                             diagnosed(Exit::outside, "tape7", "").what());
         }
+        job.isFinished = true;
         job.runs = tape7.nRuns();
         for (uint32_t run = 0; run < tape7.nRuns(); ++run) {
             job.rows += tape7.nPoints(run);
@@ -198,13 +211,16 @@ private:
 
     /// The table, and beside it the convolved one where the deck asked for it.
     void keep(Job& job) const {
-        if (!job.failure.empty()) {
-            std::cerr << "qv: " << job.deck << ": " << job.failure << '\n';
-            return;
+        try {
+            const std::string convolved = job.folder.file("tape7.scn");
+            if (job.isFinished && job.failure.empty()) {
+                put(job.folder.file("tape7"), job.output + ".tape7");
+                if (fs::exists(convolved) && fs::file_size(convolved) > 0) put(convolved, job.output + ".tape7scn");
+            }
+        } catch (const std::exception& error) {
+            job.fail(error.what());  // what the other decks gave is kept all the same
         }
-        put(job.folder.file("tape7"), job.output + ".tape7");
-        const std::string convolved = job.folder.file("tape7.scn");
-        if (fs::exists(convolved) && fs::file_size(convolved) > 0) put(convolved, job.output + ".tape7scn");
+        if (!job.failure.empty()) std::cerr << "qv: " << job.deck << ": " << job.failure << '\n';
     }
     void put(const std::string& from, const std::string& to) const {
         Target target(to, m_options.force);
