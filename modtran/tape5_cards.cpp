@@ -27,7 +27,11 @@ class Lister : public Visitor {
 public:
     explicit Lister(TArray<TAPE5_FIELD>& fields) : m_fields(fields) {}
 
+    bool isFull() const { return m_isFull; }
+
     void field(const Seen& seen, const RUN& run) override {
+        m_isFull = m_fields.size() >= mostTape5Fields;
+        if (m_isFull) return;
         TAPE5_FIELD made;
         made.run = m_run;
         made.line = seen.lineNumber;
@@ -46,6 +50,7 @@ public:
 private:
     TArray<TAPE5_FIELD>& m_fields;
     int32_t m_run = 0;
+    bool m_isFull = false;
 };
 
 /// A name with up to two indexes, from 0.
@@ -125,7 +130,10 @@ bool ListTape5Fields(TSharedPtr<IFile> file, TArray<TAPE5_FIELD>& fields) {
     Lister lister(fields);
     Reader reader(bytes, 1, &lister);
     TArray<RUN> runs;
-    return readDeck(reader, runs);
+    if (!readDeck(reader, runs)) return false;
+    if (!lister.isFull()) return true;
+    SetDiagnostic(CString(), u"a deck of at most 200,000 fields", u"more");
+    return false;
 }
 
 bool SetTape5Field(CModtranTape5File::RUN& run, const CStringMB& name, const CStringMB& value) {

@@ -38,8 +38,11 @@ struct TAPE5_WARNING {
     CString text;    ///< One sentence.
 };
 
+/// More fields than this are not listed: some hundred runs with profiles of their own.
+constexpr uint32_t mostTape5Fields = 200'000;
+
 /// Reads a deck from the file's position and lists its fields in order. False, with a diagnostic, for what
-/// CModtranTape5File::Load does not read; `fields` then holds those in front.
+/// CModtranTape5File::Load does not read, and for more fields than the limit; `fields` then holds those in front.
 QV_API bool ListTape5Fields(TSharedPtr<IFile> file, TArray<TAPE5_FIELD>& fields);
 
 /// Reads a deck likewise and lists what is doubtful in it, by line. False for what cannot be read.
