@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <cstring>
 
+#include "images/kvor.h"
+
 namespace qv::Private {
 
 namespace {
@@ -154,7 +156,39 @@ bool JpegReader::fail() {
                   m_source.ended ? CString(u"the end of the file") : CString(m_errors.error));
 }
 
+/// The next byte of the file; the source always has one.
+static JOCTET nextByte(j_decompress_ptr decoder) {
+    jpeg_source_mgr& source = *decoder->src;
+    if (source.bytes_in_buffer == 0) (void)source.fill_input_buffer(decoder);
+    --source.bytes_in_buffer;
+    return *source.next_input_byte++;
+}
+
+/// Reads an APP1 segment in place of the library, which would look through all that it kept for each further one.
+boolean JpegReader::onSegment(j_decompress_ptr decoder) {
+    JpegReader& self = *static_cast<JpegReader*>(decoder->client_data);
+    const size_t high = nextByte(decoder), length = high << 8 | nextByte(decoder);
+    if (length < 2) ERREXIT(decoder, JERR_BAD_LENGTH);
+    for (size_t i = 0; i + 2 < length; ++i) self.m_segment[i] = nextByte(decoder);
+    if (!self.take(length - 2)) ERREXIT1(decoder, JERR_OUT_OF_MEMORY, 0);
+    return TRUE;
+}
+
+/// False without memory.
+bool JpegReader::take(size_t size) noexcept {
+    if (!kvor::isSegment(m_segment.data(), static_cast<uint32_t>(size))) return true;
+    try {
+        const auto begin = m_segment.begin() + kvor::headerBytes;
+        m_payload.insert(m_payload.end(), begin, begin + kvor::dataIn(static_cast<uint32_t>(size)));
+        return true;
+    } catch (const std::bad_alloc&) {
+        return false;
+    }
+}
+
 bool JpegReader::readHeader(IFile& file, bool keepPayload) {
+    constexpr size_t longestSegment = 65533;
+    if (keepPayload) m_segment.resize(longestSegment);
     m_source.file = &file;
     file.SeekToBegin();
     return run([&] {
@@ -163,7 +197,8 @@ bool JpegReader::readHeader(IFile& file, bool keepPayload) {
         m_source.install(&m_decoder, file);
         m_progress.progress_monitor = onProgress;
         m_decoder.progress = &m_progress;
-        if (keepPayload) jpeg_save_markers(&m_decoder, JPEG_APP0 + 1, 65535);
+        m_decoder.client_data = this;
+        if (keepPayload) jpeg_set_marker_processor(&m_decoder, kvor::marker, onSegment);
         jpeg_read_header(&m_decoder, TRUE);
     });
 }

@@ -10,6 +10,8 @@ extern "C" {
 #include <jerror.h>
 }
 
+#include <vector>
+
 #include "images/picture_file.h"
 
 namespace qv::Private {
@@ -51,7 +53,8 @@ public:
     JpegReader& operator=(const JpegReader&) = delete;
     ~JpegReader();
 
-    /// Reads up to the first scan. @param keepPayload  Keeps the APP1 segments.
+    /// Reads up to the first scan. @param keepPayload  Keeps the data of KVOR segments, those behind the header as
+    /// well.
     bool readHeader(IFile& file, bool keepPayload);
 
     /// Whether the file can hold as many pixels as its header says.
@@ -63,6 +66,8 @@ public:
     bool finish();
 
     const jpeg_decompress_struct& decoder() const { return m_decoder; }
+    /// What all KVOR segments so far carry, in file order.
+    const std::vector<uint8_t>& payload() const { return m_payload; }
     const JpegErrors& errors() const { return m_errors; }
     /// Sets the diagnostic to what the library said last; always false.
     bool fail();
@@ -73,8 +78,13 @@ private:
         return guarded(m_errors.place, body);
     }
 
+    static boolean onSegment(j_decompress_ptr decoder);
+    bool take(size_t size) noexcept;
+
     JpegErrors m_errors;
     JpegSource m_source;
+    std::vector<uint8_t> m_segment;  ///< Room for one; the library may leave the reading of it by a jump.
+    std::vector<uint8_t> m_payload;
     jpeg_progress_mgr m_progress;
     jpeg_decompress_struct m_decoder;
 };

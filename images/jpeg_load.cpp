@@ -1,6 +1,7 @@
+#include <algorithm>
+
 #include "images/formats.h"
 #include "images/jpeg_library.h"
-#include "images/kvor.h"
 #include "qv/image.h"
 
 namespace qv {
@@ -9,29 +10,15 @@ namespace {
 
 using namespace Private;
 
-/// Calls `each` with the data of every segment of a measurement, in file order, until it is false.
-template <class Each>
-bool forEachPiece(const jpeg_decompress_struct& decoder, Each each) {
-    for (const jpeg_marker_struct* at = decoder.marker_list; at != nullptr; at = at->next) {
-        if (at->marker != kvor::marker || !kvor::isSegment(at->data, at->data_length)) continue;
-        const uint32_t size = kvor::dataIn(at->data_length);
-        if (size != 0 && !each(at->data + kvor::headerBytes, size)) return false;
+bool deliver(const std::vector<uint8_t>& data, IFile& payload) {
+    if (auto* const memory = dynamic_cast<CMemFile*>(&payload)) memory->SetSize(static_cast<int64_t>(data.size()));
+    constexpr size_t most = 1U << 30;
+    for (size_t at = 0; at < data.size(); at += most) {
+        const auto count = static_cast<uint32_t>(std::min(data.size() - at, most));
+        if (payload.WriteBytes(data.data() + at, count)) continue;
+        return refuse(payload, u"room for the measurement of a JPEG picture", u"none", payload.GetPosition());
     }
     return true;
-}
-
-bool deliver(const jpeg_decompress_struct& decoder, IFile& payload) {
-    if (auto* const memory = dynamic_cast<CMemFile*>(&payload)) {
-        int64_t size = 0;
-        forEachPiece(decoder, [&](const uint8_t*, uint32_t count) {
-            size += count;
-            return true;
-        });
-        memory->SetSize(size);
-    }
-    const bool all =
-        forEachPiece(decoder, [&](const uint8_t* data, uint32_t count) { return payload.WriteBytes(data, count); });
-    return all || refuse(payload, u"room for the measurement of a JPEG picture", u"none", payload.GetPosition());
 }
 
 bool decode(JpegReader& reader, IFile& file, SBitmap& bitmap) {
@@ -60,7 +47,7 @@ bool LoadJPEG(const TSharedPtr<IFile>& file, SBitmap& bitmap, const TSharedPtr<I
     JpegReader reader;
     if (!reader.readHeader(*file, payload != nullptr)) return reader.fail();
     if (!decode(reader, *file, bitmap)) return false;
-    if (payload && !deliver(reader.decoder(), *payload)) return false;
+    if (payload && !deliver(reader.payload(), *payload)) return false;
     if (!reader.finish()) return reader.fail();
     if (reader.errors().warning[0] != 0) {
         refuse(*file, u"a JPEG picture without a fault", CString(reader.errors().warning));

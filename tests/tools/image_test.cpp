@@ -53,6 +53,7 @@ TEST_F(Pictures, AJpegCarriesItsFrameAndWhatGoesWithIt) {
     done("rjpeg wrap plain.jpg counts.saf -o whole.jpg");
     done("rjpeg unwrap whole.jpg -o whole.saf");
     EXPECT_EQ(shop.read("whole.saf"), shop.read("counts.saf"));
+    EXPECT_EQ(shop.qv("rjpeg unwrap whole.jpg -o data/ --force").exitCode, 2);  // one file, without a name of its own
     done("rjpeg strip whole.jpg -o bare.jpg");
     EXPECT_EQ(shop.read("bare.jpg"), shop.read("plain.jpg"));
     done("image convert frame.jpg frame.bmp");
@@ -80,6 +81,9 @@ TEST_F(Pictures, RefusalsSayWhatIsWrong) {
         {"rjpeg unwrap plain.jpg -o out", 1, "more than 3864 B"},
         {"rjpeg wrap text.txt counts.saf -o out.jpg", 3, "text.txt"},
         {"render counts.saf --radiometric -o out.png", 2, "JPEG"},
+        {"render counts.saf -o counts.saf --force", 2, "is an input"},
+        {"export counts.saf -o counts.saf --force", 2, ".tif"},
+        {"rjpeg wrap plain.jpg counts.saf -o counts.saf --force", 2, "is an input"},
         {"export counts.saf -o out.gif", 2, ".tif"},
         {"export counts.saf --frames 3 -o out.csv", 1, "no frame 3"},
         {"export counts.saf --frames 2:1 -o out.csv", 2, "2:1"},

@@ -74,7 +74,9 @@ void requireWritten(bool written, const std::string& place) {
 void exportStack(const Options& options, const Recording& recording, const Span& span, Progress& progress) {
     const Layout& layout = recording.layout();
     constexpr uint64_t mostSmall = 4'000'000'000;  // of the 2^32 bytes that a TIFF file of the common form can have
-    const bool big = uint64_t{span.end - span.first} * layout.pixels() * sizeof(float) > mostSmall;
+    constexpr uint64_t directoryBytes = 256;
+    const uint64_t pageBytes = uint64_t{layout.pixels()} * sizeof(float) + directoryBytes;
+    const bool big = (span.end - span.first) * pageBytes > mostSmall;
     if (big)
         remark("qv: " + options.output + ": more than 4 GB are written as BigTIFF, which some readers do not know");
     Target target(options.output, options.force);
@@ -179,9 +181,14 @@ Exit exportFrames(const Options& options) {
         throw Failure(Exit::usage, options.output + ": the output ends in .tif, .png or .csv");
     }
     if (!options.range.empty() && ending != ".png") throw Failure(Exit::usage, "--range is for .png alone");
+    if (options.force) requireOther(options.output, {options.recording});
     const Recording recording(options.recording);
     const Span span = spanOf(options, recording);
     const uint32_t count = span.end - span.first;
+    // All or none: a name that is taken is told before the first picture is written.
+    for (uint32_t frame = span.first; !stack && frame < span.end; ++frame) {
+        const Target isFree(nameOf(options, span, frame), options.force);
+    }
     {
         Progress progress("export", count, recording.layout().frameBytes());
         if (stack) exportStack(options, recording, span, progress);

@@ -94,6 +94,11 @@ Exit convert(const Options& options) {
     }
     if (found.bitsPerSample > 8) remark("qv: " + options.input + ": its values become colours of 8 bits");
     if (found.pages > 1) remark("qv: " + options.input + ": of several pages the first is taken");
+    qv::SRadiometricInfo carried;
+    if (found.format == qv::EImageFormat::jpeg && qv::GetRadiometricInfo(file, carried) && carried.payloadSize > 0) {
+        remark("qv: " + options.input + ": its " + std::to_string(carried.payloadSize) +
+               " B of measurement do not go along");
+    }
     writeBitmap(picture.pixels.handle, options.output, options.force, nullptr, properties);
     std::cout << options.output << ": " << found.width << " x " << found.height << " pixels\n";
     return Exit::done;

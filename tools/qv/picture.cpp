@@ -300,7 +300,8 @@ struct Arrangement {
 
 Arrangement arrange(const FramePicture& picture) {
     Arrangement a{};
-    a.magnify = std::max<int64_t>(1, 640 / std::max<int64_t>(picture.height, 1));
+    a.magnify = std::max<int64_t>(
+        1, std::min(640 / std::max<int64_t>(picture.height, 1), 1280 / std::max<int64_t>(picture.width, 1)));
     a.width = int64_t{picture.width} * a.magnify;
     a.height = int64_t{picture.height} * a.magnify;
     a.scale = a.height >= 360 ? 2 : 1;
@@ -382,6 +383,11 @@ Canvas FramePicture::draw() const {
     };
     for (const std::string& line : {title, caption}) {
         right = std::max(right, a.left + Canvas::textWidth(line, scaleOf(line)));
+    }
+    constexpr int64_t mostPixels = int64_t{1} << 28;
+    if ((right + a.margin) * (a.top + a.height) > mostPixels) {
+        throw Failure(Exit::usage, "a frame of " + std::to_string(width) + " x " + std::to_string(height) +
+                                       " pixels is too large to be drawn");
     }
     const int64_t bottom = a.top + a.height + (caption.empty() ? 0 : a.margin + a.lineHeight());
     Canvas canvas(static_cast<uint32_t>(right + a.margin), static_cast<uint32_t>(bottom + a.margin), background);

@@ -12,6 +12,7 @@
 #include "payload.h"
 #include "picture.h"
 #include "recording.h"
+#include "target.h"
 #include "text.h"
 
 namespace tool {
@@ -56,6 +57,8 @@ qv::TSharedPtr<qv::IFile> measurementOf(const Options& options, const Recording&
 }
 
 Exit render(const Options& options) {
+    if (options.force) requireOther(options.output, {options.recording});
+    if (options.force) requireOther(options.output, options.attached);
     const Recording recording(options.recording);
     requireFrame(recording, options.frame);
     FrameReader reader(recording);

@@ -74,7 +74,16 @@ Exit info(const Options& options) {
     return found.IsMeasurement() ? Exit::done : Exit::negative;
 }
 
+/// Whether it was the output or the picture that made an end of a copy.
+Failure failedCopy(const Options& options, const File& out, const Target& target) {
+    const qv::CString name = qv::LastDiagnostic().file;
+    const bool isOutput = out && narrow(name).ends_with(fs::path(target.temporary()).filename().string());
+    return isOutput ? diagnosed(Exit::io, options.output, "cannot be written (is the disk full?)")
+                    : diagnosed(Exit::damaged, options.picture, "is damaged");
+}
+
 Exit wrap(const Options& options) {
+    if (options.force) requireOther(options.output, options.measurement);
     const File picture = opened(options.picture);
     const File payload = payloadOf(payloadFiles(options.measurement));
     if (payload->GetSize() <= int64_t{qv::largestMetadata}) {
@@ -85,9 +94,8 @@ Exit wrap(const Options& options) {
         if (options.quality) throw Failure(Exit::usage, "--quality: a JPEG is kept as it is");
         Target target(options.output, options.force);
         qv::ClearDiagnostic();
-        if (!qv::WrapRadiometricJPEG(picture, payload, target.open())) {
-            throw diagnosed(Exit::damaged, options.picture, "cannot be wrapped");
-        }
+        const File out = target.open();
+        if (!qv::WrapRadiometricJPEG(picture, payload, out)) throw failedCopy(options, out, target);
         target.commit();
     } else {
         Bitmap bitmap;
@@ -108,7 +116,7 @@ void writeWhole(qv::IFile& from, const std::string& name, const std::string& pla
     Target target(place, force);
     copyContents(from, *target.open(), name, place);
     target.commit();
-    std::cout << place << ": " << from.GetSize() << " B\n";
+    std::cout << visible(wide(place)) << ": " << from.GetSize() << " B\n";
 }
 
 /// The files of a payload that is a container, each below the folder.
@@ -122,14 +130,15 @@ void unpack(const File& payload, const Options& options) {
     std::error_code error;
     fs::create_directories(options.output, error);
     for (const auto& entry : container.GetDirectoryListing(u"/", nullptr).entries) {
-        if (entry.type != qv::IFileSystem::typeFile) continue;
         const std::string name = narrow(entry.name);
         // A name from a file does not lead out of the folder.
-        if (fs::path(name) != fs::path(name).filename() || name == ".." || name == ".") {
+        if (entry.type != qv::IFileSystem::typeFile || fs::path(name) != fs::path(name).filename() || name == ".." ||
+            name == ".") {
             throw Failure(Exit::damaged, options.picture + ": " + visible(entry.name) + " is no name of a file");
         }
         const File file = container.CreateFileW(entry.path, qv::CFile::openExisting);
-        if (file) writeWhole(*file, options.picture, (fs::path(options.output) / name).string(), options.force);
+        if (!file) throw diagnosed(Exit::damaged, options.picture, "has a damaged payload");
+        writeWhole(*file, options.picture, (fs::path(options.output) / name).string(), options.force);
     }
 }
 
@@ -146,6 +155,8 @@ Exit unwrap(const Options& options) {
         payload->size() > 4 && std::string_view(reinterpret_cast<const char*>(payload->data()), 4) == "CDFS";
     if (toFolder && several) {
         unpack(payload, options);
+    } else if (toFolder) {
+        throw Failure(Exit::usage, options.output + ": the picture carries one file, which needs a name");
     } else {
         writeWhole(*payload, options.picture, options.output, options.force);
     }
@@ -157,8 +168,8 @@ Exit strip(const Options& options) {
     const qv::SRadiometricInfo found = infoOf(picture, options.picture);
     Target target(options.output, options.force);
     qv::ClearDiagnostic();
-    if (!qv::StripRadiometricJPEG(picture, target.open()))
-        throw diagnosed(Exit::damaged, options.picture, "is damaged");
+    const File out = target.open();
+    if (!qv::StripRadiometricJPEG(picture, out)) throw failedCopy(options, out, target);
     target.commit();
     std::cout << options.output << ": without " << found.payloadSize << " B in " << found.segments << " segments\n";
     return Exit::done;

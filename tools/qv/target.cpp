@@ -66,6 +66,13 @@ void checkPlace(const std::string& path, bool force) {
 
 }  // namespace
 
+void requireOther(const std::string& output, const std::vector<std::string>& inputs) {
+    for (const std::string& input : inputs) {
+        std::error_code error;
+        if (fs::equivalent(input, output, error)) throw Failure(Exit::usage, output + ": is an input as well");
+    }
+}
+
 Target::Target(const std::string& path, bool force) : m_path(path), m_force(force) {
     qv::IFileSystem& disk = qv::fileSystem();
     checkPlace(path, force);

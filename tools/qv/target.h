@@ -2,10 +2,14 @@
 #pragma once
 
 #include <string>
+#include <vector>
 
 #include "qv/file.h"
 
 namespace tool {
+
+/// Fails when the output is one of the inputs, which it would replace.
+void requireOther(const std::string& output, const std::vector<std::string>& inputs);
 
 /// A file that is written under a temporary name beside its place and takes the place when it is committed. Without a
 /// commit nothing is left behind, also when the program is interrupted. One at a time.
