@@ -156,11 +156,12 @@ TSharedPtr<IFile> CMergedFileSystem::State::openToChange(Layer* found, const Ent
                                                          uint32_t flags, TSharedPtr<IFileSystem>& system) {
     Layer* const target = layerToChange(path);
     if (target == nullptr) return nullptr;
-    if (found != nullptr && found != target) {
-        if (flags & CFile::deleteOnClose) {
-            refuse(path, aFileToOpen, u"one below the writable layer, which cannot be deleted on close");
-            return nullptr;
-        }
+    const bool isBelow = found != nullptr && found != target;
+    if ((flags & CFile::deleteOnClose) != 0 && (isBelow || layers.showsWithout(*target, path))) {
+        refuse(path, aFileToOpen, u"one below the writable layer, which cannot be deleted on close");
+        return nullptr;
+    }
+    if (isBelow) {
         if (Private::dispositionOf(flags) != Disposition::createTruncate) {
             if (!copyUp(*found, *target, path, entry)) return nullptr;
             flags = withDisposition(flags, CFile::openExisting);

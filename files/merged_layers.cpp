@@ -62,6 +62,16 @@ uint32_t Layers::typeAt(const std::u16string& path) {
                         : (find(path, entry) == nullptr ? IFileSystem::typeNothing : entry.type);
 }
 
+bool Layers::showsWithout(const Layer& layer, const std::u16string& path) {
+    bool isBelow = false;
+    for (Layer& each : m_layers) {
+        if (isBelow && each.info(path).type != IFileSystem::typeNothing) return true;
+        isBelow = isBelow || &each == &layer;
+        if (isBelow && each.cutsOff(path)) break;
+    }
+    return false;
+}
+
 Layer* Layers::writable() {
     const auto found = std::find_if(m_layers.begin(), m_layers.end(), [](const Layer& one) { return one.writable; });
     return found == m_layers.end() ? nullptr : &*found;

@@ -40,6 +40,8 @@ public:
     /// the topmost layer.
     Layer* find(const std::u16string& path, Entry& entry);
     uint32_t typeAt(const std::u16string& path);
+    /// Whether the path would still be there without what `layer` has of it: in one below.
+    bool showsWithout(const Layer& layer, const std::u16string& path);
     Layer* writable();
     /// Whether a layer above the writable one has the path.
     bool isPinned(const std::u16string& path);

@@ -83,7 +83,12 @@ TEST_F(MergedLayers, WritingCopiesUp) {
     EXPECT_EQ(get(m_merged, u"/cut") + get(m_low, u"/cut"), "low");
     put(m_low, u"/temp", "low");
     EXPECT_FALSE(m_merged.CreateFileW(u"/temp", 0x100012));
-    EXPECT_EQ(get(m_low, u"/temp"), "low");
+    put(m_own, u"/own/temp", "own");
+    EXPECT_FALSE(m_merged.CreateFileW(u"/temp", 0x100012));  // the one below would come back
+    EXPECT_EQ(get(m_merged, u"/temp") + get(m_low, u"/temp"), "ownlow");
+    put(m_own, u"/own/alone", "own");
+    EXPECT_TRUE(m_merged.CreateFileW(u"/alone", 0x100012));
+    EXPECT_EQ(get(m_merged, u"/alone"), "(none)");
 }
 
 /// Blocks of 1 MiB that are still to be had.
