@@ -21,8 +21,9 @@ bool isLogical(char flag) { return isTrue(flag) || flag == 'F' || flag == 'f'; }
 // Conditions ----------------------------------------------------------------------------------------------------------
 
 bool hasAdjustments(const RUN& r) { return r.aplus.view() == "A+" && r.ihaze >= 0 && r.ihaze != 7 && r.icld != 11; }
-bool hasCirrus(const RUN& r) { return r.icld == 18 || r.icld == 19; }
-bool hasClouds(const RUN& r) { return r.icld >= 1 && r.icld <= 10; }
+// Without aerosols (IHAZE 0) the program takes clouds out, and reads no card of theirs.
+bool hasCirrus(const RUN& r) { return r.ihaze != 0 && (r.icld == 18 || r.icld == 19); }
+bool hasClouds(const RUN& r) { return r.ihaze != 0 && r.icld >= 1 && r.icld <= 10; }
 bool hasProfile(const RUN& r) { return (r.model == 0 || r.model == 7 || r.model == 8) && r.im == 1; }
 bool hasOwnSpectra(const RUN& r) { return r.aruss.view() == "USS"; }
 bool hasRegions(const RUN& r) { return r.ihaze == 7 || r.icld == 11 || hasOwnSpectra(r); }

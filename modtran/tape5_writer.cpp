@@ -164,7 +164,7 @@ private:
 
 /// What the lists of a run would lose on its cards.
 bool checkLists(const RUN& run, CString& reason) {
-    const bool hasClouds = run.icld >= 1 && run.icld <= 10;
+    const bool hasClouds = run.ihaze != 0 && run.icld >= 1 && run.icld <= 10;
     if (hasClouds && !run.boundaries.empty() && run.boundaries.size() < 3) {
         reason = u"A cloud has 3 altitudes at least on card 2E1.";
     } else if (hasClouds && run.cloudSpectra.size() == 1) {
