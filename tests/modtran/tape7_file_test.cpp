@@ -20,7 +20,6 @@ using Column = ETape7Column;
 
 constexpr char deckEcho[] = "T   2    2    1    0    2    2    2    2    2    2    1    0    0   0.000   0.00\n";
 constexpr char thermalHeading[] = "    FREQ  TOT TRANS  PTH THRML  THRML SCT  SURF EMIS\n";
-constexpr char mode3Heading[] = "    FREQ   TRANS     SOL TR  SOLAR\n";
 
 std::string deckEchoOf(int mode) { return std::string(deckEcho).replace(14, 1, std::to_string(mode)); }
 
