@@ -1,11 +1,11 @@
 // qv image: what a picture is, and pictures in another format.
 #include <iostream>
 #include <memory>
+#include <optional>
 
 #include "command.h"
 #include "json.h"
 #include "picture.h"
-#include "places.h"
 #include "qv/diagnostic.h"
 #include "qv/image.h"
 #include "qv/pixel_type.h"
@@ -27,14 +27,6 @@ struct Options {
     bool json = false;
 };
 
-qv::TSharedPtr<qv::IFile> opened(const std::string& path) {
-    requireFile(path);
-    qv::ClearDiagnostic();
-    const qv::TSharedPtr<qv::IFile> file = files().CreateFileW(wide(path).c_str(), 0x312);
-    if (!file) throw diagnosed(Exit::io, path, "cannot be opened");
-    return file;
-}
-
 qv::SImageInfo infoOf(const qv::TSharedPtr<qv::IFile>& file, const std::string& path) {
     qv::SImageInfo info;
     qv::ClearDiagnostic();
@@ -48,7 +40,7 @@ std::string formatName(qv::EImageFormat format) {
 }
 
 Exit info(const Options& options) {
-    const qv::TSharedPtr<qv::IFile> file = opened(options.input);
+    const qv::TSharedPtr<qv::IFile> file = openInput(options.input);
     const qv::SImageInfo found = infoOf(file, options.input);
     qv::SRadiometricInfo carried;
     if (found.format == qv::EImageFormat::jpeg) (void)qv::GetRadiometricInfo(file, carried);
@@ -80,7 +72,7 @@ Exit info(const Options& options) {
 }
 
 Exit convert(const Options& options) {
-    const qv::TSharedPtr<qv::IFile> file = opened(options.input);
+    const qv::TSharedPtr<qv::IFile> file = openInput(options.input);
     const qv::SImageInfo found = infoOf(file, options.input);
     qv::CPropertyArray properties;
     if (!options.background.empty()) properties.SetValue(u"BackgroundColor", wide(options.background));

@@ -1,7 +1,6 @@
 #include "import_pictures.h"
 
 #include "command.h"
-#include "places.h"
 #include "qv/diagnostic.h"
 #include "qv/image.h"
 #include "qv/multi_page_tiff.h"
@@ -12,18 +11,10 @@ namespace tool {
 
 namespace {
 
-qv::TSharedPtr<qv::IFile> opened(const std::string& path) {
-    requireFile(path);
-    qv::ClearDiagnostic();
-    const qv::TSharedPtr<qv::IFile> file = files().CreateFileW(wide(path).c_str(), 0x312);
-    if (!file) throw diagnosed(Exit::io, path, "cannot be opened");
-    return file;
-}
-
 /// The pages of one picture; a PNG file is one page.
 class Pages {
 public:
-    explicit Pages(const std::string& path) : m_path(path), m_file(opened(path)) {
+    explicit Pages(const std::string& path) : m_path(path), m_file(openInput(path)) {
         qv::SImageInfo info;
         qv::ClearDiagnostic();
         if (!qv::GetImageInfo(m_file, info)) throw diagnosed(Exit::wrongKind, path, "is no picture");

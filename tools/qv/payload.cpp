@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <filesystem>
+#include <optional>
 #include <set>
 
 #include "command.h"
@@ -48,12 +49,9 @@ qv::TSharedPtr<qv::IFile> payloadOf(const std::vector<PayloadPart>& parts) {
 std::vector<PayloadPart> payloadFiles(const std::vector<std::string>& paths) {
     std::vector<PayloadPart> parts;
     for (const std::string& path : paths) {
-        requireFile(path);
         const std::optional<Inside> inside = insideOf(path);
         const std::filesystem::path name(inside ? inside->entry : path);
-        qv::ClearDiagnostic();
-        parts.push_back({name.filename().string(), files().CreateFileW(wide(path).c_str(), 0x312)});
-        if (!parts.back().file) throw diagnosed(Exit::io, path, "cannot be opened");
+        parts.push_back({name.filename().string(), openInput(path)});
     }
     return parts;
 }

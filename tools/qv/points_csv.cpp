@@ -6,10 +6,8 @@
 #include <sstream>
 
 #include "command.h"
-#include "places.h"
 #include "qv/diagnostic.h"
 #include "source.h"
-#include "text.h"
 
 namespace tool {
 
@@ -118,10 +116,7 @@ private:
     };
 
     std::string contents() const {
-        requireFile(m_path);
-        qv::ClearDiagnostic();
-        const qv::TSharedPtr<qv::IFile> file = files().CreateFileW(wide(m_path).c_str(), 0x312);
-        if (!file) throw diagnosed(Exit::io, m_path, "cannot be opened");
+        const qv::TSharedPtr<qv::IFile> file = openInput(m_path);
         if (file->GetSize() > mostBytes) throw Failure(Exit::wrongKind, m_path + ": is too large for a list of points");
         std::string text(static_cast<size_t>(file->GetSize()), '\0');
         if (!file->ReadBytes(text.data(), static_cast<uint32_t>(text.size())))

@@ -2,12 +2,12 @@
 #include <filesystem>
 #include <iostream>
 #include <memory>
+#include <optional>
 
 #include "command.h"
 #include "json.h"
 #include "payload.h"
 #include "picture.h"
-#include "places.h"
 #include "qv/cd_file_system.h"
 #include "qv/diagnostic.h"
 #include "qv/image.h"
@@ -32,11 +32,9 @@ struct Options {
     bool json = false;
 };
 
-File opened(const std::string& path) { return payloadFiles({path}).front().file; }
-
 /// A JPEG; fails with a sentence for anything else.
 File openedJpeg(const std::string& path) {
-    const File file = opened(path);
+    const File file = openInput(path);
     if (!qv::IsJPEG(file)) throw Failure(Exit::wrongKind, path + ": is no JPEG");
     return file;
 }
@@ -84,7 +82,7 @@ Failure failedCopy(const Options& options, const File& out, const Target& target
 
 Exit wrap(const Options& options) {
     if (options.force) requireOther(options.output, options.measurement);
-    const File picture = opened(options.picture);
+    const File picture = openInput(options.picture);
     const File payload = payloadOf(payloadFiles(options.measurement));
     if (payload->GetSize() <= int64_t{qv::largestMetadata}) {
         remark("qv: " + options.output + ": " + std::to_string(payload->GetSize()) +
@@ -108,7 +106,7 @@ Exit wrap(const Options& options) {
             throw diagnosed(Exit::damaged, options.picture, "cannot be decoded");
         writeBitmap(bitmap.pixels.handle, options.output, options.force, payload, properties);
     }
-    std::cout << options.output << ": " << sizesOf(infoOf(opened(options.output), options.output)) << '\n';
+    std::cout << options.output << ": " << sizesOf(infoOf(openInput(options.output), options.output)) << '\n';
     return Exit::done;
 }
 

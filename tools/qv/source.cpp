@@ -35,12 +35,17 @@ void requireFile(const std::string& path) {
     throw Failure(Exit::io, path + ": is a device or a pipe, not a file");
 }
 
-std::string headOf(const std::string& path) {
+qv::TSharedPtr<qv::IFile> openInput(const std::string& path) {
     requireFile(path);
     constexpr uint32_t toRead = 0x2 | 0x10 | 0x300;  // existing, read, share everything
     qv::ClearDiagnostic();
     const qv::TSharedPtr<qv::IFile> file = files().CreateFileW(wide(path).c_str(), toRead);
     if (!file) throw diagnosed(Exit::io, path, "cannot be opened");
+    return file;
+}
+
+std::string headOf(const std::string& path) {
+    const qv::TSharedPtr<qv::IFile> file = openInput(path);
     std::string head(static_cast<size_t>(std::min<int64_t>(file->GetSize(), headBytes)), '\0');
     if (!file->ReadBytes(head.data(), static_cast<uint32_t>(head.size())))
         throw diagnosed(Exit::io, path, "cannot be read");
