@@ -89,6 +89,7 @@ COUNTS_OUTSIDE CCountsConverter::convertByTable(float* dst, STypedData counts, u
     // Counts are whole: the bounds may be rounded inwards and compared as integers.
     const int32_t low = wholeBound(std::ceil(m_minCounts), -40000);
     const int32_t high = wholeBound(std::floor(m_maxCounts), 70000);
+    const size_t kind = m_tableType == EDataType::int16 ? 1 : 0;
     COUNTS_OUTSIDE outside;
     uint16_t widened[blockLength];
     for (uint32_t done = 0; done < count; done += blockLength) {
@@ -98,8 +99,11 @@ COUNTS_OUTSIDE CCountsConverter::convertByTable(float* dst, STypedData counts, u
             ConvertArray({widened, m_tableType}, {elementAt(counts, done), counts.type}, n);
             bits = widened;
         }
-        table.lookUp(dst + done, bits, n, m_table.data());
-        table.countOutside[m_tableType == EDataType::int16](bits, n, low, high, outside.below, outside.above);
+        int32_t lowest = 0;
+        int32_t highest = 0;
+        table.lookUp[kind](dst + done, bits, n, m_table.data(), lowest, highest);
+        if (lowest >= low && highest <= high) continue;
+        table.countOutside[kind](bits, n, low, high, outside.below, outside.above);
     }
     return outside;
 }

@@ -76,7 +76,7 @@ void binaryLoop(void* dst, const void* src, size_t count) {
     size_t i = 0;
     if constexpr (truncatesVectors<D, S>) i = truncateVectors<D, S, Operation>(dst, src, count);
     for (; i < count; ++i) {
-        store(dst, i, Operation::apply(load<T>(dst, i), static_cast<T>(convert<D>(load<S>(src, i)))));
+        store(dst, i, Operation::apply(load<T>(dst, i), static_cast<T>(converted<D>(load<S>(src, i)))));
     }
 }
 

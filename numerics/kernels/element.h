@@ -48,12 +48,15 @@ constexpr Int hardwareTruncate(Float x) {
     return static_cast<Int>(fits ? x : lowest);
 }
 
+/// Whether floats become a To through 32 bits, and not through 64.
+template <class To>
+inline constexpr bool narrowTruncation = sizeof(To) < 4 || std::is_same_v<To, int32_t>;
+
 /// The language's plain conversion, with float to integer as stated in qv/typed_data.h.
 template <class To, class From>
 constexpr To convert(From x) {
     if constexpr (std::is_floating_point_v<From> && std::is_integral_v<To>) {
-        constexpr bool narrow = sizeof(To) < 4 || std::is_same_v<To, int32_t>;
-        return static_cast<To>(hardwareTruncate<std::conditional_t<narrow, int32_t, int64_t>>(x));
+        return static_cast<To>(hardwareTruncate<std::conditional_t<narrowTruncation<To>, int32_t, int64_t>>(x));
     } else {
         return static_cast<To>(x);
     }
@@ -88,7 +91,7 @@ constexpr SpanType<A, B> span(A a, B b) {
 /// A 32-bit magnitude as an element. It stands for a double, which from 2^31 on does not fit a 32-bit conversion.
 template <class To>
 constexpr To convertSpan(uint32_t magnitude) {
-    constexpr bool narrow = std::is_integral_v<To> && (sizeof(To) < 4 || std::is_same_v<To, int32_t>);
+    constexpr bool narrow = std::is_integral_v<To> && narrowTruncation<To>;
     return static_cast<To>(narrow && static_cast<int32_t>(magnitude) < 0 ? 0x80000000u : magnitude);
 }
 

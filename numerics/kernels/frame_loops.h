@@ -22,16 +22,45 @@ void hornerLoop(double* values, size_t count, const double* coefficients, size_t
     std::memcpy(values + i, tail.values, (count - i) * sizeof(double));
 }
 
-void lookUpLoop(float* dst, const void* bits, size_t count, const float* table) {
+/// Four counts in one load, four values in one store.
+inline void lookUpFour(float* dst, const void* bits, const float* table) {
+    const auto four = load<uint64_t>(bits, 0);
+    const Vector<float, 4> values = {table[four & 0xFFFF], table[four >> 16 & 0xFFFF], table[four >> 32 & 0xFFFF],
+                                     table[four >> 48]};
+    storeVector(dst, values);
+}
+
+/// The look-up is bound by its loads, one for each count and one more for four. The extremes ride along: hardly any
+/// frame has a count outside, and one that has none need not be read again to count them.
+template <class T>
+void lookUpLoop(float* dst, const void* bits, size_t count, const float* table, int32_t& lowest, int32_t& highest) {
+    using V = Vector<T>;
+    constexpr size_t lanes = vectorBytes / sizeof(T);
+    const auto* counts = static_cast<const unsigned char*>(bits);
+    V low = V{} + std::numeric_limits<T>::max();
+    V high = V{} + std::numeric_limits<T>::min();
     size_t i = 0;
-    for (; i + 4 <= count; i += 4) {
-        // Four counts in one load, four values in one store.
-        const auto four = load<uint64_t>(static_cast<const unsigned char*>(bits) + 2 * i, 0);
-        const Vector<float, 4> values = {table[four & 0xFFFF], table[four >> 16 & 0xFFFF], table[four >> 32 & 0xFFFF],
-                                         table[four >> 48]};
-        storeVector(dst + i, values);
+    for (; i + lanes <= count; i += lanes) {
+        const auto* const from = counts + i * sizeof(T);
+        const V x = loadVector<V>(from);
+        low = x < low ? x : low;
+        high = x > high ? x : high;
+        for (size_t k = 0; k < lanes; k += 4) lookUpFour(dst + i + k, from + k * sizeof(T), table);
     }
-    for (; i < count; ++i) dst[i] = table[load<uint16_t>(bits, i)];
+    int32_t least = std::numeric_limits<T>::max();
+    int32_t most = std::numeric_limits<T>::min();
+    for (size_t lane = 0; lane < lanes; ++lane) {
+        least = low[lane] < least ? low[lane] : least;
+        most = high[lane] > most ? high[lane] : most;
+    }
+    for (; i < count; ++i) {
+        const int32_t x = load<T>(bits, i);
+        least = x < least ? x : least;
+        most = x > most ? x : most;
+        dst[i] = table[static_cast<uint16_t>(x)];
+    }
+    lowest = least;
+    highest = most;
 }
 
 template <class T>

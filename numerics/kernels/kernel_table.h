@@ -68,8 +68,11 @@ struct KernelTable {
     // Frames of counts.
     /// values[i] = the polynomial at values[i], lowest power first, by Horner's rule.
     void (*horner)(double* values, size_t count, const double* coefficients, size_t order);
-    /// dst[i] = table[bits[i]]. `bits` are 16-bit counts at any address.
-    void (*lookUp)(float* dst, const void* bits, size_t count, const float* table);
+    /// dst[i] = table[bits[i]], and the extremes of the counts. `bits` are 16-bit counts at any address.
+    /// REQUIRES: count > 0.
+    using LookUp = void (*)(float* dst, const void* bits, size_t count, const float* table, int32_t& lowest,
+                            int32_t& highest);
+    std::array<LookUp, 2> lookUp;  ///< [0 for uint16, 1 for int16]
     /// Adds how many of the counts lie below `low` and above `high`.
     using CountOutside = void (*)(const void* counts, size_t count, int32_t low, int32_t high, uint32_t& below,
                                   uint32_t& above);

@@ -49,7 +49,7 @@ constexpr KernelTable makeTable(const char* name, std::index_sequence<s...> all)
     table.planckCurve = planckCurve;
     table.planckBand = planckBand;
     table.horner = hornerLoop;
-    table.lookUp = lookUpLoop;
+    table.lookUp = {lookUpLoop<uint16_t>, lookUpLoop<int16_t>};
     table.countOutside = {countOutsideLoop<uint16_t>, countOutsideLoop<int16_t>};
     return table;
 }

@@ -23,6 +23,23 @@ inline void storeVector(void* elements, V value) {
     static_cast<Loose<V>*>(elements)->value = value;
 }
 
+/// convert<D>(x), by the processor's own instruction where it has one for a single element only: the compiler does not
+/// know that the test for what fits and the conversion are one.
+template <class D, class S>
+inline D converted(S x) {
+#if defined(__SSE2__) && QV_VECTOR_BYTES < 64
+    if constexpr (std::is_same_v<S, float> && std::is_integral_v<D>) {
+        const __m128 loaded = _mm_set_ss(x);
+        return static_cast<D>(narrowTruncation<D> ? _mm_cvttss_si32(loaded) : _mm_cvttss_si64(loaded));
+    }
+    if constexpr (std::is_same_v<S, double> && std::is_integral_v<D>) {
+        const __m128d loaded = _mm_set_sd(x);
+        return static_cast<D>(narrowTruncation<D> ? _mm_cvttsd_si32(loaded) : _mm_cvttsd_si64(loaded));
+    }
+#endif
+    return convert<D>(x);
+}
+
 /// Whether truncate() takes floats to D in vectors.
 template <class D, class S>
 constexpr bool truncatesVectors = QV_HAS_VECTOR_TRUNCATION&& std::is_floating_point_v<S>&& std::is_integral_v<D> &&

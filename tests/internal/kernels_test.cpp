@@ -346,4 +346,56 @@ TEST_P(Kernels, PlanckHasTheBitsOfTheBaseline) {
     }
 }
 
+template <size_t s>
+void checkFrames(const KernelTable& table, const std::vector<float>& values) {
+    using T = Element<s>;
+    constexpr size_t kind = std::is_signed_v<T> ? 1 : 0;
+    const Bytes data = elements<T>(1200, 11);
+    for (const size_t count : lengths) {
+        const unsigned char* counts = data.data() + count % 2;  // at odd addresses as well
+        std::vector<float> found(count + 1, -1.0f);
+        int32_t lowest = 0, highest = 0, low = INT32_MAX, high = INT32_MIN;
+        uint32_t below = 5, above = 6, less = 5, more = 6;
+        if (count != 0) table.lookUp[kind](found.data(), counts, count, values.data(), lowest, highest);
+        table.countOutside[kind](counts, count, -3, 40000, below, above);
+        for (size_t i = 0; i < count; ++i) {
+            const int32_t x = load<T>(counts, i);
+            low = std::min(low, x);
+            high = std::max(high, x);
+            less += x < -3 ? 1 : 0;
+            more += x > 40000 ? 1 : 0;
+            ASSERT_EQ(found[i], values[static_cast<uint16_t>(x)]) << s << ' ' << count << ' ' << i;
+        }
+        EXPECT_EQ(found[count], -1.0f);
+        EXPECT_TRUE(count == 0 || (lowest == low && highest == high)) << s << ' ' << count;
+        EXPECT_TRUE(below == less && above == more) << s << ' ' << count;
+    }
+}
+
+TEST_P(Kernels, FramesHaveTheBitsOfThePlainLoop) {
+    std::vector<float> values(65536);
+    for (size_t i = 0; i < values.size(); ++i) values[i] = static_cast<float>(i) * 0.37f;
+    checkFrames<2>(*GetParam(), values);
+    checkFrames<3>(*GetParam(), values);
+
+    const double coefficients[] = {-12.25, 0.017, -3.1e-6, 1.7e-10};
+    for (const size_t count : lengths) {
+        std::vector<double> x(count + 1, 77.0), expected(count);
+        for (size_t i = 0; i < count; ++i) x[i] = i % 17 == 3 ? NAN : 31.7 * static_cast<double>(i) - 500.0;
+        for (size_t i = 0; i < count; ++i) {
+            volatile double value = 0.0;  // every step rounded
+            for (size_t k = std::size(coefficients); k-- > 0;) {
+                value = value * x[i];
+                value = value + coefficients[k];
+            }
+            expected[i] = value;
+        }
+        GetParam()->horner(x.data(), count, coefficients, std::size(coefficients));
+        EXPECT_EQ(x[count], 77.0);
+        for (size_t i = 0; i < count; ++i) {
+            ASSERT_TRUE(x[i] == expected[i] || (std::isnan(x[i]) && std::isnan(expected[i]))) << count << ' ' << i;
+        }
+    }
+}
+
 }  // namespace
