@@ -1,5 +1,7 @@
 // The array operations of qv/typed_data.h: tags in, one kernel found, one call.
 #include <algorithm>
+#include <atomic>
+#include <cstddef>
 
 #include "numerics/block_order.h"
 #include "numerics/kernels/kernel_table.h"
@@ -16,6 +18,35 @@ using kernels::tagOf;
 void runBinary(const kernels::ByType<kernels::ByType<KernelTable::Binary>>& table, STypedData dst, STypedData src,
                uint32_t count) {
     if (const auto kernel = pairKernel(table, dst.type, src.type)) kernel(dst.pointer, src.pointer, count);
+}
+
+/// Results of at least so many bytes are gone from the caches before anybody reads them.
+constexpr uint64_t streamedFrom = uint64_t{16} << 20;
+
+/// Whether a conversion mostly writes, and more than the caches keep: then it pays to make the elements in a block of
+/// the first-level cache and to stream them past the caches, which spares the memory from being read before it is
+/// overwritten.
+bool streams(STypedData dst, STypedData src, uint32_t count) {
+    const uint32_t size = DataTypeSize(dst.type);
+    return size > DataTypeSize(src.type) && uint64_t{count} * size >= streamedFrom &&
+           reinterpret_cast<uintptr_t>(dst.pointer) % size == 0 && blocksKeepOrder(dst, src, count);
+}
+
+void convertStreaming(KernelTable::Binary convert, STypedData dst, STypedData src, uint32_t count) {
+    constexpr uint32_t lineBytes = 64;
+    alignas(lineBytes) std::byte block[4096];
+    const uint32_t size = DataTypeSize(dst.type);
+    const auto misplaced = static_cast<uint32_t>(reinterpret_cast<uintptr_t>(dst.pointer) % lineBytes);
+    uint32_t done = (lineBytes - misplaced) % lineBytes / size;
+    convert(dst.pointer, src.pointer, done);
+    const auto blockLength = static_cast<uint32_t>(sizeof block / size);
+    for (; count - done >= blockLength; done += blockLength) {
+        convert(block, elementAt(src, done), blockLength);
+        kernels::kernels().stream(elementAt(dst, done), block, sizeof block);
+    }
+    // Other threads see streamed bytes only behind a fence.
+    std::atomic_thread_fence(std::memory_order_seq_cst);
+    convert(elementAt(dst, done), elementAt(src, done), count - done);
 }
 
 template <class T, size_t index = 0>
@@ -60,7 +91,10 @@ void divide(STypedData data, T divisor, uint32_t count) {
 }  // namespace
 
 void ConvertArray(STypedData dst, STypedData src, uint32_t count) {
-    runBinary(kernels::kernels().convert, dst, src, count);
+    const auto convert = pairKernel(kernels::kernels().convert, dst.type, src.type);
+    if (convert == nullptr) return;
+    if (streams(dst, src, count)) return convertStreaming(convert, dst, src, count);
+    convert(dst.pointer, src.pointer, count);
 }
 void TypedMin(STypedData dst, STypedData src, uint32_t count) { runBinary(kernels::kernels().min, dst, src, count); }
 void TypedMax(STypedData dst, STypedData src, uint32_t count) { runBinary(kernels::kernels().max, dst, src, count); }

@@ -109,6 +109,12 @@ void convertSpanLoop(void* dst, const void* spans, size_t count) {
     for (size_t i = 0; i < count; ++i) store(dst, i, convertSpan<D>(load<uint32_t>(spans, i)));
 }
 
+void streamLoop(void* dst, const void* src, size_t bytes) {
+    for (size_t i = 0; i < bytes; i += vectorBytes) {
+        streamVector(static_cast<unsigned char*>(dst) + i, static_cast<const unsigned char*>(src) + i);
+    }
+}
+
 /// y = (x + before) * scale + after, or divided by the scale. The terms that a formula lacks are -0.0 and 1.0, which
 /// change no bit.
 template <class T, bool divides>

@@ -53,6 +53,10 @@ struct KernelTable {
     ByType<Div> div;
     std::array<std::array<Affine, 2>, 2> affine;  ///< [0 for float arrays, 1 for double][1 when the scale divides]
 
+    /// Copies whole lines of 64 bytes between addresses that are multiples of 64, past the caches where the machine
+    /// can.
+    void (*stream)(void* dst, const void* src, size_t bytes);
+
     // Planck's law with the constants of qv/spectral.h, x in microns. Every result is that of the documented formula,
     // with an exponential and a fifth power of the kernels' own, each within 2 units in the last place of the exact
     // one.

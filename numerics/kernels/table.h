@@ -45,6 +45,7 @@ constexpr KernelTable makeTable(const char* name, std::index_sequence<s...> all)
     (fillColumn<s>(table, all), ...);
     table.affine[0] = {affineLoop<float, false>, affineLoop<float, true>};
     table.affine[1] = {affineLoop<double, false>, affineLoop<double, true>};
+    table.stream = streamLoop;
     table.planckStrengths = planckStrengths;
     table.planckCurve = planckCurve;
     table.planckBand = planckBand;

@@ -74,6 +74,11 @@ inline Vector<D, truncatedLanes<D>> truncate(const S* x) {
     if constexpr (std::is_same_v<D, uint32_t>) return (Result)truncate64(x);
 }
 
+/// One vector from an aligned place to an aligned place, past the caches.
+inline void streamVector(void* dst, const void* src) {
+    _mm512_stream_si512(static_cast<__m512i*>(dst), _mm512_load_si512(src));
+}
+
 inline Vector<uint16_t> highProduct(Vector<uint16_t> a, Vector<uint16_t> b) {
     return (Vector<uint16_t>)_mm512_mulhi_epu16((__m512i)a, (__m512i)b);
 }
@@ -110,6 +115,10 @@ inline Vector<D> truncate(const S* x) {
     if constexpr (sizeof(D) == 4) return (Vector<D>)truncate32(x);
 }
 
+inline void streamVector(void* dst, const void* src) {
+    _mm256_stream_si256(static_cast<__m256i*>(dst), _mm256_load_si256(static_cast<const __m256i*>(src)));
+}
+
 inline Vector<uint16_t> highProduct(Vector<uint16_t> a, Vector<uint16_t> b) {
     return (Vector<uint16_t>)_mm256_mulhi_epu16((__m256i)a, (__m256i)b);
 }
@@ -144,6 +153,10 @@ inline Vector<D> truncate(const S* x) {
     if constexpr (sizeof(D) == 4) return (Vector<D>)truncate32(x);
 }
 
+inline void streamVector(void* dst, const void* src) {
+    _mm_stream_si128(static_cast<__m128i*>(dst), _mm_load_si128(static_cast<const __m128i*>(src)));
+}
+
 inline Vector<uint16_t> highProduct(Vector<uint16_t> a, Vector<uint16_t> b) {
     return (Vector<uint16_t>)_mm_mulhi_epu16((__m128i)a, (__m128i)b);
 }
@@ -157,6 +170,8 @@ template <class D>
 constexpr size_t truncatedLanes = vectorBytes / sizeof(D);
 template <class D, class S>
 Vector<D> truncate(const S* x);  // never called
+
+inline void streamVector(void* dst, const void* src) { std::memcpy(dst, src, vectorBytes); }
 
 inline Vector<uint16_t> highProduct(Vector<uint16_t> a, Vector<uint16_t> b) {
     for (size_t i = 0; i < vectorBytes / 2; ++i) a[i] = static_cast<uint16_t>(uint32_t{a[i]} * b[i] >> 16);

@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cmath>
 #include <cstring>
 #include <limits>
@@ -293,6 +294,28 @@ TEST(TypedArrays, OverlappingArraysGiveWhatAnAscendingLoopGives) {
     // In place between types of one width, as images are converted.
     checkOverlap(EDataType::flt32, EDataType::int32, 0, 0, ConvertArray);
     checkOverlap(EDataType::int32, EDataType::flt32, 0, 0, ConvertArray);
+}
+
+TEST(TypedArrays, LargeResultsAreThoseOfManySmallCalls) {
+    constexpr uint32_t piece = 1 << 16;
+    const auto check = [&](EDataType d, EDataType s, size_t offset) {
+        const uint32_t count = (uint32_t{17} << 20) / DataTypeSize(d) + 5;
+        std::vector<unsigned char> source(size_t{count} * DataTypeSize(s) + 1);
+        for (size_t i = 0; i < source.size(); ++i) source[i] = static_cast<unsigned char>((i * 2654435761u) >> 23);
+        std::vector<unsigned char> large(size_t{count} * DataTypeSize(d) + 100, 0x5A);
+        std::vector<unsigned char> small = large;
+        ConvertArray({large.data() + offset, d}, {source.data() + 1, s}, count);
+        for (uint32_t i = 0; i < count; i += piece) {
+            ConvertArray({small.data() + offset + size_t{i} * DataTypeSize(d), d},
+                         {source.data() + 1 + size_t{i} * DataTypeSize(s), s}, std::min(piece, count - i));
+        }
+        EXPECT_TRUE(large == small) << pairName(d, s) << " at " << offset;
+    };
+    for (const size_t offset : {0, 8, 13}) {
+        check(EDataType::flt32, EDataType::uint16, offset);
+        check(EDataType::flt64, EDataType::flt32, offset);
+        check(EDataType::int16, EDataType::int8, offset);
+    }
 }
 
 // Buffers -------------------------------------------------------------------------------------------------------------
