@@ -18,6 +18,7 @@ public:
         qv::SImageInfo info;
         qv::ClearDiagnostic();
         if (!qv::GetImageInfo(m_file, info)) throw diagnosed(Exit::wrongKind, path, "is no picture");
+        if (!info.whole) throw diagnosed(Exit::damaged, path, "is not whole");
         m_isStack = info.format == qv::EImageFormat::tiff;
         if (!m_isStack && info.format != qv::EImageFormat::png) {
             throw Failure(Exit::wrongKind, path + ": is neither PNG nor TIFF (--raw takes plain frames)");
