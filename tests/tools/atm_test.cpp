@@ -1,7 +1,11 @@
 // qv atm run, csv, plot, band and curve, with a stand-in for the outside program.
+#include <fcntl.h>
 #include <gtest/gtest.h>
+#include <sys/file.h>
+#include <unistd.h>
 
 #include <cmath>
+#include <cstdlib>
 
 #include "tools/support.h"
 
@@ -68,6 +72,23 @@ TEST_F(AtmRun, NothingIsKeptOfARunThatFailed) {
     const ToolRun absent = shop.qv("atm run --exe ./absent/program path.tape5");
     EXPECT_EQ(absent.exitCode, 6);
     EXPECT_NE(absent.error.find("absent/program"), std::string::npos) << absent.error;
+}
+
+TEST_F(AtmRun, WhatAProgramLeavesRunningIsEnded) {
+    order("orphan.tape5", "orphan");
+    const std::string path = shop.file("lock");
+    setenv("QV_STAND_IN_LOCK", path.c_str(), 1);
+    EXPECT_EQ(run("orphan.tape5").exitCode, 0);
+    unsetenv("QV_STAND_IN_LOCK");
+    const int lock = open(path.c_str(), O_RDWR);
+    ASSERT_GE(lock, 0);
+    bool isFree = false;
+    for (int i = 0; i < 1000 && !isFree; ++i) {
+        isFree = flock(lock, LOCK_EX | LOCK_NB) == 0;
+        if (!isFree) usleep(20000);
+    }
+    EXPECT_TRUE(isFree);
+    close(lock);
 }
 
 TEST_F(AtmRun, WhatIsNoTableIsRefused) {

@@ -172,7 +172,7 @@ private:
         const Followed followed = follow(
             child, chunkBytes, [&](std::string_view chunk) { look(job, chunk); },
             deadlineAfter(m_options.timeout > 0.0 ? milliseconds : forever), m_interrupt);
-        if (followed != Followed::toTheEnd) child.stop(true);
+        child.stop(true);  // also what it has left behind: its folder goes
         const ChildEnd end = child.finish();
         if (followed == Followed::interrupted) m_interrupted = true;
         if (followed == Followed::timedOut) {
