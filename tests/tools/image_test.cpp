@@ -54,6 +54,7 @@ TEST_F(Pictures, AJpegCarriesItsFrameAndWhatGoesWithIt) {
     done("rjpeg unwrap whole.jpg -o whole.saf");
     EXPECT_EQ(shop.read("whole.saf"), shop.read("counts.saf"));
     EXPECT_EQ(shop.qv("rjpeg unwrap whole.jpg -o data/ --force").exitCode, 2);  // one file, without a name of its own
+    EXPECT_EQ(shop.qv("rjpeg unwrap whole.jpg -o whole.jpg --force").exitCode, 2);
     done("rjpeg strip whole.jpg -o bare.jpg");
     EXPECT_EQ(shop.read("bare.jpg"), shop.read("plain.jpg"));
     done("image convert frame.jpg frame.bmp");
@@ -119,6 +120,8 @@ TEST_F(Pictures, RefusalsSayWhatIsWrong) {
         {"render counts.saf -o counts.saf --force", 2, "is an input"},
         {"export counts.saf -o counts.saf --force", 2, ".tif"},
         {"rjpeg wrap plain.jpg counts.saf -o counts.saf --force", 2, "is an input"},
+        {"rjpeg wrap plain.jpg counts.saf -o out.png", 2, "only a JPEG"},
+        {"import plain.png -o plain.png --force", 2, "is an input"},
         {"export counts.saf -o out.gif", 2, ".tif"},
         {"export counts.saf --frames 3 -o out.csv", 1, "no frame 3"},
         {"export counts.saf --frames 2:1 -o out.csv", 2, "2:1"},

@@ -212,11 +212,13 @@ bool savePicture(qv::HBITMAP bitmap, const std::string& output, const Target& ta
 
 }  // namespace
 
+void requireJpegName(const std::string& path) {
+    if (!isJpeg(path)) throw Failure(Exit::usage, path + ": only a JPEG (.jpg, .jpeg) carries a measurement");
+}
+
 void writeBitmap(qv::HBITMAP bitmap, const std::string& output, bool force, const qv::TSharedPtr<qv::IFile>& payload,
                  const qv::CPropertyArray& properties) {
-    if (payload && !isJpeg(output)) {
-        throw Failure(Exit::usage, output + ": only a JPEG (.jpg, .jpeg) carries a measurement");
-    }
+    if (payload) requireJpegName(output);
     Target target(output, force);
     qv::ClearDiagnostic();
     if (!savePicture(bitmap, output, target, payload, properties)) {
