@@ -43,6 +43,7 @@ TEST_F(AtmDeck, SetChangesTheNamedFieldsAlone) {
     EXPECT_EQ(shop.read("deck"), expected.replace(phi, 10, "    45.000"));
     run("set deck PHI=0 MODEL=12", 2);  // refused as a whole
     run("set deck ZM.3=1", 2);
+    run("set deck H1=1 h1=2", 2);
     run("set deck --run 1 PHI=0", 1);
     EXPECT_EQ(shop.read("deck"), expected);
     facts = JsonReader::flatten(run("lint deck --json", 1).out);

@@ -99,6 +99,10 @@ TEST_F(AtmRun, WhatIsNoTableIsRefused) {
         EXPECT_EQ(shop.qv("atm " + std::string(verb) + " cut.tape7").exitCode, 4) << verb;
         EXPECT_EQ(shop.qv("atm " + std::string(verb) + " absent").exitCode, 5) << verb;
     }
+    EXPECT_EQ(run("path.tape5").exitCode, 0);
+    const std::string table = shop.read("path.tape7");
+    EXPECT_EQ(shop.qv("atm plot path.tape7 -o path.tape7 --force").exitCode, 2);
+    EXPECT_EQ(shop.read("path.tape7"), table);
 }
 
 }  // namespace

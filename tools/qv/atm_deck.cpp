@@ -1,4 +1,5 @@
 // qv atm show, new, set and lint: input decks of the atmosphere program, by the published names of their fields.
+#include <algorithm>
 #include <iostream>
 #include <memory>
 
@@ -246,6 +247,9 @@ public:
         for (const Row& row : m_rows) list.push_back(row.name);
         return list;
     }
+    bool has(const std::string& name) const {
+        return std::any_of(m_rows.begin(), m_rows.end(), [&](const Row& row) { return isSameName(row.name, name); });
+    }
 
     /// Takes from the deck as it is written what stands there: cards hold fewer decimals than a number may have.
     void readBack(const CModtranTape5File& deck, int32_t index, const std::string& path) {
@@ -301,6 +305,7 @@ void apply(CModtranTape5File::RUN& run, const std::string& assignment, const std
         !qv::GetTape5Field(run, name.c_str(), after, card)) {
         throw diagnosed(Exit::usage, command, "cannot set " + name);
     }
+    if (changes != nullptr && changes->has(name)) throw Failure(Exit::usage, command + ": " + name + " is given twice");
     if (changes != nullptr) changes->add(name, text, before.c_str(), after.c_str());
 }
 
@@ -382,7 +387,7 @@ CLI::App* addVerb(CLI::App& atm, const std::shared_ptr<Options>& options, const 
 void addAtmDeck(CLI::App& atm) {
     auto options = std::make_shared<Options>();
     const auto addRun = [&options](CLI::App& verb, const std::string& help) {
-        verb.add_option("--run", options->run, help)->check(CLI::NonNegativeNumber);
+        verb.add_option("--run", options->run, help)->check(CLI::Range(0, int{CModtranTape5File::listLimit} - 1));
     };
     CLI::App* verb = addVerb(atm, options, "show", "A deck card by card: fields, columns, values.",
                              "  qv atm show path.tape5\n  qv atm show path.tape5 --run 1 --json", show);

@@ -38,6 +38,7 @@ std::string axisUnit(qv::ETape7Axis axis) {
 }
 
 void write(const Options& options, const std::string& text) {
+    requireOther(options.output, {options.file});
     Target target(options.output, options.force);
     if (!target.open()->WriteBytes(text.data(), static_cast<uint32_t>(text.size()))) {
         throw Failure(Exit::io, options.output + ": cannot be written (is the disk full?)");

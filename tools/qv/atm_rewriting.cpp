@@ -59,6 +59,10 @@ std::string shown(const std::string& text) { return text.empty() ? "(blank)" : v
 
 }  // namespace
 
+bool isSameName(const std::string& left, const std::string& right) {
+    return CLI::detail::to_lower(left) == CLI::detail::to_lower(right);
+}
+
 bool saysTheSame(const std::string& left, const std::string& right) {
     const Number a(left), b(right);
     return !a.isNumber || !b.isNumber || (a.letters == b.letters && a.value == b.value);
@@ -79,7 +83,7 @@ void AtmRewriting::compare(const Deck& deck, const qv::TSharedPtr<qv::IFile>& wr
     for (const TAPE5_FIELD& field : now) places[{field.run, field.name.c_str()}] = &field;
     const auto isSet = [&](const TAPE5_FIELD& field) {
         return field.run == index && std::any_of(set.begin(), set.end(), [&](const std::string& name) {
-                   return CLI::detail::to_lower(name) == CLI::detail::to_lower(std::string(field.name.c_str()));
+                   return isSameName(name, field.name.c_str());
                });
     };
     for (const TAPE5_FIELD& field : m_found) {

@@ -9,6 +9,9 @@
 
 namespace tool {
 
+/// Names of fields count in either case.
+bool isSameName(const std::string& left, const std::string& right);
+
 /// Whether two texts of a field say the same: the same number, whatever its digits, behind the same letters. Texts that
 /// are no numbers do.
 bool saysTheSame(const std::string& left, const std::string& right);
