@@ -31,6 +31,10 @@ TEST_F(AtmRun, OutputsStandBesideTheirDecks) {
     const ToolRun outcome = run("path.tape5 other.tape5 --jobs 2");
     ASSERT_EQ(outcome.exitCode, 0) << outcome.error;
     EXPECT_EQ(shop.read("path.tape7"), shop.read("other.tape7"));
+    EXPECT_EQ(shop.qv("pack add all.cdfs path.tape5").exitCode, 0);
+    std::filesystem::create_directory(shop.file("out"));
+    EXPECT_EQ(run("all.cdfs:path.tape5 -o out").exitCode, 0);
+    EXPECT_TRUE(shop.exists("out/path.tape7"));
     EXPECT_EQ(run("path.tape5").exitCode, 1);
     EXPECT_EQ(run("path.tape5 --force").exitCode, 0);
 

@@ -68,6 +68,7 @@ TEST_F(Pictures, ABrokenChainOfPagesCostsNoPageInFront) {
     std::string stack = shop.read("stack.tif");
     stack.replace(stack.rfind("Tesnorik") - 4, 4, "\xFF\xFF\xFF\x7F");  // where the next page would be
     shop.write("broken.tif", stack);
+    EXPECT_EQ(shop.qv("image convert stack.tif stack.png").exitCode, 3);  // floats
     const ToolRun info = shop.qv("image info broken.tif --json");
     EXPECT_EQ(info.exitCode, 4);
     auto facts = JsonReader::flatten(info.out);

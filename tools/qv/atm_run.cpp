@@ -4,6 +4,7 @@
 #include <filesystem>
 #include <iostream>
 #include <memory>
+#include <optional>
 #include <set>
 #include <system_error>
 #include <thread>
@@ -126,9 +127,10 @@ public:
     }
 
 private:
-    /// In the folder of --output, or beside the deck.
+    /// In the folder of --output, or beside the deck. A deck in a container gives the entry's name.
     std::string outputOf(const std::string& deck) const {
-        const fs::path stem = fs::path(deck).stem();
+        const std::optional<Inside> inside = insideOf(deck);
+        const fs::path stem = fs::path(inside && !m_options.output.empty() ? inside->entry : deck).stem();
         const fs::path folder = m_options.output.empty() ? fs::path(deck).parent_path() : fs::path(m_options.output);
         return (folder / stem).string();
     }

@@ -110,6 +110,11 @@ Exit convert(const Options& options) {
     const qv::TSharedPtr<qv::IFile> file = openInput(options.input);
     const qv::SImageInfo found = infoOf(file, options.input);
     const std::string problem = problemOf(found, options.input);
+    if (found.dataType == qv::EDataType::flt32 || found.dataType == qv::EDataType::flt64) {
+        throw Failure(Exit::wrongKind, options.input +
+                                           ": its values are floats and no colours (qv import makes a "
+                                           "recording of them, and qv render draws that)");
+    }
     qv::CPropertyArray properties;
     if (!options.background.empty()) properties.SetValue(u"BackgroundColor", wide(options.background));
     if (!options.compression.empty()) properties.SetValue(u"compression", wide(options.compression));
