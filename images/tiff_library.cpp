@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstdarg>
 #include <cstdio>
+#include <string_view>
 
 namespace qv::Private {
 
@@ -79,6 +80,7 @@ void TiffFile::keepError(const char* format, va_list arguments) {
 }
 
 void TiffFile::keepWarning(const char* format, va_list arguments) {
+    if (std::string_view(format).starts_with("Unknown field")) return;  // another program's own tag is no fault
     if (m_warning[0] == 0) std::vsnprintf(m_warning, sizeof m_warning, format, arguments);
 }
 
