@@ -47,13 +47,24 @@ bool isChanged(const TAPE5_FIELD& before, const TAPE5_FIELD& after) {
     }
 }
 
-/// Whether the deck still has the value that was found.
-bool isKept(const qv::CModtranTape5File& deck, const TAPE5_FIELD& found) {
-    qv::CModtranTape5File::RUN run;
-    qv::CStringMB value, card;
-    return deck.GetRun(found.run, run) && qv::GetTape5Field(run, found.name, value, card) &&
-           value.view() == found.value.view();
-}
+/// The runs of a deck, of which one at a time is looked at.
+class Kept {
+public:
+    explicit Kept(const qv::CModtranTape5File& deck) : m_deck(deck) {}
+
+    /// Whether the deck still has the value that was found.
+    bool has(const TAPE5_FIELD& found) {
+        qv::CStringMB value, card;
+        if (m_index != found.run && !m_deck.GetRun(found.run, m_run)) return false;
+        m_index = found.run;
+        return qv::GetTape5Field(m_run, found.name, value, card) && value.view() == found.value.view();
+    }
+
+private:
+    const qv::CModtranTape5File& m_deck;
+    qv::CModtranTape5File::RUN m_run;
+    int32_t m_index = -1;
+};
 
 std::string shown(const std::string& text) { return text.empty() ? "(blank)" : visible(wide(text)); }
 
@@ -69,16 +80,21 @@ bool saysTheSame(const std::string& left, const std::string& right) {
 }
 
 AtmRewriting::AtmRewriting(const std::string& path, const qv::TSharedPtr<qv::IFile>& found) : m_path(path) {
-    if (qv::ListTape5Fields(found, m_found)) return;
+    list(found, m_found);
+}
+
+bool AtmRewriting::list(const qv::TSharedPtr<qv::IFile>& deck, qv::TArray<TAPE5_FIELD>& fields) {
+    if (qv::ListTape5Fields(deck, fields)) return true;
     m_found.Empty();
-    remark("qv: " + path + ": has too many fields to say which of them the new layout changes");
+    remark("qv: " + m_path + ": has too many fields to say which of them the new layout changes");
+    return false;
 }
 
 void AtmRewriting::compare(const Deck& deck, const qv::TSharedPtr<qv::IFile>& written, int32_t index,
                            const std::vector<std::string>& set) {
     qv::TArray<TAPE5_FIELD> now;
     written->SeekToBegin();
-    (void)qv::ListTape5Fields(written, now);
+    if (m_found.empty() || !list(written, now)) return;
     std::map<std::pair<int32_t, std::string>, const TAPE5_FIELD*> places;
     for (const TAPE5_FIELD& field : now) places[{field.run, field.name.c_str()}] = &field;
     const auto isSet = [&](const TAPE5_FIELD& field) {
@@ -86,11 +102,12 @@ void AtmRewriting::compare(const Deck& deck, const qv::TSharedPtr<qv::IFile>& wr
                    return isSameName(name, field.name.c_str());
                });
     };
+    Kept kept(deck);
     for (const TAPE5_FIELD& field : m_found) {
         const auto place = places.find({field.run, field.name.c_str()});
         const bool isGone = place == places.end();
         if (isGone ? isBlank(field) : !isChanged(field, *place->second)) continue;
-        if (isSet(field) || (!isGone && !isKept(deck, field))) continue;
+        if (isSet(field) || (!isGone && !kept.has(field))) continue;
         m_changes.push_back({field.run, field.card, field.name.c_str(), field.text.c_str(),
                              isGone ? "" : place->second->text.c_str(), isGone});
     }

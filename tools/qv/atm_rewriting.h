@@ -35,6 +35,8 @@ public:
     Json json() const;
 
 private:
+    bool list(const qv::TSharedPtr<qv::IFile>& deck, qv::TArray<qv::TAPE5_FIELD>& fields);
+
     struct Change {
         int32_t run;
         std::string card, field, before, after;
