@@ -126,7 +126,8 @@ void unpack(const File& payload, const Options& options) {
     copyContents(*payload, *memory.CreateFileW(inMemory, 0x34), options.picture, "memory");
     qv::CCDFileSystem container;
     qv::ClearDiagnostic();
-    if (!container.Open(&memory, inMemory, true)) throw diagnosed(Exit::damaged, options.picture, "has a damaged payload");
+    if (!container.Open(&memory, inMemory, true))
+        throw diagnosed(Exit::damaged, options.picture, "has a damaged payload");
     std::error_code error;
     fs::create_directories(options.output, error);
     std::vector<std::pair<File, std::string>> files;
