@@ -108,7 +108,7 @@ public:
         warnOfGaps(first, last);
         (void)atm.file().GetData(atm.run(), std::max(first, begin->freq), m_first);
         (void)atm.file().GetData(atm.run(), std::min(last, rows.back().freq), m_last);
-        const auto isInside = [&](const auto& row) { return row.freq > m_first.freq && row.freq < last; };
+        const auto isInside = [&, last = last](const auto& row) { return row.freq > m_first.freq && row.freq < last; };
         m_inside = std::find_if(rows.begin(), rows.end(), isInside);
         m_insideEnd = std::find_if_not(m_inside, rows.end(), isInside);
     }
