@@ -90,6 +90,7 @@ TEST_F(Pictures, RefusalsSayWhatIsWrong) {
     done("render counts.saf -o plain.png");
     shop.write("cut.png", shop.read("plain.png").substr(0, 500));
     shop.write("text.txt", "no picture");
+    shop.write("cut.tif", std::string("II*\0\x08\0\0\0\x01\0\x0F\x01\x02\0\x01\0\0\0\0\0\0\0\0\0\0\0", 26));
     // A header that promises 900 megapixels of 16 bits in front of nothing.
     shop.write("bomb.png", std::string("\x89PNG\r\n\x1A\n\0\0\0\rIHDR\0\0\x75\x30\0\0\x75\x30\x10\0\0\0\0", 29) +
                                std::string("\x13\xDC\x7B\x25\0\0\0\0IDAT\x35\xAF\x06\x1E", 16));
@@ -128,6 +129,7 @@ TEST_F(Pictures, RefusalsSayWhatIsWrong) {
         {"export counts.saf --frames 2:1 -o out.csv", 2, "2:1"},
         {"export celsius.saf -o out.png", 2, "--range"},
         {"import plain.png -o out.saf", 3, "16-bit"},
+        {"import cut.tif -o out.saf", 4, "a damaged one"},
         {"import plain.jpg -o out.saf", 3, "neither PNG nor TIFF"},
         {"import plain.png --type uint16 -o out.saf", 2, "--raw"},
     };

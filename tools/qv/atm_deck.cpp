@@ -82,7 +82,7 @@ void load(CModtranTape5File& deck, const std::string& path) {
 /// The deck as it would be written.
 qv::TSharedPtr<qv::IFile> written(const CModtranTape5File& deck, const std::string& path) {
     const qv::TSharedPtr<qv::IFile> file(new qv::CMemFile());
-    if (!deck.Save(file)) throw Failure(Exit::usage, path + ": not written: " + narrow(deck.LastError()));
+    if (!deck.Save(file)) throw Failure(Exit::usage, path + ": not written: " + visible(deck.LastError()));
     file->SeekToBegin();
     return file;
 }
