@@ -31,6 +31,7 @@ void load(const TSharedPtr<IFile>& file, bool known, const SImageInfo& info) {
     if (known && uint64_t{info.width} * info.height > mostPixels) return;
     if (LoadBitmapW(file, bitmap)) {
         require(bitmap.width == info.width && bitmap.height == info.height);
+        require(info.whole || info.format == EImageFormat::tiff);  // whose further pages may be lost
     } else {
         require(bitmap.handle == nullptr && bitmap.pixels == nullptr && bitmap.width == 0);
     }
@@ -64,11 +65,7 @@ void moveSegments(const TSharedPtr<IFile>& file) {
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     const TSharedPtr<IFile> file = fileOf({reinterpret_cast<const char*>(data), size});
     SImageInfo info;
-    const bool known = GetImageInfo(file, info);
-    // A TIFF whose chain of pages is broken has a size all the same.
-    EDataType type;
-    const bool sized = known || GetTIFFInfo(file, info.width, info.height, type);
-    if (known || !sized) load(file, known, info);
+    load(file, GetImageInfo(file, info), info);
     loadValues(file);
     moveSegments(file);
     return 0;

@@ -347,6 +347,7 @@ bool Private::readBMPInfo(IFile& file, SImageInfo& info) {
     info.bitsPerSample = header.bits <= 8 ? header.bits : header.bits == 16 ? 5 : 8;
     info.samples = info.palette ? 1 : 3;
     info.pages = 1;
+    info.whole = isReadable(file, header) && holdsPixels(file, header);
     return true;
 }
 

@@ -207,8 +207,9 @@ bool JpegReader::isPlausible() {
     IFile& file = *m_source.file;
     const int64_t left = file.GetSize() - file.GetPosition() + static_cast<int64_t>(m_source.base.bytes_in_buffer);
     const uint64_t pixels = uint64_t{m_decoder.image_width} * m_decoder.image_height;
-    // A block of 64 pixels takes at least one bit.
-    if (pixels <= believedPixels || (left > 0 && canHold(static_cast<uint64_t>(left), 512, pixels))) return true;
+    // A block of 64 pixels takes at least one bit, but where arithmetic codes make less of many.
+    if (m_decoder.arith_code && pixels <= believedPixels) return true;
+    if (left > 0 && canHold(static_cast<uint64_t>(left), 512, pixels)) return true;
     return refuse(file, CString::FromFormat(u"the pixels of %u by %u", m_decoder.image_width, m_decoder.image_height),
                   CString::FromFormat(u"%I64d bytes", left));
 }
@@ -233,7 +234,8 @@ bool JpegReader::readRows(const SBitmap& bitmap) {
         }
     });
     // Several scans are read to the end before the first row comes: where the file is over, there may have been more.
-    return done && !(m_source.ended && jpeg_has_multiple_scans(&m_decoder));
+    // Arithmetic codes never tell that they are over.
+    return done && !(m_source.ended && (jpeg_has_multiple_scans(&m_decoder) || m_decoder.arith_code));
 }
 
 bool JpegReader::finish() {

@@ -34,9 +34,8 @@ bool decode(JpegReader& reader, IFile& file, SBitmap& bitmap) {
 }  // namespace
 
 bool IsJPEG(const TSharedPtr<IFile>& file) {
-    SImageInfo info;
     if (!file) return false;
-    const bool is = readJPEGInfo(*file, info);
+    const bool is = JpegReader().readHeader(*file, false);
     file->SeekToBegin();
     return is;
 }
@@ -79,6 +78,7 @@ bool Private::readJPEGInfo(IFile& file, SImageInfo& info) {
     info.bitsPerSample = static_cast<uint32_t>(reader.decoder().data_precision);
     info.samples = static_cast<uint32_t>(reader.decoder().num_components);
     info.pages = 1;
+    info.whole = reader.isPlausible();
     return true;
 }
 

@@ -142,6 +142,9 @@ bool Private::readPNGInfo(IFile& file, SImageInfo& info) {
     info.palette = type == PNG_COLOR_TYPE_PALETTE;
     info.pages = 1;
     if (info.bitsPerSample == 16 && type == PNG_COLOR_TYPE_GRAY) info.dataType = EDataType::uint16;
+    info.whole =
+        reader.isPlausible() || refuse(file, CString::FromFormat(u"the pixels of %u by %u", info.width, info.height),
+                                       CString::FromFormat(u"%I64d bytes", file.GetSize()));
     return true;
 }
 

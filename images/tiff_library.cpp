@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstdarg>
 #include <cstdio>
+#include <string_view>
 
 namespace qv::Private {
 
@@ -72,9 +73,6 @@ int onWarning(TIFF*, void* user, const char*, const char* format, va_list argume
     return 1;
 }
 
-/// No strip or table of a file is larger than this, unless the file is.
-constexpr uint64_t believedBytes = uint64_t{1} << 28;
-
 }  // namespace
 
 void TiffFile::keepError(const char* format, va_list arguments) {
@@ -82,12 +80,13 @@ void TiffFile::keepError(const char* format, va_list arguments) {
 }
 
 void TiffFile::keepWarning(const char* format, va_list arguments) {
+    if (std::string_view(format).starts_with("Unknown field")) return;  // another program's own tag is no fault
     if (m_warning[0] == 0) std::vsnprintf(m_warning, sizeof m_warning, format, arguments);
 }
 
 uint64_t TiffFile::size() const { return static_cast<uint64_t>(std::max<int64_t>(sizeQuietly(*m_file), 0)); }
 
-bool TiffFile::open(IFile& file, const char* mode) {
+bool TiffFile::open(IFile& file, const char* mode, uint64_t largest) {
     close();
     m_file = &file;
     m_abandoned = false;
@@ -98,7 +97,7 @@ bool TiffFile::open(IFile& file, const char* mode) {
     if (options == nullptr) return false;
     TIFFOpenOptionsSetErrorHandlerExtR(options, onError, this);
     TIFFOpenOptionsSetWarningHandlerExtR(options, onWarning, this);
-    TIFFOpenOptionsSetMaxSingleMemAlloc(options, static_cast<tmsize_t>(std::max(believedBytes, size() * 8)));
+    TIFFOpenOptionsSetMaxSingleMemAlloc(options, static_cast<tmsize_t>(std::max({believedBytes, size() * 8, largest})));
     // Pages are written behind what there is.
     if (*mode == 'w' && file.GetSize() > 0) file.SetSize(0);
     file.SeekToBegin();
@@ -149,6 +148,7 @@ bool TiffChain::follow(IFile& file) {
     uint8_t mark[2];
     m_directories.clear();
     m_seen.clear();
+    m_reached = 0;
     file.SeekToBegin();
     if (!file.ReadBytes(mark, 2)) return fail(file, 0);
     m_bigEndian = mark[0] == 'M' || mark[0] == 'P';
@@ -169,6 +169,7 @@ bool TiffChain::followOn(IFile& file) {
         if (place == 0) return true;
         if (!readNumber(file, place, countBytes, entries) || entries > 0xFFFF || !m_seen.insert(place).second) break;
         m_directories.push_back(place);
+        m_reached = static_cast<uint32_t>(m_directories.size());
         m_link = place + countBytes + entries * entryBytes;
     }
     fail(file, m_link);

@@ -12,6 +12,9 @@
 
 namespace qv::Private {
 
+/// No strip or table of a file is larger than this, unless the file is or can hold what its page says.
+constexpr uint64_t believedBytes = uint64_t{1} << 28;
+
 /// An open TIFF file. The IFile has to outlive it. Does not move.
 class TiffFile {
 public:
@@ -20,8 +23,9 @@ public:
     TiffFile& operator=(const TiffFile&) = delete;
     ~TiffFile() { close(); }
 
-    /// @param mode  As TIFFOpen takes it; "w" empties the file first.
-    bool open(IFile& file, const char* mode);
+    /// @param mode     As TIFFOpen takes it; "w" empties the file first.
+    /// @param largest  Bytes that the library may hold at once, where that is more than it may for any file.
+    bool open(IFile& file, const char* mode, uint64_t largest = 0);
     /// False when the last bytes could not be written.
     bool close();
     /// Closes without writing another byte.
@@ -69,6 +73,11 @@ struct TiffPage {
     EDataType type = EDataType::none;  ///< `none`: not one of the raw kinds.
 
     uint64_t rawBytes() const { return uint64_t{width} * height * DataTypeSize(type); }
+    /// Of the samples, whatever they are; all that 64 bits can say where that is not enough.
+    uint64_t storedBytes() const {
+        const uint64_t pixels = uint64_t{width} * height, pixelBits = uint64_t{samples} * bits;
+        return pixels < UINT64_MAX / (pixelBits + 1) ? pixels * pixelBits / 8 : UINT64_MAX;
+    }
 };
 
 /// Reads the tags of the present page. False without a size.
@@ -95,6 +104,8 @@ public:
     bool endHere(IFile& file) const;
 
     const std::vector<uint64_t>& directories() const { return m_directories; }
+    /// How many there were when it was last followed, those in front of a break included.
+    uint32_t reached() const { return m_reached; }
 
 private:
     bool readNumber(IFile& file, uint64_t at, uint32_t bytes, uint64_t& value) const;
@@ -102,6 +113,7 @@ private:
 
     bool m_bigEndian = false;
     bool m_big = false;
+    uint32_t m_reached = 0;
     uint64_t m_link = 0;  ///< Where the place of the next directory stands.
     std::vector<uint64_t> m_directories;
     std::unordered_set<uint64_t> m_seen;  ///< The same, to know a circle by.

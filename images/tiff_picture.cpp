@@ -104,6 +104,10 @@ bool LoadTIFF(const TSharedPtr<IFile>& file, SBitmap& bitmap) {
     if (!file) return false;
     if (!tiff.open(*file, "r") || !readPage(tiff, page)) return tiff.fail(u"a TIFF picture");
     if (!isPlausible(tiff, page)) return false;
+    // A picture in a single strip is held whole, and as many as four planes of it.
+    if (4 * page.storedBytes() > believedBytes && !tiff.open(*file, "r", 4 * page.storedBytes())) {
+        return tiff.fail(u"a TIFF picture");
+    }
     Colours colours(tiff.get());
     char why[1024] = {};
     if (!colours.begin(why)) return refuse(*file, u"a TIFF picture that can be shown", CString(why));

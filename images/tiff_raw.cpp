@@ -178,11 +178,8 @@ bool readPage(const TiffFile& tiff, TiffPage& page) {
 }
 
 bool isPlausible(const TiffFile& tiff, const TiffPage& page) {
-    const uint64_t ratio = ratioOf(page), most = UINT64_MAX / (uint64_t{page.samples} * page.bits + 1);
-    const uint64_t pixels = uint64_t{page.width} * page.height;
-    const bool fits =
-        pixels < most && (ratio == 0 || canHold(tiff.size(), ratio, pixels * page.samples * page.bits / 8));
-    if (fits) return true;
+    const uint64_t ratio = ratioOf(page), bytes = page.storedBytes();
+    if (canHold(tiff.size(), ratio == 0 ? 65536 : ratio, bytes) || (ratio == 0 && bytes <= believedBytes)) return true;
     return refuse(tiff.file(), CString::FromFormat(u"the pixels of %u by %u", page.width, page.height),
                   CString::FromFormat(u"%I64u bytes", tiff.size()));
 }
@@ -285,15 +282,17 @@ bool Private::readTIFFInfo(IFile& file, SImageInfo& info) {
     TiffFile tiff;
     TiffPage page;
     TiffChain chain;
-    if (!tiff.open(file, "r") || !readPage(tiff, page) || !chain.follow(file)) return false;
+    if (!tiff.open(file, "r") || !readPage(tiff, page)) return false;
     info.format = EImageFormat::tiff;
     info.width = page.width;
     info.height = page.height;
     info.bitsPerSample = page.bits;
     info.samples = page.samples;
     info.palette = page.photometric == PHOTOMETRIC_PALETTE;
-    info.pages = static_cast<uint32_t>(chain.directories().size());
     info.dataType = page.type;
+    const bool holds = isPlausible(tiff, page);
+    info.whole = chain.follow(file) && holds;
+    info.pages = chain.reached();
     return true;
 }
 

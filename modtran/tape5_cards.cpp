@@ -42,6 +42,7 @@ public:
         made.first = seen.columns.first;
         made.last = seen.columns.last;
         made.kind = kindOf(seen.field.access);
+        made.text = CStringMB(trimmed(seen.text));
         made.value = CStringMB(valueOf(run, seen.field, seen.index));
         m_fields.Add(made);
         if (std::string_view(seen.card.name) == "5") ++m_run;

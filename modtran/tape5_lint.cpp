@@ -136,6 +136,7 @@ public:
         m_places.push_back({seen.lineNumber, seen.columns, seen.card.name, seen.field.name, seen.index});
         judgeColumns(seen, run);
         judgePoint(seen);
+        judgeCode(seen, run);
         const bool endsDeck = isOneOf(run.irpt, {2, -2}) && std::string_view(seen.card.name) == "5";  // a rule says so
         if (!endsDeck && !isLegal(run, seen.field, seen.index)) {
             warn(seen, CString::FromFormat(u"%s The program may stop.", illegal(run, seen.field, seen.index)));
@@ -191,10 +192,27 @@ private:
     /// Fortran puts a point into a number that has none.
     void judgePoint(const Seen& seen) {
         if (seen.field.decimals == 0 || seen.field.access.storage != Storage::real || seen.columns.first == 0) return;
-        const std::string_view text = trimmed(cutOut(seen.line, seen.columns));
+        const std::string_view text = trimmed(seen.text);
         double asRead = 0.0;
         if (text.find('.') != text.npos || !readReal(text, seen.field.decimals, asRead) || asRead == 0.0) return;
         warn(seen, CString::FromFormat(u"\"%s\" has no decimal point and reads as %s", text, shortest(asRead)));
+    }
+
+    /// A number that the library takes as another.
+    void judgeCode(const Seen& seen, const RUN& run) {
+        int32_t there = 0;
+        if (seen.field.access.storage != Storage::derivedInteger || !readInteger(seen.text, there)) return;
+        const int32_t taken = seen.field.access.integerOf(run, seen.index);
+        if (there == taken) return;
+        if (std::string_view(seen.card.name) == "2C3") {
+            warn(seen, CString::FromFormat(u"of IHA1, ICLD1 and IVUL1 the first that is not 0 counts; this %d does not",
+                                           there));
+        } else if (hasOwnSpectra(run) && there == 1) {
+            warn(seen, CString::FromFormat(u"1 is taken as %d points; with USS some builds of the program read 1 point",
+                                           taken));
+        } else {
+            warn(seen, CString::FromFormat(u"%d is taken as %d", there, taken));
+        }
     }
 
     void endRun(const RUN& run) {

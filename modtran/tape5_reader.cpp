@@ -140,8 +140,9 @@ bool Reader::readFields(const Block& block, const Card& card, RUN& run, Index x,
         if (field.published.first == 0) continue;
         const Columns own = field.seenOn == nullptr ? field.seen : field.seenOn(m_line, run, m_isFive);
         const Columns columns = moved(own, shift);
-        if (!store(card, field, run, x, cut(m_line, columns))) return false;
-        visit(block, card, field, run, x, columns, moved(field.published, shift));
+        const std::string_view text = cut(m_line, columns);
+        if (!store(card, field, run, x, text)) return false;
+        visit(block, card, field, run, x, columns, moved(field.published, shift), text);
     }
     return true;
 }
@@ -162,7 +163,7 @@ bool Reader::readFree(const Block& block, const Card& card, RUN& run, Index x) {
                 return refuseField(card, field, u"a number", token);
             }
             if (!store(card, field, run, x, token)) return false;
-            visit(block, card, field, run, x, {}, {});
+            visit(block, card, field, run, x, {}, {}, token);
             ++taken;
         }
     }
@@ -170,9 +171,9 @@ bool Reader::readFree(const Block& block, const Card& card, RUN& run, Index x) {
 }
 
 void Reader::visit(const Block& block, const Card& card, const Field& field, RUN& run, Index x, Columns columns,
-                   Columns published) {
+                   Columns published, std::string_view text) {
     if (m_visitor != nullptr) {
-        m_visitor->field({block, card, field, x, m_lineNumber, columns, published, m_line}, run);
+        m_visitor->field({block, card, field, x, m_lineNumber, columns, published, text, m_line}, run);
     }
 }
 

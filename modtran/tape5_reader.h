@@ -18,6 +18,7 @@ struct Seen {
     int64_t lineNumber;     ///< From 1.
     Columns columns;        ///< Where it was looked for; without columns it has no place on the line.
     Columns published;      ///< Where the program looks, moved like `columns` for elements of a list.
+    std::string_view text;  ///< What stands there.
     std::string_view line;  ///< As the library understands it: control characters are blanks.
 };
 
@@ -54,7 +55,7 @@ private:
     bool readFields(const Block& block, const Card& card, RUN& run, Index x, uint8_t shift);
     bool store(const Card& card, const Field& field, RUN& run, Index x, std::string_view text);
     void visit(const Block& block, const Card& card, const Field& field, RUN& run, Index x, Columns columns,
-               Columns published);
+               Columns published, std::string_view text);
     bool refuse(const Card& card, const char16_t* expected, const CString& found);
     bool refuseField(const Card& card, const Field& field, const char16_t* expected, std::string_view found);
     bool refuseFive(const char16_t* option);

@@ -51,7 +51,8 @@ public:
     size_t readOutput(char* buffer, size_t size);
     /// Waits for its end; what it has written until then can still be read.
     ChildEnd finish();
-    /// Asks it to end, or ends it by force.
+    /// Asks it to end, or ends it by force. Of a program that has ended it reaches, until finish(), what that has
+    /// started in its group.
     void stop(bool byForce);
 
 private:

@@ -108,6 +108,9 @@ struct SImageInfo {
     uint32_t pages = 0;    ///< 1 but for TIFF.
     EDataType dataType =
         EDataType::none;  ///< What LoadTIFFRaw or LoadPNG16 gives of it; `none` where they take it not.
+    /// False, with a diagnostic, when the file is too short for the pixels of its (first) page however well they are
+    /// compressed, or when the chain of a TIFF's pages is broken: `pages` are those in front of the break then.
+    bool whole = false;
 };
 
 /// Reads the header of a picture, without its pixels.

@@ -25,7 +25,9 @@ struct TAPE5_FIELD {
     const char* meaning = "";      ///< With the unit.
     uint32_t first = 0, last = 0;  ///< Columns where it was looked for.
     KIND kind = Integer;
-    CStringMB value;  ///< A number in the shortest form that reads back to the same; a text without blanks.
+    CStringMB text;   ///< As it stands in the deck, without blanks around it.
+    CStringMB value;  ///< What the library makes of it: a number in the shortest form that reads back to the same; a
+                      ///< text without blanks.
 };
 
 /// What the program would read otherwise, ignore or stop at.

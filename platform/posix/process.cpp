@@ -137,7 +137,12 @@ ChildEnd ChildProcess::finish() {
     return WIFEXITED(status) ? ChildEnd{WEXITSTATUS(status), false} : ChildEnd{128 + WTERMSIG(status), true};
 }
 
-void ChildProcess::stop(bool byForce) { (void)kill(m_ownGroup ? -m_id : m_id, byForce ? SIGKILL : SIGTERM); }
+void ChildProcess::stop(bool byForce) {
+    // As long as it waits to be waited for, nobody else has its number.
+    siginfo_t state;
+    if (waitid(P_PID, static_cast<id_t>(m_id), &state, WEXITED | WNOHANG | WNOWAIT) != 0) return;
+    (void)kill(m_ownGroup ? -m_id : m_id, byForce ? SIGKILL : SIGTERM);
+}
 
 Followed follow(ChildProcess& child, size_t chunkSize, const std::function<void(std::string_view)>& take,
                 int64_t deadline, WaitHandle interrupt) {

@@ -44,7 +44,7 @@ std::string segment(char marker, const std::string& contents) {
 constexpr size_t jfifEnd = 20;  ///< SOI and the JFIF segment that libjpeg writes.
 
 /// A picture of `components` in a colour space, by libjpeg itself.
-std::string codedJPEG(J_COLOR_SPACE space, int components, bool progressive, uint8_t level) {
+std::string codedJPEG(J_COLOR_SPACE space, int components, bool progressive, uint8_t level, bool arithmetic = false) {
     jpeg_compress_struct encoder = {};
     jpeg_error_mgr errors;
     unsigned char* bytes = nullptr;
@@ -57,6 +57,7 @@ std::string codedJPEG(J_COLOR_SPACE space, int components, bool progressive, uin
     encoder.in_color_space = space;
     jpeg_set_defaults(&encoder);
     if (progressive) jpeg_simple_progression(&encoder);
+    encoder.arith_code = arithmetic ? TRUE : FALSE;
     jpeg_start_compress(&encoder, TRUE);
     std::vector<uint8_t> row(64, level);
     JSAMPROW rows[1] = {row.data()};
@@ -197,7 +198,22 @@ TEST(JPEG, CutAndHugePicturesAreRefused) {
     EXPECT_TRUE(diagnostic().starts_with("expected the pixels of 65500 by 65500, found ")) << diagnostic();
     SImageInfo info;
     EXPECT_TRUE(GetImageInfo(memoryFile(huge), info));
-    EXPECT_EQ(info.width, 65500u);
+    EXPECT_TRUE(info.width == 65500u && !info.whole);
+}
+
+TEST(JPEG, CutArithmeticAndProgressivePicturesAreRefused) {
+    for (const int kind : {0, 1, 2, 3}) {
+        const bool progressive = kind % 2 != 0, arithmetic = kind >= 2;
+        const std::string whole = codedJPEG(JCS_RGB, 3, progressive, 200, arithmetic);
+        Picture picture;
+        ASSERT_TRUE(LoadJPEG(memoryFile(whole), picture.bitmap())) << kind << diagnostic();
+        EXPECT_EQ(picture.text().substr(0, 6), "C8C8C8") << kind;
+        const size_t end = whole.size() - (progressive || arithmetic ? 0 : 2);  // the last marker holds no pixel
+        for (size_t cut = 0; cut < end; ++cut) {
+            EXPECT_FALSE(LoadJPEG(memoryFile(whole.substr(0, cut)), picture.bitmap())) << kind << ' ' << cut;
+            EXPECT_TRUE(isZeroed(picture.bitmap()));
+        }
+    }
 }
 
 TEST(JPEG, WarningsGoToTheDiagnostic) {

@@ -132,6 +132,8 @@ TEST(PNG, SaysWhyInItsWords) {
     const std::string huge = fromHex(
         "89504E470D0A1A0A 0000000D 49484452 00010000 00010000 08 02 00 00 00 E3E6A7B4 00000000 49444154 35AF061E");
     Picture picture(2, 2);
+    SImageInfo info;
+    EXPECT_TRUE(GetImageInfo(memoryFile(huge), info) && !info.whole);
     EXPECT_FALSE(LoadPNG(memoryFile(huge), CPropertyArray(), picture.bitmap()));
     EXPECT_EQ(LastDiagnostic().found, CString("Can't create bitmap"));
     EXPECT_TRUE(isZeroed(picture.bitmap()));

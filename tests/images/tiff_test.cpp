@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 #include <tiffio.h>
+#include <zlib.h>
 
 #include <cstring>
 
@@ -75,20 +76,25 @@ struct Layout {
     int predictor;
 };
 
+void writeTags(TIFF* tif, uint32_t width, uint32_t height, uint32_t bits, uint16_t samples, int compression) {
+    TIFFSetField(tif, TIFFTAG_IMAGEWIDTH, width);
+    TIFFSetField(tif, TIFFTAG_IMAGELENGTH, height);
+    TIFFSetField(tif, TIFFTAG_BITSPERSAMPLE, bits);
+    TIFFSetField(tif, TIFFTAG_SAMPLESPERPIXEL, samples);
+    TIFFSetField(tif, TIFFTAG_PHOTOMETRIC, samples == 3 ? PHOTOMETRIC_RGB : PHOTOMETRIC_MINISBLACK);
+    TIFFSetField(tif, TIFFTAG_PLANARCONFIG, PLANARCONFIG_CONTIG);
+    TIFFSetField(tif, TIFFTAG_COMPRESSION, compression);
+}
+
 /// A page of 40 by 21 pixels by libtiff itself.
 std::string madeTIFF(const TempFolder& folder, const Layout& layout, EDataType type, std::string values) {
     const CString path = folder.path(u"made.tif");
     TIFF* const tif = TIFFOpen(CStringMB(path.c_str()).c_str(), layout.mode);
     const uint16_t samples = type == EDataType::rgb24 ? 3 : 1;
     const uint32_t sampleBytes = DataTypeSize(type) / samples, pixelBytes = DataTypeSize(type);
-    TIFFSetField(tif, TIFFTAG_IMAGEWIDTH, 40);
-    TIFFSetField(tif, TIFFTAG_IMAGELENGTH, 21);
-    TIFFSetField(tif, TIFFTAG_BITSPERSAMPLE, sampleBytes * 8);
-    TIFFSetField(tif, TIFFTAG_SAMPLESPERPIXEL, samples);
+    writeTags(tif, 40, 21, sampleBytes * 8, samples, layout.compression);
     TIFFSetField(tif, TIFFTAG_SAMPLEFORMAT, samples == 1 && sampleBytes > 2 ? SAMPLEFORMAT_IEEEFP : SAMPLEFORMAT_UINT);
-    TIFFSetField(tif, TIFFTAG_PHOTOMETRIC, samples == 3 ? PHOTOMETRIC_RGB : PHOTOMETRIC_MINISBLACK);
     TIFFSetField(tif, TIFFTAG_PLANARCONFIG, layout.separate ? PLANARCONFIG_SEPARATE : PLANARCONFIG_CONTIG);
-    TIFFSetField(tif, TIFFTAG_COMPRESSION, layout.compression);
     if (layout.predictor != 0) TIFFSetField(tif, TIFFTAG_PREDICTOR, layout.predictor);
     if (layout.tiled) {
         TIFFSetField(tif, TIFFTAG_TILEWIDTH, 32);
@@ -167,6 +173,39 @@ TEST(TIFF, PicturesReturnAndTurn) {
     EXPECT_NE(bytes.find("Tesnorik"), std::string::npos);
 }
 
+TEST(TIFF, ALargePictureInOneStripLoads) {
+    // 288 MB of black in 280 kB, and the same header in front of fewer bytes than they can be made of.
+    constexpr uint32_t width = 8000, height = 6000;
+    std::string packed(size_t{1} << 19, '\0');
+    z_stream stream = {};
+    ASSERT_EQ(deflateInit(&stream, 6), Z_OK);
+    const std::string row(size_t{width} * 6, '\0');
+    stream.next_out = reinterpret_cast<Bytef*>(packed.data());
+    stream.avail_out = static_cast<uInt>(packed.size());
+    for (uint32_t y = 0; y < height; ++y) {
+        stream.next_in = reinterpret_cast<Bytef*>(const_cast<char*>(row.data()));
+        stream.avail_in = static_cast<uInt>(row.size());
+        ASSERT_EQ(deflate(&stream, y + 1 == height ? Z_FINISH : Z_NO_FLUSH), y + 1 == height ? Z_STREAM_END : Z_OK);
+    }
+    packed.resize(stream.total_out);
+    deflateEnd(&stream);
+    const TempFolder folder;
+    const CString path = folder.path(u"large.tif");
+    for (const size_t size : {packed.size(), size_t{1000}}) {
+        TIFF* const tif = TIFFOpen(CStringMB(path.c_str()).c_str(), "w");
+        writeTags(tif, width, height, 16, 3, COMPRESSION_ADOBE_DEFLATE);
+        TIFFSetField(tif, TIFFTAG_ROWSPERSTRIP, height);
+        TIFFWriteRawStrip(tif, 0, packed.data(), static_cast<tmsize_t>(size));
+        TIFFClose(tif);
+        SImageInfo info;
+        Picture picture;
+        const auto file = fileSystem().CreateFileW(path.c_str(), CFile::openExisting | CFile::accessRead);
+        ASSERT_TRUE(GetImageInfo(file, info));
+        EXPECT_EQ(info.whole, size == packed.size());
+        EXPECT_EQ(LoadTIFF(file, picture.bitmap()), size == packed.size()) << diagnostic();
+    }
+}
+
 TEST(TIFF, HostileFilesAreRefused) {
     Picture picture;
     uint16_t values[16];
@@ -186,6 +225,10 @@ TEST(TIFF, HostileFilesAreRefused) {
     EDataType type;
     EXPECT_TRUE(GetTIFFInfo(memoryFile(circle), width, height, type));
     EXPECT_FALSE(GetTIFFInfo(memoryFile(circle), width, height, type, pages));
+    SImageInfo info;
+    EXPECT_TRUE(GetImageInfo(memoryFile(circle), info) && LoadTIFF(memoryFile(circle), picture.bitmap()));
+    EXPECT_TRUE(!info.whole && info.pages == 1);
+    EXPECT_TRUE(GetImageInfo(raw, info) && info.whole);
     EXPECT_FALSE(CMultiPageTIFFFile().Open(memoryFile(circle)));
     EXPECT_FALSE(IsTIFF(memoryFile("II*")));
     EXPECT_FALSE(IsTIFF(memoryFile(fromHex("4D4D 2A00 00000008"))));

@@ -12,9 +12,12 @@
 //   die      end by a signal, with the output written
 //   hang     wait for ever, with the output written; so does a process that it starts
 //   orphan   leave a process behind that waits for ever and holds what this one printed to
+//            (the file that QV_STAND_IN_LOCK names, if any, stays locked as long as it waits)
 //   look     write the numbers of its open descriptors to the file "descriptors"
 #include <dirent.h>
+#include <fcntl.h>
 #include <signal.h>
+#include <sys/file.h>
 #include <unistd.h>
 
 #include <cmath>
@@ -136,6 +139,8 @@ int main() {
     if (!has(orders, "silent")) writeOutput(card1, mode, low, high, !has(orders, "cut"));
     if (has(orders, "look")) listDescriptors();
     if (has(orders, "orphan") || has(orders, "hang")) {
+        const char* const lock = std::getenv("QV_STAND_IN_LOCK");
+        if (lock != nullptr) (void)flock(open(lock, O_RDWR | O_CREAT, 0600), LOCK_EX);
         const pid_t child = fork();
         if (child == 0) {
             for (int i = 0; i < 600; ++i) sleep(1);

@@ -537,6 +537,38 @@ TEST(Tape5, WarningsOfWhatTheProgramReadsOtherwise) {
     EXPECT_FALSE(warningsOf(deckOf(golden)).empty());
 }
 
+TEST(Tape5, CodesThatAreTakenOtherwiseAreWarnedOf) {
+    const struct {
+        std::string meant, found;
+        std::vector<std::string> warnings;
+    } cases[] = {
+        {"    0.000     0.000     0.000    2    0    0    0    0",
+         "    0.000     0.000     0.000    2    0    3    0    0",
+         {"6:51 IVUL1.1 of IHA1, ICLD1 and IVUL1 the first that is not 0 counts; this 3 does not"}},
+        {"   47    2    0    0",
+         "    1    2    0    0",
+         {"7:1 IREG1 1 is taken as 47 points; with USS some builds of the program read 1 point"}},
+        {"   47    2    0    0", "   47    2    0   -5", {"7:16 IREG4 -5 is taken as 0"}},
+    };
+    CModtranTape5File deck;
+    deck.New();
+    RUN run = CModtranTape5File::DefaultRun();
+    for (const char* set : {"MODEL=7", "IM=1", "ML=1", "IRD2=1", "IHA1.1=2", "ARUSS=USS", "IREG1=47", "IREG2=2"}) {
+        const std::string text = set;
+        const size_t equals = text.find('=');
+        ASSERT_TRUE(SetTape5Field(run, CStringMB(text.substr(0, equals)), CStringMB(text.substr(equals + 1)))) << set;
+    }
+    ASSERT_TRUE(deck.SetRun(0, run));
+    const std::string plain = saved(deck);
+    ASSERT_EQ(warningsOf(plain), std::vector<std::string>{});
+    for (const auto& c : cases) {
+        std::string bytes = plain;
+        const size_t at = bytes.find(c.meant);
+        ASSERT_NE(at, bytes.npos) << bytes;
+        EXPECT_EQ(warningsOf(bytes.replace(at, c.meant.size(), c.found)), c.warnings);
+    }
+}
+
 TEST(Tape5, RealDecksAreReadAndSavedWithTheSameFields) {
     const std::string folder = std::string(QV_DATA_DIR) + "/modtran";
     if (!std::filesystem::is_directory(folder)) GTEST_SKIP() << "no real decks here";

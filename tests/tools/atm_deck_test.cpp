@@ -43,6 +43,7 @@ TEST_F(AtmDeck, SetChangesTheNamedFieldsAlone) {
     EXPECT_EQ(shop.read("deck"), expected.replace(phi, 10, "    45.000"));
     run("set deck PHI=0 MODEL=12", 2);  // refused as a whole
     run("set deck ZM.3=1", 2);
+    run("set deck H1=1 h1=2", 2);
     run("set deck --run 1 PHI=0", 1);
     EXPECT_EQ(shop.read("deck"), expected);
     facts = JsonReader::flatten(run("lint deck --json", 1).out);
@@ -73,6 +74,39 @@ TEST_F(AtmDeck, ShowListsCardsWithColumnsAndValues) {
     run("lint theirs");
     run("lint theirs --resaved", 1);
     EXPECT_NE(run("set theirs H1=0").error.find("laid out anew"), std::string::npos);
+}
+
+TEST_F(AtmDeck, WhatTheLayoutTakesIsTold) {
+    const auto deckWith = [&](const std::string& meant, const std::string& found) {
+        std::string bytes = shop.read("plain");
+        bytes.replace(bytes.find(meant), meant.size(), found);
+        shop.write("theirs", bytes);
+    };
+    EXPECT_NE(run("new plain H1=1.23456 MODEL=7 IM=1 ML=1 IRD2=1 SURREF=.123 HMODEL=air --json")
+                  .error.find("H1: is written as 1.235\nqv: SURREF: is written as 0.12\n"),
+              std::string::npos);
+    EXPECT_EQ(run("set plain H2=3").error, "");
+    deckWith("     3.000", "   3.00049");
+    EXPECT_NE(run("set theirs H1=2").error.find("theirs: run 0, card 3: H2 is rewritten: 3.00049 -> 3.000\n"),
+              std::string::npos);
+    EXPECT_EQ(run("set theirs H1=2").error, "");
+    deckWith("   0.12", " 0.1249");  // the text of a number
+    EXPECT_NE(run("set theirs H1=2").error.find("SURREF is rewritten: 0.1249 -> 0.12\n"), std::string::npos);
+    deckWith("    0.000     0.000     0.000    0    0", "    0.000     0.000     0.000    4    2");
+    auto facts = JsonReader::flatten(run("set theirs ALBEDO=0.3 --json").out);
+    EXPECT_EQ(facts["rewritten.0.field"], "ICLD1.1");
+    EXPECT_EQ(facts["rewritten.0.before"] + facts["rewritten.0.after"], "20");
+    EXPECT_EQ(facts.count("rewritten.1.field"), 0u);
+    EXPECT_NE(run("set theirs MODEL=2").error.find("card 2C3: is not part of the run any more"), std::string::npos);
+    // A value that has no place on the written cards can be taken out.
+    deckWith("F F F F ", "F F F F T");
+    std::string bytes = shop.read("theirs");
+    shop.write("theirs", bytes.insert(bytes.find("\r\n    1 "), "\r\nDATA/"));
+    run("set theirs H1=2", 2);
+    EXPECT_NE(run("set theirs LDATDR=F").error.find("card 1A4: is not part"), std::string::npos);
+    // Bytes that are no UTF-8 leave the output valid.
+    deckWith("air", "\xE4ir");
+    EXPECT_NE(run("show theirs --json").out.find("\xEF\xBF\xBDir\""), std::string::npos);
 }
 
 }  // namespace qv::test

@@ -1,7 +1,11 @@
 // qv atm run, csv, plot, band and curve, with a stand-in for the outside program.
+#include <fcntl.h>
 #include <gtest/gtest.h>
+#include <sys/file.h>
+#include <unistd.h>
 
 #include <cmath>
+#include <cstdlib>
 
 #include "tools/support.h"
 
@@ -27,6 +31,10 @@ TEST_F(AtmRun, OutputsStandBesideTheirDecks) {
     const ToolRun outcome = run("path.tape5 other.tape5 --jobs 2");
     ASSERT_EQ(outcome.exitCode, 0) << outcome.error;
     EXPECT_EQ(shop.read("path.tape7"), shop.read("other.tape7"));
+    EXPECT_EQ(shop.qv("pack add all.cdfs path.tape5").exitCode, 0);
+    std::filesystem::create_directory(shop.file("out"));
+    EXPECT_EQ(run("all.cdfs:path.tape5 -o out").exitCode, 0);
+    EXPECT_TRUE(shop.exists("out/path.tape7"));
     EXPECT_EQ(run("path.tape5").exitCode, 1);
     EXPECT_EQ(run("path.tape5 --force").exitCode, 0);
 
@@ -70,6 +78,23 @@ TEST_F(AtmRun, NothingIsKeptOfARunThatFailed) {
     EXPECT_NE(absent.error.find("absent/program"), std::string::npos) << absent.error;
 }
 
+TEST_F(AtmRun, WhatAProgramLeavesRunningIsEnded) {
+    order("orphan.tape5", "orphan");
+    const std::string path = shop.file("lock");
+    setenv("QV_STAND_IN_LOCK", path.c_str(), 1);
+    EXPECT_EQ(run("orphan.tape5").exitCode, 0);
+    unsetenv("QV_STAND_IN_LOCK");
+    const int lock = open(path.c_str(), O_RDWR);
+    ASSERT_GE(lock, 0);
+    bool isFree = false;
+    for (int i = 0; i < 1000 && !isFree; ++i) {
+        isFree = flock(lock, LOCK_EX | LOCK_NB) == 0;
+        if (!isFree) usleep(20000);
+    }
+    EXPECT_TRUE(isFree);
+    close(lock);
+}
+
 TEST_F(AtmRun, WhatIsNoTableIsRefused) {
     shop.write("text", "no table\n");
     shop.write("cut.tape7", shop.read("path.tape5"));
@@ -78,6 +103,10 @@ TEST_F(AtmRun, WhatIsNoTableIsRefused) {
         EXPECT_EQ(shop.qv("atm " + std::string(verb) + " cut.tape7").exitCode, 4) << verb;
         EXPECT_EQ(shop.qv("atm " + std::string(verb) + " absent").exitCode, 5) << verb;
     }
+    EXPECT_EQ(run("path.tape5").exitCode, 0);
+    const std::string table = shop.read("path.tape7");
+    EXPECT_EQ(shop.qv("atm plot path.tape7 -o path.tape7 --force").exitCode, 2);
+    EXPECT_EQ(shop.read("path.tape7"), table);
 }
 
 }  // namespace

@@ -54,6 +54,7 @@ TEST_F(Pictures, AJpegCarriesItsFrameAndWhatGoesWithIt) {
     done("rjpeg unwrap whole.jpg -o whole.saf");
     EXPECT_EQ(shop.read("whole.saf"), shop.read("counts.saf"));
     EXPECT_EQ(shop.qv("rjpeg unwrap whole.jpg -o data/ --force").exitCode, 2);  // one file, without a name of its own
+    EXPECT_EQ(shop.qv("rjpeg unwrap whole.jpg -o whole.jpg --force").exitCode, 2);
     done("rjpeg strip whole.jpg -o bare.jpg");
     EXPECT_EQ(shop.read("bare.jpg"), shop.read("plain.jpg"));
     done("image convert frame.jpg frame.bmp");
@@ -62,11 +63,37 @@ TEST_F(Pictures, AJpegCarriesItsFrameAndWhatGoesWithIt) {
               std::string::npos);
 }
 
+TEST_F(Pictures, ABrokenChainOfPagesCostsNoPageInFront) {
+    done("export celsius.saf -o stack.tif");
+    std::string stack = shop.read("stack.tif");
+    stack.replace(stack.rfind("Tesnorik") - 4, 4, "\xFF\xFF\xFF\x7F");  // where the next page would be
+    shop.write("broken.tif", stack);
+    EXPECT_EQ(shop.qv("image convert stack.tif stack.png").exitCode, 3);  // floats
+    const ToolRun info = shop.qv("image info broken.tif --json");
+    EXPECT_EQ(info.exitCode, 4);
+    auto facts = JsonReader::flatten(info.out);
+    EXPECT_EQ(facts["pages"], "3");
+    EXPECT_EQ("qv: " + facts["problem"] + "\n", info.error);
+    EXPECT_NE(facts["problem"].find("page 4"), std::string::npos) << info.error;
+    EXPECT_EQ(shop.qv("import broken.tif -o out.saf").exitCode, 4);
+    done("render counts.saf -o counts.tif");
+    std::string picture = shop.read("counts.tif");
+    picture.replace(picture.rfind("Tesnorik") - 10, 4, "\xFF\xFF\xFF\x7F");  // in front of the bits of three channels
+    shop.write("cut.tif", picture);
+    EXPECT_NE(done("image convert cut.tif cut.png").error.find("qv: warning: cut.tif: "), std::string::npos);
+    done("image convert counts.tif counts.png");
+    EXPECT_TRUE(shop.read("cut.png") == shop.read("counts.png"));
+}
+
 TEST_F(Pictures, RefusalsSayWhatIsWrong) {
     done("render counts.saf -o plain.jpg");
     done("render counts.saf -o plain.png");
     shop.write("cut.png", shop.read("plain.png").substr(0, 500));
     shop.write("text.txt", "no picture");
+    shop.write("cut.tif", std::string("II*\0\x08\0\0\0\x01\0\x0F\x01\x02\0\x01\0\0\0\0\0\0\0\0\0\0\0", 26));
+    // A header that promises 900 megapixels of 16 bits in front of nothing.
+    shop.write("bomb.png", std::string("\x89PNG\r\n\x1A\n\0\0\0\rIHDR\0\0\x75\x30\0\0\x75\x30\x10\0\0\0\0", 29) +
+                               std::string("\x13\xDC\x7B\x25\0\0\0\0IDAT\x35\xAF\x06\x1E", 16));
     const struct {
         const char* arguments;
         int code;
@@ -76,6 +103,17 @@ TEST_F(Pictures, RefusalsSayWhatIsWrong) {
         {"image info absent.png", 5, "absent.png"},
         {"image convert cut.png out.bmp", 4, "cut.png"},
         {"image convert plain.png plain.jpg", 1, "--force"},
+        {"image convert plain.png out.png --quality 9", 2, "a PNG"},
+        {"image convert plain.png out.TIF --compression 9", 2, "a TIFF"},
+        {"image convert plain.png out.jpeg --bits 8", 2, "a JPEG"},
+        {"image convert plain.png out.bmp --compression 9", 2, "rle"},
+        {"image convert plain.png out.bmp --compression rle", 2, "--bits"},
+        {"image convert plain.png out.png --compression rle", 2, "0 to 9"},
+        {"image convert plain.png out.png --background white", 2, "white"},
+        {"image convert plain.png out.bmp --bits 1", 2, "2 colours"},
+        {"image info bomb.png", 4, "30000 by 30000"},
+        {"image convert bomb.png out.bmp", 4, "30000 by 30000"},
+        {"import bomb.png -o out.saf", 4, "30000 by 30000"},
         {"rjpeg info plain.jpg", 1, ""},
         {"rjpeg info plain.png", 3, "no JPEG"},
         {"rjpeg unwrap plain.jpg -o out", 1, "more than 3864 B"},
@@ -84,11 +122,14 @@ TEST_F(Pictures, RefusalsSayWhatIsWrong) {
         {"render counts.saf -o counts.saf --force", 2, "is an input"},
         {"export counts.saf -o counts.saf --force", 2, ".tif"},
         {"rjpeg wrap plain.jpg counts.saf -o counts.saf --force", 2, "is an input"},
+        {"rjpeg wrap plain.jpg counts.saf -o out.png", 2, "only a JPEG"},
+        {"import plain.png -o plain.png --force", 2, "is an input"},
         {"export counts.saf -o out.gif", 2, ".tif"},
         {"export counts.saf --frames 3 -o out.csv", 1, "no frame 3"},
         {"export counts.saf --frames 2:1 -o out.csv", 2, "2:1"},
         {"export celsius.saf -o out.png", 2, "--range"},
         {"import plain.png -o out.saf", 3, "16-bit"},
+        {"import cut.tif -o out.saf", 4, "a damaged one"},
         {"import plain.jpg -o out.saf", 3, "neither PNG nor TIFF"},
         {"import plain.png --type uint16 -o out.saf", 2, "--raw"},
     };

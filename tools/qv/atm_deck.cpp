@@ -1,8 +1,10 @@
 // qv atm show, new, set and lint: input decks of the atmosphere program, by the published names of their fields.
+#include <algorithm>
 #include <iostream>
 #include <memory>
 
 #include "atm_commands.h"
+#include "atm_rewriting.h"
 #include "command.h"
 #include "json.h"
 #include "places.h"
@@ -80,7 +82,7 @@ void load(CModtranTape5File& deck, const std::string& path) {
 /// The deck as it would be written.
 qv::TSharedPtr<qv::IFile> written(const CModtranTape5File& deck, const std::string& path) {
     const qv::TSharedPtr<qv::IFile> file(new qv::CMemFile());
-    if (!deck.Save(file)) throw Failure(Exit::usage, path + ": not written: " + narrow(deck.LastError()));
+    if (!deck.Save(file)) throw Failure(Exit::usage, path + ": not written: " + visible(deck.LastError()));
     file->SeekToBegin();
     return file;
 }
@@ -125,6 +127,7 @@ Json jsonOf(const TAPE5_FIELD& field) {
         .set("name", field.name.c_str())
         .set("firstColumn", field.first)
         .set("lastColumn", field.last)
+        .set("text", field.text.c_str())
         .set("value", value)
         .set("meaning", field.meaning);
 }
@@ -236,8 +239,16 @@ Exit lint(const Options& options) {
 /// What becomes of each value that is named.
 class Changes {
 public:
-    void add(const std::string& name, const std::string& before, const std::string& after) {
-        m_rows.push_back({name, before, after, ""});
+    void add(const std::string& name, const std::string& given, const std::string& before, const std::string& after) {
+        m_rows.push_back({name, given, before, after, ""});
+    }
+    std::vector<std::string> names() const {
+        std::vector<std::string> list;
+        for (const Row& row : m_rows) list.push_back(row.name);
+        return list;
+    }
+    bool has(const std::string& name) const {
+        return std::any_of(m_rows.begin(), m_rows.end(), [&](const Row& row) { return isSameName(row.name, name); });
     }
 
     /// Takes from the deck as it is written what stands there: cards hold fewer decimals than a number may have.
@@ -251,38 +262,37 @@ public:
             row.written = found && !card.IsEmpty() ? value.c_str() : "";
             if (!found || card.IsEmpty()) {
                 remark("qv: " + row.name + ": is on no card of this run, and is not written");
-            } else if (row.written != row.after) {
+            } else if (row.written != row.after || !saysTheSame(row.given, row.written)) {
                 remark("qv: " + row.name + ": is written as " + row.written);
             }
         }
     }
 
-    void print(const Options& options, int32_t run) const {
-        Table table({{"field", Table::Align::left},
-                     {"before", Table::Align::left},
-                     {"after", Table::Align::left},
-                     {"written", Table::Align::left}});
+    Json json() const {
         Json list = Json::array();
         for (const Row& row : m_rows) {
-            table.add({row.name, visible(wide(row.before)), visible(wide(row.after)), visible(wide(row.written))});
             list.push(Json::object()
                           .set("field", row.name)
                           .set("before", row.before)
                           .set("after", row.after)
                           .set("written", row.written));
         }
-        if (!options.json) return table.print(std::cout);
-        Json::document(schema)
-            .set("file", options.file)
-            .set("run", run)
-            .set("dryRun", options.dryRun)
-            .set("changes", list)
-            .print(std::cout);
+        return list;
+    }
+    void print() const {
+        Table table({{"field", Table::Align::left},
+                     {"before", Table::Align::left},
+                     {"after", Table::Align::left},
+                     {"written", Table::Align::left}});
+        for (const Row& row : m_rows) {
+            table.add({row.name, visible(wide(row.before)), visible(wide(row.after)), visible(wide(row.written))});
+        }
+        table.print(std::cout);
     }
 
 private:
     struct Row {
-        std::string name, before, after, written;
+        std::string name, given, before, after, written;
     };
     std::vector<Row> m_rows;
 };
@@ -295,7 +305,8 @@ void apply(CModtranTape5File::RUN& run, const std::string& assignment, const std
         !qv::GetTape5Field(run, name.c_str(), after, card)) {
         throw diagnosed(Exit::usage, command, "cannot set " + name);
     }
-    if (changes != nullptr) changes->add(name, before.c_str(), after.c_str());
+    if (changes != nullptr && changes->has(name)) throw Failure(Exit::usage, command + ": " + name + " is given twice");
+    if (changes != nullptr) changes->add(name, text, before.c_str(), after.c_str());
 }
 
 void store(const CModtranTape5File& deck, const Options& options, bool inPlace) {
@@ -313,10 +324,20 @@ Exit makeNew(const Options& options) {
     deck.New();
     CModtranTape5File::RUN run = CModtranTape5File::DefaultRun();
     for (const std::string& value : options.preset->values) apply(run, value, "atm new", nullptr);
-    for (const std::string& value : options.values) apply(run, value, "atm new", nullptr);
+    Changes changes;
+    for (const std::string& value : options.values) apply(run, value, "atm new", &changes);
     deck.SetRun(0, run);
+    changes.readBack(deck, 0, options.file);
     store(deck, options, false);
-    std::cout << options.file << ": " << options.preset->what << '\n';
+    if (options.json) {
+        Json::document(schema)
+            .set("file", options.file)
+            .set("preset", options.preset->name)
+            .set("changes", changes.json())
+            .print(std::cout);
+    } else {
+        std::cout << options.file << ": " << options.preset->what << '\n';
+    }
     return Exit::done;
 }
 
@@ -325,7 +346,9 @@ Exit set(const Options& options) {
     load(deck, options.file);
     requireRun(options, deck.nRuns());
     const int32_t index = options.run < 0 ? 0 : options.run;
-    const bool wasCanonical = textLines(*opened(options.file)) == textLines(*written(deck, options.file));
+    AtmRewriting rewriting(options.file, opened(options.file));
+    const qv::TSharedPtr<qv::IFile> before(new qv::CMemFile());
+    const bool wasCanonical = deck.Save(before) && textLines(*opened(options.file)) == textLines(*before);
     CModtranTape5File::RUN run;
     deck.GetRun(index, run);
     Changes changes;
@@ -335,8 +358,20 @@ Exit set(const Options& options) {
     if (!wasCanonical) {
         remark("qv: " + options.file + ": all cards are laid out anew; remarks behind their fields do not stay");
     }
+    rewriting.compare(deck, written(deck, options.file), index, changes.names());
+    rewriting.tell();
     store(deck, options, true);
-    changes.print(options, index);
+    if (options.json) {
+        Json::document(schema)
+            .set("file", options.file)
+            .set("run", index)
+            .set("dryRun", options.dryRun)
+            .set("changes", changes.json())
+            .set("rewritten", rewriting.json())
+            .print(std::cout);
+    } else {
+        changes.print();
+    }
     return Exit::done;
 }
 
@@ -352,7 +387,7 @@ CLI::App* addVerb(CLI::App& atm, const std::shared_ptr<Options>& options, const 
 void addAtmDeck(CLI::App& atm) {
     auto options = std::make_shared<Options>();
     const auto addRun = [&options](CLI::App& verb, const std::string& help) {
-        verb.add_option("--run", options->run, help)->check(CLI::NonNegativeNumber);
+        verb.add_option("--run", options->run, help)->check(CLI::Range(0, int{CModtranTape5File::listLimit} - 1));
     };
     CLI::App* verb = addVerb(atm, options, "show", "A deck card by card: fields, columns, values.",
                              "  qv atm show path.tape5\n  qv atm show path.tape5 --run 1 --json", show);
@@ -370,6 +405,7 @@ void addAtmDeck(CLI::App& atm) {
     }
     addChoice<const Preset*>(*verb, "--preset", options->preset, words, help);
     verb->add_flag("--force", options->force, "Replace the deck when it exists");
+    verb->add_flag("--json", options->json, "Facts as JSON");
 
     verb = addVerb(atm, options, "set", "Set fields by their published names, all or none.",
                    "  qv atm set path.tape5 H1=1.5 ANGLE=120\n"

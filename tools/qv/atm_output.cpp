@@ -38,6 +38,7 @@ std::string axisUnit(qv::ETape7Axis axis) {
 }
 
 void write(const Options& options, const std::string& text) {
+    requireOther(options.output, {options.file});
     Target target(options.output, options.force);
     if (!target.open()->WriteBytes(text.data(), static_cast<uint32_t>(text.size()))) {
         throw Failure(Exit::io, options.output + ": cannot be written (is the disk full?)");
@@ -66,14 +67,18 @@ Exit csv(const Options& options) {
         heads.push_back({nameOf(column) + " [" + unitOf(quantity) +
                          (isSpectral(quantity) ? " per " + axisUnit(table.axis) : std::string()) + "]"});
     }
-    Table lines(heads);
+    Table(heads).printCsv(std::cout);
+    std::string line;  // numbers need no quotes, and there may be a million rows
     for (const qv::TAPE7_DATA& row : table.data) {
-        std::vector<std::string> cells{exact(atm.wavenumber(row.freq)),
-                                       row.freq > 0.0 ? exact(atm.microns(row.freq)) : std::string()};
-        for (const Column column : table.columns) cells.push_back(row.Has(column) ? exact(row[column]) : "");
-        lines.add(std::move(cells));
+        line = exact(atm.wavenumber(row.freq));
+        line += ',';
+        if (row.freq > 0.0) line += exact(atm.microns(row.freq));
+        for (const Column column : table.columns) {
+            line += ',';
+            if (row.Has(column)) line += exact(row[column]);
+        }
+        std::cout << line << '\n';
     }
-    lines.printCsv(std::cout);
     return Exit::done;
 }
 
@@ -101,16 +106,16 @@ public:
         if (!(m_from < m_to)) throw Failure(Exit::usage, "--from and --to: there is nothing between them");
         const auto [first, last] = std::minmax({atm.freqOf(m_from), atm.freqOf(m_to)});
         warnOfGaps(first, last);
-        addEnd(std::max(first, begin->freq));
-        for (const qv::TAPE7_DATA& row : rows) {
-            if (row.freq > m_rows.front().freq && row.freq < last) m_rows.push_back(row);
-        }
-        addEnd(std::min(last, rows.back().freq));
+        (void)atm.file().GetData(atm.run(), std::max(first, begin->freq), m_first);
+        (void)atm.file().GetData(atm.run(), std::min(last, rows.back().freq), m_last);
+        const auto isInside = [&, last = last](const auto& row) { return row.freq > m_first.freq && row.freq < last; };
+        m_inside = std::find_if(rows.begin(), rows.end(), isInside);
+        m_insideEnd = std::find_if_not(m_inside, rows.end(), isInside);
     }
 
     double from() const { return m_from; }
     double to() const { return m_to; }
-    size_t rows() const { return m_rows.size(); }
+    size_t rows() const { return static_cast<size_t>(m_insideEnd - m_inside) + 2; }
 
     /// Mean over wavelength: a pure number as it is, a radiance per micron. Not a number where a value is absent.
     double mean(Column column) const {
@@ -135,27 +140,26 @@ private:
         }
     }
 
-    void addEnd(double freq) {
-        qv::TAPE7_DATA row;
-        (void)m_atm.file().GetData(m_atm.run(), freq, row);
-        m_rows.push_back(row);
-    }
-
     /// Trapezoids over what `place` makes of the axis.
     template <class Place>
     double sum(Column column, Place place) const {
         double total = 0.0;
-        for (size_t i = 1; i < m_rows.size(); ++i) {
-            const double width = std::fabs(place(m_rows[i].freq) - place(m_rows[i - 1].freq));
-            total += 0.5 * width * (m_rows[i][column] + m_rows[i - 1][column]);
-        }
+        const qv::TAPE7_DATA* left = &m_first;
+        const auto add = [&](const qv::TAPE7_DATA& right) {
+            total += 0.5 * std::fabs(place(right.freq) - place(left->freq)) * (right[column] + (*left)[column]);
+            left = &right;
+        };
+        std::for_each(m_inside, m_insideEnd, add);
+        add(m_last);
         return total;
     }
 
     const AtmTable& m_atm;
     double m_from = 0.0;
     double m_to = 0.0;
-    std::vector<qv::TAPE7_DATA> m_rows;
+    qv::TAPE7_DATA m_first, m_last;            ///< At the band's ends.
+    const qv::TAPE7_DATA* m_inside = nullptr;  ///< Rows of the table between them.
+    const qv::TAPE7_DATA* m_insideEnd = nullptr;
 };
 
 /// Averages of an optical depth or a temperature stand for nothing.

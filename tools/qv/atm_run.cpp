@@ -4,6 +4,7 @@
 #include <filesystem>
 #include <iostream>
 #include <memory>
+#include <optional>
 #include <set>
 #include <system_error>
 #include <thread>
@@ -71,16 +72,20 @@ struct Job {
     uint32_t runs = 0;
     uint64_t rows = 0;
     bool isFinished = false;  ///< The program came to its end, and its output was read.
+    Exit result = Exit::done;
 
-    void fail(const std::string& reason) {
-        if (failure.empty()) failure = reason;
+    void fail(const std::string& reason, Exit code = Exit::outside) {
+        if (!failure.empty()) return;
+        failure = reason;
+        result = code;
     }
 };
 
-void copy(qv::IFileSystem& from, const std::string& source, const std::string& to) {
+/// @param blamed  The file that a failure names: of the two the user's.
+void copy(qv::IFileSystem& from, const std::string& source, const std::string& to, const std::string& blamed) {
     qv::ClearDiagnostic();
     if (!qv::IFileSystem::CopyFileW(&from, wide(source).c_str(), &qv::fileSystem(), wide(to).c_str(), true)) {
-        throw diagnosed(Exit::io, source, "cannot be copied");
+        throw diagnosed(Exit::io, blamed, "cannot be copied");
     }
 }
 
@@ -116,14 +121,16 @@ public:
         for (Job& job : m_jobs) keep(job);
         if (m_interrupted) throw Failure(Exit::outside, "interrupted; the outputs of finished runs are kept");
         print();
-        const auto failed = [](const Job& job) { return !job.failure.empty(); };
-        return std::any_of(m_jobs.begin(), m_jobs.end(), failed) ? Exit::outside : Exit::done;
+        Exit worst = Exit::done;
+        for (const Job& job : m_jobs) worst = std::max(worst, job.result);
+        return worst;
     }
 
 private:
-    /// In the folder of --output, or beside the deck.
+    /// In the folder of --output, or beside the deck. A deck in a container gives the entry's name.
     std::string outputOf(const std::string& deck) const {
-        const fs::path stem = fs::path(deck).stem();
+        const std::optional<Inside> inside = insideOf(deck);
+        const fs::path stem = fs::path(inside && !m_options.output.empty() ? inside->entry : deck).stem();
         const fs::path folder = m_options.output.empty() ? fs::path(deck).parent_path() : fs::path(m_options.output);
         return (folder / stem).string();
     }
@@ -142,7 +149,7 @@ private:
     void prepare(const std::string& deck) {
         m_jobs.push_back({deck, outputOf(deck), PrivateFolder(), {}, 0, 0, false});
         const PrivateFolder& folder = m_jobs.back().folder;
-        copy(files(), deck, folder.file("tape5"));
+        copy(files(), deck, folder.file("tape5"), deck);
         // The program looks for its data in the folder in which it works.
         const fs::path data = m_exe.parent_path() / "DATA";
         std::error_code error;
@@ -172,7 +179,7 @@ private:
         const Followed followed = follow(
             child, chunkBytes, [&](std::string_view chunk) { look(job, chunk); },
             deadlineAfter(m_options.timeout > 0.0 ? milliseconds : forever), m_interrupt);
-        if (followed != Followed::toTheEnd) child.stop(true);
+        child.stop(true);  // also what it has left behind: its folder goes
         const ChildEnd end = child.finish();
         if (followed == Followed::interrupted) m_interrupted = true;
         if (followed == Followed::timedOut) {
@@ -217,14 +224,16 @@ private:
                 put(job.folder.file("tape7"), job.output + ".tape7");
                 if (fs::exists(convolved) && fs::file_size(convolved) > 0) put(convolved, job.output + ".tape7scn");
             }
+        } catch (const Failure& error) {
+            job.fail(error.what(), error.exitCode());  // what the other decks gave is kept all the same
         } catch (const std::exception& error) {
-            job.fail(error.what());  // what the other decks gave is kept all the same
+            job.fail(error.what(), Exit::io);
         }
         if (!job.failure.empty()) std::cerr << "qv: " << job.deck << ": " << job.failure << '\n';
     }
     void put(const std::string& from, const std::string& to) const {
         Target target(to, m_options.force);
-        copy(qv::fileSystem(), from, target.temporary());
+        copy(qv::fileSystem(), from, target.temporary(), to);
         target.commit();
     }
 

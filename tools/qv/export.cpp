@@ -8,6 +8,7 @@
 #include "command.h"
 #include "frame_values.h"
 #include "json.h"
+#include "picture.h"
 #include "progress.h"
 #include "qv/diagnostic.h"
 #include "qv/image.h"
@@ -52,8 +53,6 @@ Span spanOf(const Options& options, const Recording& recording) {
     requireFrame(recording, span.end - 1);
     return span;
 }
-
-std::string endingOf(const std::string& path) { return CLI::detail::to_lower(fs::path(path).extension().string()); }
 
 /// One file for one frame: the output's name, with the frame's number where there are several.
 std::string nameOf(const Options& options, const Span& span, uint32_t frame) {

@@ -117,6 +117,7 @@ Exit import(const Options& options) {
     if (pictures && (options.bigEndian || !options.type.empty())) {
         throw Failure(Exit::usage, "--type and --big-endian belong to plain frames (--raw); a picture says what it is");
     }
+    if (options.force) requireOther(options.output, options.inputs);
     Layout layout = pictures ? layoutOfPictures(options.inputs) : layoutOf(options);
     const std::vector<Source> sources = pictures ? std::vector<Source>() : checkInputs(options, layout);
     const bool areCounts = !pictures || layout.type == qv::EDataType::uint16;

@@ -17,7 +17,10 @@ public:
     explicit Pages(const std::string& path) : m_path(path), m_file(openInput(path)) {
         qv::SImageInfo info;
         qv::ClearDiagnostic();
-        if (!qv::GetImageInfo(m_file, info)) throw diagnosed(Exit::wrongKind, path, "is no picture");
+        if (!qv::GetImageInfo(m_file, info)) {
+            throw diagnosed(qv::IsImageFile(m_file) ? Exit::damaged : Exit::wrongKind, path, "is no picture");
+        }
+        if (!info.whole) throw diagnosed(Exit::damaged, path, "is not whole");
         m_isStack = info.format == qv::EImageFormat::tiff;
         if (!m_isStack && info.format != qv::EImageFormat::png) {
             throw Failure(Exit::wrongKind, path + ": is neither PNG nor TIFF (--raw takes plain frames)");

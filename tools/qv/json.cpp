@@ -1,5 +1,6 @@
 #include "json.h"
 
+#include <algorithm>
 #include <cmath>
 #include <cstdio>
 
@@ -10,6 +11,12 @@ namespace tool {
 Json::Json(double value) : m_text(std::isfinite(value) ? exact(value) : "null") {}
 
 std::string Json::quoted(const std::string& text) {
+    const auto isAscii = [](char c) { return static_cast<unsigned char>(c) < 0x80; };
+    if (!std::all_of(text.begin(), text.end(), isAscii)) {
+        // There and back, what is no UTF-8 becomes U+FFFD.
+        const std::string valid(qv::CStringMB(wide(text).view()).view());
+        if (valid != text) return quoted(valid);
+    }
     std::string out = "\"";
     for (const char c : text) {
         if (c == '"' || c == '\\') {

@@ -189,17 +189,21 @@ void Canvas::text(int64_t x, int64_t y, const std::string& utf8, int64_t scale, 
     }
 }
 
+std::string endingOf(const std::string& path) {
+    return CLI::detail::to_lower(std::filesystem::path(path).extension().string());
+}
+
 namespace {
 
 bool isJpeg(const std::string& path) {
-    const std::string ending = CLI::detail::to_lower(std::filesystem::path(path).extension().string());
+    const std::string ending = endingOf(path);
     return ending == ".jpg" || ending == ".jpeg";
 }
 
 bool savePicture(qv::HBITMAP bitmap, const std::string& output, const Target& target,
                  const qv::TSharedPtr<qv::IFile>& payload, const qv::CPropertyArray& properties) {
     const qv::TSharedPtr<qv::IFile> file = target.open();
-    const std::string ending = CLI::detail::to_lower(std::filesystem::path(output).extension().string());
+    const std::string ending = endingOf(output);
     if (isJpeg(output)) return qv::SaveJPEG(bitmap, file, payload, properties);
     if (ending == ".png") return qv::SavePNG(bitmap, file, properties);
     if (ending == ".tif" || ending == ".tiff") return qv::SaveTIFF(bitmap, file, properties);
@@ -208,11 +212,13 @@ bool savePicture(qv::HBITMAP bitmap, const std::string& output, const Target& ta
 
 }  // namespace
 
+void requireJpegName(const std::string& path) {
+    if (!isJpeg(path)) throw Failure(Exit::usage, path + ": only a JPEG (.jpg, .jpeg) carries a measurement");
+}
+
 void writeBitmap(qv::HBITMAP bitmap, const std::string& output, bool force, const qv::TSharedPtr<qv::IFile>& payload,
                  const qv::CPropertyArray& properties) {
-    if (payload && !isJpeg(output)) {
-        throw Failure(Exit::usage, output + ": only a JPEG (.jpg, .jpeg) carries a measurement");
-    }
+    if (payload) requireJpegName(output);
     Target target(output, force);
     qv::ClearDiagnostic();
     if (!savePicture(bitmap, output, target, payload, properties)) {

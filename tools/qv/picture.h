@@ -63,6 +63,12 @@ struct Bitmap {
     qv::SBitmap pixels;
 };
 
+/// The ending of a file's name in lower case, ".png".
+std::string endingOf(const std::string& path);
+
+/// Fails unless the name is a JPEG's, which alone can carry a measurement.
+void requireJpegName(const std::string& path);
+
 /// Writes a bitmap in the format that the name's ending tells (.png, .jpg, .tif, else BMP), whole or not at all; fails
 /// with a sentence.
 /// @param payload  What a JPEG is to carry, or null.

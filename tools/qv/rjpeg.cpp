@@ -82,6 +82,7 @@ Failure failedCopy(const Options& options, const File& out, const Target& target
 
 Exit wrap(const Options& options) {
     if (options.force) requireOther(options.output, options.measurement);
+    requireJpegName(options.output);
     const File picture = openInput(options.picture);
     const File payload = payloadOf(payloadFiles(options.measurement));
     if (payload->GetSize() <= int64_t{qv::largestMetadata}) {
@@ -110,23 +111,26 @@ Exit wrap(const Options& options) {
     return Exit::done;
 }
 
-void writeWhole(qv::IFile& from, const std::string& name, const std::string& place, bool force) {
-    Target target(place, force);
-    copyContents(from, *target.open(), name, place);
+void writeWhole(qv::IFile& from, const Options& options, const std::string& place) {
+    requireOther(place, {options.picture});
+    Target target(place, options.force);
+    copyContents(from, *target.open(), options.picture, place);
     target.commit();
     std::cout << visible(wide(place)) << ": " << from.GetSize() << " B\n";
 }
 
 /// The files of a payload that is a container, each below the folder.
 void unpack(const File& payload, const Options& options) {
-    constexpr char16_t place[] = u"/payload";
+    constexpr char16_t inMemory[] = u"/payload";
     qv::CMemoryFileSystem memory;
-    copyContents(*payload, *memory.CreateFileW(place, 0x34), options.picture, "memory");
+    copyContents(*payload, *memory.CreateFileW(inMemory, 0x34), options.picture, "memory");
     qv::CCDFileSystem container;
     qv::ClearDiagnostic();
-    if (!container.Open(&memory, place, true)) throw diagnosed(Exit::damaged, options.picture, "has a damaged payload");
+    if (!container.Open(&memory, inMemory, true))
+        throw diagnosed(Exit::damaged, options.picture, "has a damaged payload");
     std::error_code error;
     fs::create_directories(options.output, error);
+    std::vector<std::pair<File, std::string>> files;
     for (const auto& entry : container.GetDirectoryListing(u"/", nullptr).entries) {
         const std::string name = narrow(entry.name);
         // A name from a file does not lead out of the folder.
@@ -136,8 +140,10 @@ void unpack(const File& payload, const Options& options) {
         }
         const File file = container.CreateFileW(entry.path, qv::CFile::openExisting);
         if (!file) throw diagnosed(Exit::damaged, options.picture, "has a damaged payload");
-        writeWhole(*file, options.picture, (fs::path(options.output) / name).string(), options.force);
+        files.emplace_back(file, (fs::path(options.output) / name).string());
+        const Target isFree(files.back().second, options.force);  // before the first is written
     }
+    for (const auto& [file, place] : files) writeWhole(*file, options, place);
 }
 
 Exit unwrap(const Options& options) {
@@ -156,7 +162,7 @@ Exit unwrap(const Options& options) {
     } else if (toFolder) {
         throw Failure(Exit::usage, options.output + ": the picture carries one file, which needs a name");
     } else {
-        writeWhole(*payload, options.picture, options.output, options.force);
+        writeWhole(*payload, options, options.output);
     }
     return Exit::done;
 }
