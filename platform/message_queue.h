@@ -4,6 +4,7 @@
 
 #include <cstdint>
 #include <memory>
+#include <mutex>
 
 #include "platform/wait.h"
 
@@ -26,7 +27,14 @@ public:
     /// the target's own thread it runs at once. False when it did not run because that thread has ended.
     bool send(uint32_t code, uintptr_t first, void* second);
     /// Has the procedure run when the target's thread comes to it. False without memory, or when that thread has ended.
-    bool post(uint32_t code, uintptr_t first, void* second);
+    /// @param lock  Holds mutex(). It is let go of; what is posted may destroy this target then.
+    bool post(std::unique_lock<std::mutex> lock, uint32_t code, uintptr_t first, void* second);
+    /// The mutex of the thread's queue, for what changes in one step with what is posted. Held for moments only, and
+    /// while it is, nothing else here is called.
+    std::mutex& mutex();
+
+    /// The procedure is not run any more.
+    void close();
 
     uint32_t threadId() const;
 

@@ -43,22 +43,25 @@ constexpr uint32_t messageQueued = 1025;
 }  // namespace
 
 CMessageQueueInvoker::CMessageQueueInvoker() {
-    m_queue.SetGrowthRate(0xFFFF);
+    for (LIST& list : m_queue) list.entries.SetGrowthRate(0xFFFF);
     Init();
 }
 
 CMessageQueueInvoker::~CMessageQueueInvoker() {
     if (m_gone != nullptr) *m_gone = true;
-    delete m_window;
+    m_window->close();
     dropQueued();
+    delete m_window;
 }
 
 void CMessageQueueInvoker::Init() {
     delete m_window;
     m_window = new platform::MessageTarget(&procedure, this);
     m_threadId = platform::currentThreadId();
-    for (uint32_t i = m_first; i < m_queue.size(); ++i) m_window->post(messageQueued, 0, this);
+    for (uint32_t left = m_taken->size() + m_added->size(); left > 0; --left) postQueued();
 }
+
+void CMessageQueueInvoker::postQueued() { m_window->post(std::unique_lock(m_window->mutex()), messageQueued, 0, this); }
 
 void CMessageQueueInvoker::Invoke(IInvokable* call) {
     if (call != nullptr) m_window->send(messageInvoke, 0, call);
@@ -66,34 +69,48 @@ void CMessageQueueInvoker::Invoke(IInvokable* call) {
 
 void CMessageQueueInvoker::Queue(IInvokable* call, bool takeOwnership) {
     if (call == nullptr) return;
-    Push(call, takeOwnership);
-    m_window->post(messageQueued, 0, this);
+    std::unique_lock lock(m_window->mutex());
+    const bool added = add(call, takeOwnership);
+    m_window->post(std::move(lock), messageQueued, 0, this);  // The call may have destroyed this when it returns.
+    if (!added && takeOwnership) delete call;
 }
 
 void CMessageQueueInvoker::Push(IInvokable* call, bool takeOwnership) {
     {
-        const std::lock_guard lock(m_mutex);
-        if (!m_retired && m_queue.Enqueue({call, takeOwnership})) return;
+        const std::lock_guard lock(m_window->mutex());
+        if (add(call, takeOwnership)) return;
     }
     if (takeOwnership) delete call;
 }
 
+/// The window's mutex held.
+bool CMessageQueueInvoker::add(IInvokable* call, bool takeOwnership) {
+    return !m_retired && m_added->entries.Enqueue({call, takeOwnership});
+}
+
 bool CMessageQueueInvoker::Pop(IInvokable*& call, bool& takeOwnership) {
     const std::lock_guard lock(m_mutex);
-    if (m_first == m_queue.size()) return false;
-    const QUEUE_ENTRY entry = m_queue.ConstGetItem(m_first++);
+    if (m_taken->size() == 0 && !takeAdded()) return false;
+    const QUEUE_ENTRY entry = m_taken->entries.ConstGetItem(m_taken->first++);
     call = entry.call;
     takeOwnership = entry.takeOwnership;
-    compact();
     return true;
 }
 
-/// Lets the taken entries go when they are the greater part, so that a queue of any length costs the same for each
-/// call. Mutex held.
-void CMessageQueueInvoker::compact() {
-    if (m_first < m_queue.size() - m_first) return;
-    m_queue.Remove(0, m_first);
-    m_first = 0;
+/// Puts what was added behind what is left of m_taken, as far as there is memory. False when there is nothing then.
+/// m_mutex held.
+bool CMessageQueueInvoker::takeAdded() {
+    TQueue<QUEUE_ENTRY>& entries = m_taken->entries;
+    const std::lock_guard lock(m_window->mutex());
+    if (m_taken->size() == 0) {
+        entries.Empty();
+        m_taken->first = 0;
+        std::swap(m_taken, m_added);
+    } else if (entries.Dimension(entries.size() + m_added->entries.size())) {
+        for (const QUEUE_ENTRY& entry : m_added->entries) entries.Enqueue(entry);
+        m_added->entries.Empty();
+    }
+    return m_taken->size() != 0;
 }
 
 void CMessageQueueInvoker::DequeueDuplicates(IInvokable* call) {
@@ -101,16 +118,18 @@ void CMessageQueueInvoker::DequeueDuplicates(IInvokable* call) {
     TArray<IInvokable*> dropped;  // Deleted without the mutex: a destructor may queue something.
     {
         const std::lock_guard lock(m_mutex);
-        uint32_t kept = m_first;
-        for (uint32_t i = m_first; i < m_queue.size(); ++i) {
-            const QUEUE_ENTRY entry = m_queue.ConstGetItem(i);
+        (void)takeAdded();
+        TQueue<QUEUE_ENTRY>& entries = m_taken->entries;
+        uint32_t kept = 0;
+        for (uint32_t i = std::exchange(m_taken->first, 0u); i < entries.size(); ++i) {
+            const QUEUE_ENTRY entry = entries.ConstGetItem(i);
             if (!entry.call->SameHandler(call)) {
-                m_queue[kept++] = entry;
+                entries[kept++] = entry;
             } else if (entry.takeOwnership && !dropped.Add(entry.call)) {
                 delete entry.call;
             }
         }
-        m_queue.SetSize(kept);
+        entries.SetSize(kept);
     }
     for (IInvokable* const duplicate : dropped) delete duplicate;
 }
@@ -130,7 +149,7 @@ void CMessageQueueInvoker::procedure(void* invoker, uint32_t message, uintptr_t 
 /// A message that comes while a queued call runs (which pumps) is posted once more, and runs the next call all the
 /// same. The spare message finds an empty queue in the end. The call may destroy the invoker.
 void CMessageQueueInvoker::runQueued() {
-    if (m_busy) m_window->post(messageQueued, 0, this);
+    if (m_busy) postQueued();
     m_busy = true;
     bool gone = false;
     bool* const outer = std::exchange(m_gone, &gone);
@@ -162,7 +181,7 @@ bool CMessageQueueInvoker::SafeWait(intptr_t handle, uint32_t timeout) {
 
 void CMessageQueueInvoker::retire() {
     {
-        const std::lock_guard lock(m_mutex);
+        const std::lock_guard lock(m_window->mutex());
         m_retired = true;
     }
     dropQueued();

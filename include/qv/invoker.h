@@ -198,6 +198,12 @@ using invokable3 = TInvokable<T1, T2, T3>;
 
 namespace Private {
 
+/// Blocks of this size, aligned as the heap's, for calls that come in large numbers. newCallBlock throws
+/// std::bad_alloc; any thread may delete.
+inline constexpr size_t callBlockBytes = 32;
+QV_API void* newCallBlock();
+QV_API void deleteCallBlock(void* block) noexcept;
+
 /// A callable as a call, held by value (F) or borrowed for the time of the call (F&). The same as itself only.
 template <class F>
 class CallableCall final : public IInvokable {
@@ -206,7 +212,20 @@ public:
     void Invoke() override { (void)m_callable(); }
     bool SameHandler(IInvokable* other) override { return other == this; }
 
+    static void* operator new(size_t size) {
+        if constexpr (fitsBlock()) return newCallBlock();
+        return ::operator new(size, std::align_val_t(alignof(CallableCall)));
+    }
+    static void operator delete(void* call) noexcept {
+        if constexpr (fitsBlock()) return deleteCallBlock(call);
+        ::operator delete(call, std::align_val_t(alignof(CallableCall)));
+    }
+
 private:
+    static constexpr bool fitsBlock() {
+        return sizeof(CallableCall) <= callBlockBytes && alignof(CallableCall) <= __STDCPP_DEFAULT_NEW_ALIGNMENT__;
+    }
+
     F m_callable;
 };
 
@@ -310,19 +329,33 @@ private:
         bool takeOwnership;
     };
 
+    /// Entries in their order, the first of them at `first`. Lists that two threads work on share no cache line.
+    struct alignas(64) LIST {
+        TQueue<QUEUE_ENTRY> entries;
+        uint32_t first = 0;
+        uint32_t size() const { return entries.size() - first; }
+    };
+
     static void procedure(void* invoker, uint32_t message, uintptr_t first, void* second);
+    void postQueued();
+    bool add(IInvokable* call, bool takeOwnership);
+    bool takeAdded();
     void runQueued();
     void dropQueued();
-    void compact();
 
+    // The queue is two lists. Calls are added to the one, together with their message and under the same mutex, that of
+    // the window; they are taken from the other under m_mutex. When that has none left, the taker exchanges the two,
+    // under both mutexes (m_mutex first). So the threads meet once for all the calls that wait. A call stays in its
+    // list, where DequeueDuplicates finds it, until it is run, so a call that pumps goes on with the next one.
     uint32_t m_threadId = 0;
+    bool m_retired = false;  // With the window's mutex, as m_added.
     platform::MessageTarget* m_window = nullptr;
-    std::mutex m_mutex;  // Guards m_queue, m_first and m_retired.
+    alignas(LIST) std::mutex m_mutex;
     bool m_busy = false;
     bool* m_gone = nullptr;  // Of the queued call that runs: the destructor sets it.
-    TQueue<QUEUE_ENTRY> m_queue;
-    uint32_t m_first = 0;  // Entries in front of this one were taken; they leave the queue in batches.
-    bool m_retired = false;
+    LIST* m_taken = &m_queue[0];
+    LIST m_queue[2];
+    LIST* m_added = &m_queue[1];
 };
 
 /// Runs calls on a thread of its own, which lives as long as the object.

@@ -24,7 +24,7 @@ struct MessageTarget::State {
     void* object;
     uint32_t threadId;
     uint64_t thread;                      // Its number, which no later thread has.
-    std::shared_ptr<MessageQueue> queue;  // Null on a thread that had none any more.
+    std::shared_ptr<MessageQueue> queue;  // A closed one on a thread that had none any more.
     std::atomic<bool> alive{true};
 };
 
@@ -32,6 +32,7 @@ namespace {
 
 using TargetState = std::shared_ptr<MessageTarget::State>;
 
+constexpr size_t cacheLine = 64;
 constexpr int64_t never = std::numeric_limits<int64_t>::max();
 
 /// A wait for which no descriptor is left to wake it looks around after so many milliseconds.
@@ -119,9 +120,12 @@ struct Timer {
 }  // namespace
 
 /// Posted messages wait in two queues: others add to m_posted under the mutex, the owner takes all of them at once to
-/// m_taken, which is its own. The owner sleeps on the condition variable, or, when it waits for a descriptor as well,
-/// in poll with m_wakeSignal; whoever adds something wakes it in the way in which it sleeps, and not at all when it is
-/// awake. m_external exists when an outside loop asked for it.
+/// m_taken, which is its own; so it meets the mutex once for all that came while it was busy. The owner sleeps on the
+/// condition variable, or, when it waits for a descriptor as well, in poll with m_wakeSignal; whoever adds something
+/// wakes it in the way in which it sleeps, and not at all when it is awake. No wake is lost: the owner looks for news
+/// and notes in m_waits how it will sleep under one hold of the mutex, so who adds something comes before the look or
+/// finds the note. The first to find it takes it down: one wake for each sleep. m_external exists when an outside loop
+/// asked for it.
 class MessageQueue : public std::enable_shared_from_this<MessageQueue> {
 public:
     ~MessageQueue() {
@@ -129,8 +133,10 @@ public:
         closeHandle(m_external);
     }
 
-    bool post(const TargetState& target, uint32_t code, uintptr_t first, void* second) {
-        std::unique_lock lock(m_mutex);
+    std::mutex& mutex() { return m_mutex; }
+
+    bool post(std::unique_lock<std::mutex> lock, const TargetState& target, uint32_t code, uintptr_t first,
+              void* second) {
         if (m_closed) return false;
         try {
             m_posted.append(target, code, first, second);
@@ -448,23 +454,25 @@ private:
 
     enum class Waits : uint8_t { awake, sleeping, polling };
 
-    std::mutex m_mutex;
-    std::condition_variable m_condition;
+    // What posting touches, and what the owner looks at for each message, lie apart: neither slows the other down.
+    alignas(cacheLine) std::mutex m_mutex;
     MessageList m_posted;
-    MessageList m_taken;  // The owner's alone.
-    std::deque<SentMessage*> m_sent;
-    std::atomic<bool> m_urgent{false};  // Something was sent.
-    bool m_quit = false;
-    int32_t m_exitCode = 0;
     bool m_closed = false;
     Waits m_waits = Waits::awake;
     WaitFor m_waitsFor = WaitFor::sent;
+    bool m_quit = false;
+    int32_t m_exitCode = 0;
     WaitHandle m_wakeSignal = noHandle;
     WaitHandle m_external = noHandle;  // A timer: set to the past while something waits, else to the next deadline.
     int64_t m_externalAt = never;
-    bool m_timerTurn = true;  // The owner's alone.
+    std::deque<SentMessage*> m_sent;
     std::vector<Timer> m_timers;
     int64_t m_nextTimer = never;
+    std::condition_variable m_condition;
+
+    alignas(cacheLine) MessageList m_taken;  // The owner's alone.
+    bool m_timerTurn = true;                 // The owner's alone.
+    std::atomic<bool> m_urgent{false};       // Something was sent.
     std::atomic<int64_t> m_nextTimerSeen{never};
 };
 
@@ -509,12 +517,24 @@ TimerRegister& timerRegister() {
     return *made;
 }
 
+/// This thread's queue; on a thread that is about to end a closed one.
+std::shared_ptr<MessageQueue> openOrClosedQueue() {
+    std::shared_ptr<MessageQueue> queue = messages::thisQueue();
+    if (queue == nullptr) {
+        queue = std::make_shared<MessageQueue>();
+        queue->close();
+    }
+    return queue;
+}
+
 }  // namespace
 
 MessageTarget::MessageTarget(Procedure procedure, void* object)
-    : m_state(new State{procedure, object, currentThreadId(), threadNumber(), messages::thisQueue()}) {}
+    : m_state(new State{procedure, object, currentThreadId(), threadNumber(), openOrClosedQueue()}) {}
 
-MessageTarget::~MessageTarget() { m_state->alive.store(false, std::memory_order_release); }
+MessageTarget::~MessageTarget() { close(); }
+
+void MessageTarget::close() { m_state->alive.store(false, std::memory_order_release); }
 
 uint32_t MessageTarget::threadId() const { return m_state->threadId; }
 
@@ -525,17 +545,17 @@ bool MessageTarget::send(uint32_t code, uintptr_t first, void* second) {
         return true;
     }
     const std::shared_ptr<MessageQueue> own = messages::thisQueue();
-    if (own == nullptr || m_state->queue == nullptr) return false;
+    if (own == nullptr) return false;
     SentMessage sent{message, own, currentThreadId(), serving};
     if (!m_state->queue->addSent(sent)) return false;
     own->awaitDone(sent);
     return sent.ran;
 }
 
-bool MessageTarget::post(uint32_t code, uintptr_t first, void* second) {
-    // What is posted may destroy this target before the posting is over, so nothing of it is touched behind that.
-    MessageQueue* const queue = m_state->queue.get();
-    return queue != nullptr && queue->post(m_state, code, first, second);
+std::mutex& MessageTarget::mutex() { return m_state->queue->mutex(); }
+
+bool MessageTarget::post(std::unique_lock<std::mutex> lock, uint32_t code, uintptr_t first, void* second) {
+    return m_state->queue->post(std::move(lock), m_state, code, first, second);
 }
 
 namespace messages {

@@ -5,11 +5,15 @@
 #include <poll.h>
 #include <sys/resource.h>
 
+#include <algorithm>
+#include <array>
 #include <atomic>
 #include <memory>
+#include <random>
 #include <string>
-#include <vector>
+#include <utility>
 
+#include "qv/locks.h"
 #include "qv/message_loop.h"
 #include "qv/thread.h"
 #include "support.h"
@@ -158,6 +162,103 @@ TEST(MessageQueueInvoker, ACallThatPumpsLetsTheNextOnesRunInside) {
     EXPECT_EQ(log, "(23)");
 }
 
+TEST(MessageQueueInvoker, CallsBehindTheRunningOneAreStillInTheQueue) {
+    std::string log;
+    CMessageQueueInvoker invoker;
+    Owned sample(log, 'd');
+    invoker.Queue([&] {
+        for (const char letter : {'4', 'd', '5'}) invoker.Queue(new Owned(log, letter), true);
+        invoker.DequeueDuplicates(&sample);  // Of those queued before and those queued here.
+        IInvokable* call = nullptr;
+        bool owned = false;
+        ASSERT_TRUE(invoker.Pop(call, owned));
+        call->Invoke();
+        delete call;
+        log += '(';
+        CMessageLoop::PumpWaiting();
+        log += ')';
+    });
+    for (const char letter : {'1', 'd', '2', 'd', '3'}) invoker.Queue(new Owned(log, letter), true);
+    CMessageLoop::PumpWaiting();
+    EXPECT_EQ(log, "1(2345)");
+    EXPECT_EQ(Owned::alive, 1);
+}
+
+TEST(MessageQueueInvoker, RandomOperationsAgreeWithAPlainQueue) {
+    std::minstd_rand random(7);
+    std::string log, expected, queue;
+    CMessageQueueInvoker invoker;
+    size_t messages = 0;
+    for (int i = 0; i < 20'000; ++i) {
+        const auto letter = static_cast<char>('a' + random() % 6);
+        const auto kind = random() % 64;
+        if (kind < 40) {
+            invoker.Queue(new Owned(log, letter), true);
+            queue += letter;
+            ++messages;
+        } else if (kind < 44) {
+            invoker.Push(new Owned(log, letter), true);
+            queue += letter;
+        } else if (kind < 56) {
+            IInvokable* call = nullptr;
+            bool owned = false;
+            ASSERT_EQ(invoker.Pop(call, owned), !queue.empty());
+            if (call != nullptr) call->Invoke();
+            delete call;
+            expected += queue.substr(0, 1);
+            queue.erase(0, 1);
+        } else if (kind < 63) {
+            Owned sample(log, letter);
+            invoker.DequeueDuplicates(&sample);
+            std::erase(queue, letter);
+        } else {
+            CMessageLoop::PumpWaiting();
+            expected += queue.substr(0, messages);
+            queue.erase(0, std::exchange(messages, 0));
+        }
+        ASSERT_EQ(log, expected);
+        ASSERT_EQ(Owned::alive, static_cast<int>(queue.size()));
+        if (log.size() > 100) log.clear(), expected.clear();
+    }
+}
+
+/// A call of `size` bytes beside its address.
+template <size_t size, size_t alignment>
+auto callOf(std::atomic<size_t>& whole, char fill) {
+    struct alignas(alignment) Bytes {
+        std::array<char, size> of;
+    };
+    Bytes bytes{};
+    bytes.of.fill(fill);
+    return [bytes, fill, &whole] {
+        const bool aligned = reinterpret_cast<uintptr_t>(&bytes) % alignment == 0;
+        whole += aligned && std::count(bytes.of.begin(), bytes.of.end(), fill) == ptrdiff_t{size} ? 1u : 0u;
+    };
+}
+
+TEST(InvokerThread, KeepsCallsOfAnySizeWholeFromManyThreads) {
+    constexpr size_t threads = 3, rounds = 5000;
+    std::atomic<size_t> whole{0};
+    CInvokerThread target;
+    CThread senders[threads];
+    for (CThread& sender : senders) {
+        sender.Create([&] {
+            for (size_t i = 0; i < rounds; ++i) {
+                const auto fill = static_cast<char>(i);
+                target.Queue(callOf<1, 1>(whole, fill));
+                target.Queue(callOf<8, 8>(whole, fill));
+                target.Queue(callOf<100, 1>(whole, fill));
+                target.Queue(callOf<16, 64>(whole, fill));
+            }
+        });
+    }
+    for (CThread& sender : senders) sender.Join();
+    CEvent drained(false, true);
+    target.Queue([&drained] { drained.Set(); });
+    ASSERT_TRUE(drained.Wait(test::generous));
+    EXPECT_EQ(whole, threads * rounds * 4);
+}
+
 TEST(MessageLoop, DrivesAPlainPollLoop) {
     const auto descriptor = static_cast<int>(CMessageLoop::GetDescriptor());
     const auto readable = [descriptor](int milliseconds) {
@@ -279,6 +380,19 @@ TEST(MessageQueueInvoker, DestroyedByItsOwnCall) {
     invoker->Queue(new Owned(log, 'o'), true);
     CMessageLoop::PumpWaiting();
     EXPECT_EQ(log, "ox");
+    EXPECT_EQ(Owned::alive, 0);
+
+    // What stood behind the call, before and since it began, is deleted and does not run.
+    log.clear();
+    invoker = new CMessageQueueInvoker;
+    invoker->Queue([&] {
+        invoker->Queue(new Owned(log, 'n'), true);
+        delete invoker;
+        log += 'd';
+    });
+    for (int i = 0; i < 3; ++i) invoker->Queue(new Owned(log, 'o'), true);
+    CMessageLoop::PumpWaiting();
+    EXPECT_EQ(log, "d");
     EXPECT_EQ(Owned::alive, 0);
 }
 
