@@ -1,4 +1,5 @@
 // The nodes of the XML tree and their attributes.
+#include "config/xml_reader.h"
 #include "core/text.h"
 #include "qv/xml_file.h"
 
@@ -42,6 +43,10 @@ CXMLFile::CNode::CNode(const CString& elementName, const CString& elementValue)
 CXMLFile::CNode::CNode(const CString& elementName, const CAttribArray& list)
     : CNode(NODETYPE_ELEMENT, elementName, Private::sharedEmptyText(), list) {}
 CXMLFile::CNode::~CNode() { deleteChildren(); }
+
+void* CXMLFile::CNode::operator new(size_t size) { return Private::XmlNodeMemory::allocateAlone(size); }
+void* CXMLFile::CNode::operator new(size_t, Private::XmlReader& reader) { return reader.m_nodes.allocate(); }
+void CXMLFile::CNode::operator delete(void* node) noexcept { Private::XmlNodeMemory::free(node); }
 
 CString CXMLFile::CNode::GetAttribute(const CString& wanted) const {
     return GetAttribute(wanted, Private::sharedEmptyText());

@@ -13,30 +13,6 @@ namespace {
 
 constexpr size_t blockBytes = 0x40000;
 
-/// Classes of bytes, as bits. NUL is in every class that ends a scan: it stands behind the last byte of the block.
-enum : uint8_t {
-    space = 1,       ///< As isspace tells in the C locale.
-    endsName = 2,    ///< White space / < >
-    endsAttrib = 4,  ///< White space / < > =
-    endsText = 8,    ///< < >
-    question = 16,   ///< ?
-};
-constexpr uint8_t endsAnything = endsName | endsAttrib | endsText | question;
-
-constexpr std::array<uint8_t, 256> classes = [] {
-    std::array<uint8_t, 256> table{};
-    for (const char ch : {' ', '\t', '\n', '\v', '\f', '\r'})
-        table[static_cast<uint8_t>(ch)] = space | endsName | endsAttrib;
-    table['/'] = endsName | endsAttrib;
-    table['<'] = table['>'] = endsName | endsAttrib | endsText;
-    table['='] = endsAttrib;
-    table['?'] = question;
-    table[0] = endsAnything;
-    return table;
-}();
-
-constexpr uint8_t classOf(char ch) { return classes[static_cast<uint8_t>(ch)]; }
-
 /// A reference is looked for in this many bytes, its & and ; included.
 constexpr size_t longestReference = 16;
 
@@ -55,15 +31,27 @@ const Reference* findReference(std::string_view reference) {
 }
 
 std::string_view trimEnd(std::string_view text) {
-    while (!text.empty() && (classOf(text.back()) & space) != 0) text.remove_suffix(1);
+    while (!text.empty() && text::isSpace(text.back())) text.remove_suffix(1);
     return text;
+}
+
+/// Counts a few at a time, which the compiler makes vectors of.
+int64_t countLines(const char* at, const char* end) {
+    int64_t lines = 0;
+    while (at != end) {
+        const char* const stop = at + std::min<ptrdiff_t>(end - at, 255);
+        uint8_t some = 0;
+        for (; at != stop; ++at) some = static_cast<uint8_t>(some + (*at == '\n' ? 1 : 0));
+        lines += some;
+    }
+    return lines;
 }
 
 /// True when `raw` is plain ASCII without references and equals `name` without regard to case.
 bool equalsPlainName(std::string_view raw, std::u16string_view name) {
     return raw.size() == name.size() && std::equal(raw.begin(), raw.end(), name.begin(), [](char a, char16_t b) {
                return a != '&' && a != 0 && static_cast<unsigned char>(a) < 0x80 &&
-                      text::toLower(static_cast<char16_t>(a)) == text::toLower(b);
+                      (static_cast<char16_t>(a) == b || text::toLower(static_cast<char16_t>(a)) == text::toLower(b));
            });
 }
 
@@ -84,22 +72,27 @@ void deleteSiblings(CXMLFile::CNode* first) {
 XmlInput::XmlInput(IFile& file) : m_file(file), m_blockAt(file.GetPosition()), m_left(file.GetSize() - m_blockAt) {
     m_left = std::max<int64_t>(m_left, 0);
     m_capacity = static_cast<size_t>(std::min<int64_t>(m_left, blockBytes));
-    m_block.reset(new char[m_capacity + 1]);
-    m_at = m_end = m_block.get();
-    *m_end = '\0';
+    m_block.reset(new char[m_capacity + behindEnd]);
+    m_at = m_block.get();
+    endAt(m_block.get());
+}
+
+void XmlInput::endAt(char* end) {
+    m_end = end;
+    std::memset(end, 0, behindEnd);
 }
 
 /// Makes room behind what is still needed and reads the next block. False at the end of the file.
 bool XmlInput::more() {
     if (m_left == 0) return false;
-    char* const kept = m_held != nullptr ? m_held : m_at;
+    const char* const kept = m_held != nullptr ? m_held : m_at;
     const auto keptSize = static_cast<size_t>(m_end - kept);
-    m_line += std::count(m_block.get(), kept, '\n');
+    m_line += countLines(m_block.get(), kept);
     m_blockAt += kept - m_block.get();
     const ptrdiff_t readAhead = m_at - kept;
     if (keptSize > m_capacity / 2) {
         m_capacity = keptSize + std::max(keptSize, blockBytes);
-        std::unique_ptr<char[]> larger(new char[m_capacity + 1]);
+        std::unique_ptr<char[]> larger(new char[m_capacity + behindEnd]);
         std::memcpy(larger.get(), kept, keptSize);
         m_block = std::move(larger);
     } else {
@@ -110,44 +103,17 @@ bool XmlInput::more() {
     m_left = got < wanted ? 0 : m_left - got;
     if (m_held != nullptr) m_held = m_block.get();
     m_at = m_block.get() + readAhead;
-    m_end = m_block.get() + keptSize + got;
-    *m_end = '\0';
+    endAt(m_block.get() + keptSize + got);
     return got != 0;
 }
 
-int64_t XmlInput::line() const { return m_line + std::count<const char*>(m_block.get(), m_at, '\n'); }
+int64_t XmlInput::line() const { return m_line + countLines(m_block.get(), m_at); }
 
 bool XmlInput::startsWith(std::string_view text) {
     while (static_cast<size_t>(m_end - m_at) < text.size()) {
         if (!more()) return false;
     }
     return std::string_view(m_at, text.size()) == text;
-}
-
-void XmlInput::skipSpace() {
-    do {
-        while ((classOf(*m_at) & space) != 0) ++m_at;
-    } while (m_at == m_end && more());
-}
-
-void XmlInput::readUntil(uint8_t stops) {
-    while (true) {
-        while ((classOf(*m_at) & stops) == 0) ++m_at;
-        if (m_at == m_end) {
-            if (!more()) return;
-        } else if (*m_at != '\0') {
-            return;
-        } else {
-            ++m_at;  // A NUL of the file's own.
-        }
-    }
-}
-
-void XmlInput::readUntilByte(char stop) {
-    do {
-        void* const found = std::memchr(m_at, stop, static_cast<size_t>(m_end - m_at));
-        m_at = found != nullptr ? static_cast<char*>(found) : m_end;
-    } while (m_at == m_end && more());
 }
 
 // XmlReader -----------------------------------------------------------------------------------------------------------
@@ -209,12 +175,13 @@ bool XmlReader::readTree() {
 bool XmlReader::readText(CNode& element) {
     m_input.skipSpace();
     m_input.hold();
-    m_input.readUntil(endsText);
+    const bool ampersands = m_input.readUntil(endsText);
     const std::string_view raw = trimEnd(m_input.held());
     m_input.release();
     if (raw.empty()) return true;
+    if (!m_keepText && element.value.IsEmpty()) return decode(raw, ampersands, element.value);
     CString text = sharedEmptyText();
-    if (!decode(raw, text)) return false;
+    if (!decode(raw, ampersands, text)) return false;
     if (m_keepText) addNode(&element, CXMLFile::NODETYPE_TEXT)->value = text;
     if (element.value.IsEmpty()) {
         element.value = std::move(text);
@@ -241,13 +208,16 @@ bool XmlReader::readsCloseTag(const CNode& element) {
     bool closes = m_input.take('>');
     if (closes) {
         const std::string_view raw = m_input.held().substr(nameAt, nameEnd - nameAt);
-        CString name = sharedEmptyText();
-        closes = equalsPlainName(raw, element.name) ||
-                 (decodeName(raw, name) && text::compareNoCase(name.view(), element.name.view()) == 0);
+        closes = equalsPlainName(raw, element.name) || equalsName(raw, element.name);
     }
     if (!closes) m_input.rewind();
     m_input.release();
     return closes;
+}
+
+bool XmlReader::equalsName(std::string_view raw, std::u16string_view name) {
+    CString decoded = sharedEmptyText();
+    return decodeName(raw, decoded) && text::compareNoCase(decoded.view(), name) == 0;
 }
 
 /// The tag of a node, up to its '>'. Null sets the diagnostic; the node belongs to the tree already.
@@ -272,7 +242,7 @@ bool XmlReader::readComment(CNode& node) {
     m_input.step();
     m_input.hold();
     while (true) {
-        m_input.readUntilByte('>');
+        m_input.readUntil([](Lanes bytes) { return bytes.is('>'); });
         const std::string_view body = m_input.held();
         if (m_input.peek() < 0) {
             m_input.release();
@@ -294,7 +264,7 @@ bool XmlReader::readName(CNode& node) {
     m_input.hold();
     if (node.type == CXMLFile::NODETYPE_PI) {
         // The name also ends at "?>".
-        while (m_input.readUntil(endsName | question), m_input.peek() == '?' && !m_input.startsWith("?>"))
+        while (m_input.readUntil(endsNameOfInstruction), m_input.peek() == '?' && !m_input.startsWith("?>"))
             m_input.step();
     } else {
         m_input.readUntil(endsName);
@@ -331,7 +301,7 @@ bool XmlReader::readAttribute() {
     if (m_attributeCount == m_attributes.size()) m_attributes.emplace_back();
     CXMLFile::ATTRIB& attribute = m_attributes[m_attributeCount];
     m_input.hold();
-    m_input.readUntil(endsAttrib);
+    m_input.readUntil(endsNameOfAttribute);
     const bool decoded = decodeName(m_input.held(), attribute.name);
     m_input.release();
     if (!decoded) return failReference();
@@ -349,16 +319,13 @@ bool XmlReader::readAttributeValue(CString& value) {
     const bool quoted = quote == '"' || quote == '\'';
     if (quoted) m_input.step();
     m_input.hold();
-    if (quoted) {
-        m_input.readUntilByte(static_cast<char>(quote));
-    } else {
-        m_input.readUntil(endsName);
-    }
+    const auto isQuote = [quote](Lanes bytes) { return bytes.is(static_cast<char>(quote)); };
+    const bool ampersands = quoted ? m_input.readUntil(isQuote) : m_input.readUntil(endsName);
     const std::string_view raw = m_input.held();
     m_input.release();
     if (raw.empty()) {
         value = sharedEmptyText();
-    } else if (!decode(raw, value)) {
+    } else if (!decode(raw, ampersands, value)) {
         return false;
     }
     return !quoted || m_input.take(static_cast<char>(quote)) || fail(u"the closing quote of an attribute");
@@ -366,19 +333,15 @@ bool XmlReader::readAttributeValue(CString& value) {
 
 void XmlReader::takeAttributes(CNode& node) {
     if (m_attributeCount == 0) return;
-    // One element of slack instead of the usual step: trees are mostly attributes.
-    const uint16_t rate = node.attributes.SetGrowthRate(1);
-    const auto count = static_cast<uint32_t>(m_attributeCount);
-    if (!node.attributes.SetSize(count)) throw std::bad_alloc();
-    node.attributes.SetGrowthRate(rate);
-    for (uint32_t i = 0; i < count; ++i) {
-        node.attributes.data()[i].name.swap(m_attributes[i].name);
-        node.attributes.data()[i].value.swap(m_attributes[i].value);
-    }
+    if (!fitsHeapBlock(m_attributeCount, sizeof(CXMLFile::ATTRIB))) throw std::bad_alloc();
+    auto* const list = static_cast<CXMLFile::ATTRIB*>(HeapAlloc(m_attributeCount * sizeof(CXMLFile::ATTRIB)));
+    if (list == nullptr) throw std::bad_alloc();
+    std::uninitialized_move_n(m_attributes.begin(), m_attributeCount, list);
+    node.attributes.Attach(list, static_cast<uint32_t>(m_attributeCount));
 }
 
 CXMLFile::CNode* XmlReader::addNode(CNode* parent, CXMLFile::NODETYPE type) {
-    auto* const node = new CNode(type);
+    auto* const node = new (*this) CNode(type);
     if (parent != nullptr) {
         parent->append(node);
     } else if (m_last != nullptr) {
@@ -391,8 +354,8 @@ CXMLFile::CNode* XmlReader::addNode(CNode* parent, CXMLFile::NODETYPE type) {
 }
 
 /// Bytes of the file as text. False sets the diagnostic.
-bool XmlReader::decode(std::string_view raw, CString& text) {
-    if (std::memchr(raw.data(), '&', raw.size()) == nullptr) {
+bool XmlReader::decode(std::string_view raw, bool ampersands, CString& text) {
+    if (!ampersands) {
         text = CString(raw);
         return true;
     }

@@ -2,14 +2,19 @@
 // longest single item in memory, and does not recurse.
 #pragma once
 
+#include <algorithm>
 #include <array>
+#include <bit>
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
 #include <memory>
 #include <string>
 #include <string_view>
 #include <vector>
 
+#include "config/xml_node_blocks.h"
+#include "config/xml_scan.h"
 #include "qv/xml_file.h"
 
 namespace qv::Private {
@@ -21,6 +26,9 @@ void deleteSiblings(CXMLFile::CNode* first);
 /// blocks from hold() on.
 class XmlInput {
 public:
+    /// From any byte on, memory can be read for so many more.
+    static constexpr size_t behindEnd = 32;
+
     explicit XmlInput(IFile& file);
 
     /// The next byte, or -1 at the end.
@@ -35,7 +43,10 @@ public:
     }
     /// True when the next bytes are `text`; steps over nothing.
     bool startsWith(std::string_view text);
-    void skipSpace();
+    void skipSpace() {
+        do m_at = behindSpace(m_at);
+        while (m_at == m_end && more());
+    }
 
     /// Bytes from here on stay in memory, until release().
     void hold() { m_held = m_at; }
@@ -45,23 +56,30 @@ public:
     /// Goes back to where hold() was called.
     void rewind() { m_at = m_held; }
 
-    /// Reads up to a byte of one of the classes in `stops`, or the end.
-    void readUntil(uint8_t stops);
-    /// The same up to one byte value.
-    void readUntilByte(char stop);
+    /// Reads up to a byte of a class, or the end. True when an '&' was read.
+    template <class Class>
+    bool readUntil(Class isStop) {
+        bool ampersands = false;
+        for (;; ++m_at) {  // behind a NUL of the file's own
+            do m_at = findStop(m_at, isStop, ampersands);
+            while (m_at == m_end && more());
+            if (m_at == m_end || *m_at != '\0') return ampersands;
+        }
+    }
 
     int64_t position() const { return m_blockAt + (m_at - m_block.get()); }
     int64_t line() const;
 
 private:
     bool more();
+    void endAt(char* end);
 
     IFile& m_file;
-    std::unique_ptr<char[]> m_block;  ///< A NUL stands behind the last byte, so that scans need no test for the end.
+    std::unique_ptr<char[]> m_block;
     size_t m_capacity;
-    char* m_at;
-    char* m_end;
-    char* m_held = nullptr;
+    const char* m_at;
+    char* m_end;  ///< NULs stand here, so that scans need no test for the end and may read beyond it.
+    const char* m_held = nullptr;
     int64_t m_blockAt;   ///< The file position of the block's first byte.
     int64_t m_left;      ///< Bytes of the file behind the block.
     int64_t m_line = 1;  ///< The line of the block's first byte.
@@ -70,15 +88,17 @@ private:
 /// Makes strings of names. Documents repeat a few names over and over, so the last ones are kept and shared.
 class XmlNames {
 public:
-    /// The string for `raw`, made by `make()` unless it is known.
+    /// The string for `raw`, made by `make()` unless it is known. Memory can be read for behindEnd bytes from the
+    /// front of `raw`.
     template <class Make>
     bool get(std::string_view raw, CString& name, Make make) {
         if (raw.size() > longestKept) return make(raw, name);
-        Entry& entry = m_entries[hash(raw)];
-        if (std::string_view(entry.raw, entry.length) != raw || !entry.used) {
+        const Key key(raw);
+        Entry& entry = m_entries[key.hash()];
+        if (!entry.used || entry.key != key) {
             CString made = sharedEmptyText();
             if (!make(raw, made)) return false;
-            entry.length = static_cast<uint8_t>(raw.copy(entry.raw, longestKept));
+            entry.key = key;
             entry.used = true;
             entry.name = made;
         }
@@ -87,20 +107,48 @@ public:
     }
 
 private:
-    static constexpr size_t longestKept = 30;
+    static constexpr size_t longestKept = 32;
+    static_assert(longestKept <= XmlInput::behindEnd);
+
+    /// The bytes of a name as numbers, filled up with zeros, and their count.
+    struct Key {
+        Key() = default;
+        explicit Key(std::string_view raw) : length(raw.size()) {
+            std::memcpy(words.data(), raw.data(), longestKept);
+            for (size_t i = 0; i < words.size(); ++i) {
+                const size_t bytes = std::clamp<size_t>(length, 8 * i, 8 * i + 8) - 8 * i;
+                words[i] &= masks[bytes];
+            }
+        }
+        bool operator==(const Key&) const = default;
+        size_t hash() const {
+            const uint64_t sum = (words[0] ^ words[1] * 3 ^ words[2] * 5 ^ words[3] * 7 ^ length) * 0x9E3779B97F4A7C15;
+            return sum >> 56;
+        }
+
+        std::array<uint64_t, longestKept / 8> words{};
+        size_t length = 0;
+    };
+    /// Those that keep so many bytes of a word in memory.
+    static constexpr std::array<uint64_t, 9> masks = [] {
+        std::array<uint64_t, 9> made{};
+        for (size_t bytes = 1; bytes <= 8; ++bytes) {
+            std::array<uint8_t, 8> kept{};
+            for (size_t i = 0; i < bytes; ++i) kept[i] = 0xFF;
+            made[bytes] = std::bit_cast<uint64_t>(kept);
+        }
+        return made;
+    }();
+
     struct Entry {
-        char raw[longestKept];
-        uint8_t length = 0;
+        Key key;
         bool used = false;
         CString name = sharedEmptyText();
     };
-    static size_t hash(std::string_view raw) {
-        size_t sum = raw.size();
-        for (const char ch : raw) sum = sum * 31 + static_cast<unsigned char>(ch);
-        return (sum ^ sum >> 8) % 256;
-    }
     std::array<Entry, 256> m_entries;
 };
+
+using XmlNodeMemory = XmlNodeBlocks<sizeof(CXMLFile::CNode)>;
 
 class XmlReader {
 public:
@@ -115,12 +163,14 @@ public:
     CXMLFile::CNode* release();
 
 private:
+    friend CXMLFile::CNode;
     using CNode = CXMLFile::CNode;
 
     void skipByteOrderMark();
     bool readTree();
     bool readText(CNode& element);
     bool readsCloseTag(const CNode& element);
+    bool equalsName(std::string_view raw, std::u16string_view name);
     CNode* readTag(CNode* parent, bool& hasContent);
     bool readComment(CNode& node);
     bool readName(CNode& node);
@@ -131,7 +181,7 @@ private:
     CNode* addNode(CNode* parent, CXMLFile::NODETYPE type);
     bool finish(bool read);
 
-    bool decode(std::string_view raw, CString& text);
+    bool decode(std::string_view raw, bool ampersands, CString& text);
     bool decodeName(std::string_view raw, CString& name);
     bool replaceReferences(std::string_view raw);
     bool fail(const char16_t* expected);
@@ -140,10 +190,11 @@ private:
     IFile& m_file;
     XmlInput m_input;
     XmlNames m_names;
+    XmlNodeMemory m_nodes;
     bool m_keepText;
     CNode* m_first = nullptr;
     CNode* m_last = nullptr;
-    std::vector<CXMLFile::ATTRIB> m_attributes;  ///< Those of the tag that is being read.
+    std::vector<CXMLFile::ATTRIB> m_attributes;  ///< Those of the tag that is being read, and used ones.
     size_t m_attributeCount = 0;
     std::string m_decoded;
 };

@@ -12,7 +12,11 @@ template class TString<char>;
 template class TString<char16_t>;
 
 const CString& Private::sharedEmptyText() {
-    static const CString* const empty = new CString(u"");
+    static const CString* const empty = [] {
+        auto* const made = new CString(u"");
+        made->m_rep->references = CString::uncounted;
+        return made;
+    }();
     return *empty;
 }
 

@@ -2,8 +2,8 @@
 #pragma once
 
 #include <algorithm>
-#include <memory>
 #include <new>
+#include <utility>
 
 #include "core/text.h"
 #include "qv/string.h"
@@ -15,66 +15,46 @@ namespace {
 constexpr size_t maxTextLength = 0x7FFFFFFE;
 }  // namespace
 
+/// A representation that holds "", with its buffer behind it in the same block.
+template <class Ch>
+typename TString<Ch>::Rep* TString<Ch>::create(size_t capacity) {
+    if (capacity > maxTextLength) throw std::bad_alloc();
+    Rep* const rep = ::new (::operator new(sizeof(Rep) + (capacity + 1) * sizeof(Ch))) Rep;
+    rep->buffer = reinterpret_cast<Ch*>(rep + 1);
+    rep->buffer[0] = Ch();
+    rep->capacity = static_cast<int32_t>(capacity);
+    return rep;
+}
+
 template <class Ch>
 void TString<Ch>::destroy(Rep* rep) noexcept {
-    Ch* buffer = rep->buffer;
-    Other* conversion = rep->conversion;
-    rep->buffer = nullptr;
-    rep->conversion = nullptr;
-    rep->length = rep->capacity = rep->conversionSize = 0;
-    delete[] buffer;
-    delete[] conversion;
-    delete rep;
+    delete[] rep->conversion;
+    rep->~Rep();
+    ::operator delete(rep);
 }
 
+/// Makes the representation private, with room for `n` units. Of a text that need not be kept, the length and what
+/// stands in the buffer are undefined.
 template <class Ch>
-typename TString<Ch>::Rep* TString<Ch>::clone(const Rep& source) {
-    auto rep = std::make_unique<Rep>();
-    std::unique_ptr<Ch[]> buffer;
-    if (source.buffer != nullptr) {
-        const size_t units = static_cast<size_t>(source.capacity) + 1;
-        buffer.reset(new Ch[units]);
-        std::copy_n(source.buffer, units, buffer.get());
+void TString<Ch>::makeRoom(size_t n, bool keepText) {
+    const bool isPrivate = m_rep != nullptr && m_rep->references.load(std::memory_order_acquire) == 1;
+    if (isPrivate && n <= capacity()) return;
+    TString made{NullHandle{}};
+    made.m_rep = create(std::max(n, capacity()));
+    if (m_rep != nullptr) {
+        if (keepText) {
+            std::copy_n(m_rep->buffer, capacity() + 1, made.m_rep->buffer);
+            made.m_rep->length = m_rep->length;
+        }
+        if (isPrivate) {
+            std::swap(made.m_rep->conversion, m_rep->conversion);
+            std::swap(made.m_rep->conversionSize, m_rep->conversionSize);
+        } else if (m_rep->conversion != nullptr) {
+            const auto units = static_cast<size_t>(m_rep->conversionSize);
+            std::copy_n(m_rep->conversion, units, made.conversionBuffer(units));
+        }
     }
-    if (source.conversion != nullptr) {
-        rep->conversion = new Other[static_cast<size_t>(source.conversionSize)];
-        std::copy_n(source.conversion, source.conversionSize, rep->conversion);
-    }
-    rep->buffer = buffer.release();
-    rep->length = source.length;
-    rep->capacity = source.capacity;
-    rep->conversionSize = source.conversionSize;
-    return rep.release();
-}
-
-template <class Ch>
-void TString<Ch>::makePrivate() {
-    if (m_rep == nullptr) {
-        m_rep = new Rep;
-        return;
-    }
-    int32_t one = 1;
-    if (m_rep->references.compare_exchange_strong(one, 1, std::memory_order_acq_rel)) return;
-    Rep* copy = clone(*m_rep);
-    release(m_rep);
-    m_rep = copy;
-}
-
-/// The representation must be private already.
-template <class Ch>
-void TString<Ch>::ensureCapacity(size_t n, bool keepText) {
-    if (m_rep->buffer != nullptr && n <= static_cast<size_t>(m_rep->capacity)) return;
-    if (n > maxTextLength) throw std::bad_alloc();
-    Ch* grown = new Ch[n + 1];
-    if (m_rep->buffer != nullptr && keepText) {
-        std::copy_n(m_rep->buffer, static_cast<size_t>(m_rep->capacity) + 1, grown);
-    } else {
-        grown[0] = Ch();
-        m_rep->length = 0;
-    }
-    delete[] m_rep->buffer;
-    m_rep->buffer = grown;
-    m_rep->capacity = static_cast<int32_t>(n);
+    swap(made);
 }
 
 template <class Ch>
@@ -85,8 +65,7 @@ void TString<Ch>::setLength(size_t n) noexcept {
 
 template <class Ch>
 Ch* TString<Ch>::writable() {
-    makePrivate();
-    ensureCapacity(0);
+    makeRoom(0);
     return m_rep->buffer;
 }
 
@@ -121,8 +100,7 @@ Ch* TString<Ch>::openGap(size_t pos, size_t n, size_t count) {
     const size_t tail = length() - pos - n;
     if (count > maxTextLength - pos - tail) throw std::bad_alloc();
     const size_t newLength = pos + count + tail;
-    makePrivate();
-    ensureCapacity(newLength);
+    makeRoom(newLength);
     Ch* gap = m_rep->buffer + pos;
     std::char_traits<Ch>::move(gap + count, gap + n, tail);
     setLength(newLength);
@@ -142,8 +120,7 @@ template <class Ch>
 void TString<Ch>::assignView(View text) {
     TString keep{NullHandle{}};
     if (holds(text.data())) keep = *this;
-    makePrivate();
-    ensureCapacity(text.size(), false);
+    makeRoom(text.size(), false);
     std::copy_n(text.data(), text.size(), m_rep->buffer);
     setLength(text.size());
 }
@@ -153,8 +130,7 @@ void TString<Ch>::assignConverted(OtherView text) {
     TString keep{NullHandle{}};
     if (holds(text.data())) keep = *this;
     const size_t units = text::convertedLength(text);
-    makePrivate();
-    ensureCapacity(units, false);
+    makeRoom(units, false);
     setLength(text::convert(text, m_rep->buffer, units));
 }
 
@@ -165,8 +141,7 @@ void TString<Ch>::Alloc(int n) {
 
 template <class Ch>
 void TString<Ch>::reserve(size_t n) {
-    makePrivate();
-    ensureCapacity(n);
+    makeRoom(n);
 }
 
 template <class Ch>

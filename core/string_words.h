@@ -39,7 +39,7 @@ constexpr int sign(int difference) { return difference < 0 ? -1 : difference > 0
 
 template <class Ch>
 int TString<Ch>::Compare(Text s, int n) const {
-    if (!hasText()) return -1;
+    if (m_rep == nullptr) return -1;
     if (n < 0) return sign(view().compare(s.all()));
     return text::compareToNul(view().substr(0, static_cast<size_t>(n)), s.firstToNul(n));
 }
@@ -53,34 +53,34 @@ int TString<Ch>::CompareNoCase(Text s, int n) const {
 
 template <class Ch>
 bool TString<Ch>::Equals(Text s) const {
-    return hasText() && view() == s.all();
+    return m_rep != nullptr && view() == s.all();
 }
 
 template <class Ch>
 bool TString<Ch>::EqualsNoCase(Text s) const {
-    return hasText() && equalMapped<Ch>(view(), s.all(), &text::toLower);
+    return m_rep != nullptr && equalMapped<Ch>(view(), s.all(), &text::toLower);
 }
 
 template <class Ch>
 bool TString<Ch>::StartsWith(Text s) const {
-    return hasText() && view().starts_with(s.all());
+    return m_rep != nullptr && view().starts_with(s.all());
 }
 
 template <class Ch>
 bool TString<Ch>::StartsWithNoCase(Text s) const {
     const View beginning = s.all();
-    return hasText() && equalMapped<Ch>(view().substr(0, beginning.size()), beginning, &text::toLower);
+    return m_rep != nullptr && equalMapped<Ch>(view().substr(0, beginning.size()), beginning, &text::toLower);
 }
 
 template <class Ch>
 bool TString<Ch>::EndsWith(Text s) const {
-    return hasText() && view().ends_with(s.all());
+    return m_rep != nullptr && view().ends_with(s.all());
 }
 
 template <class Ch>
 bool TString<Ch>::EndsWithNoCase(Text s) const {
     const View ending = s.all();
-    return hasText() && ending.size() <= length() &&
+    return m_rep != nullptr && ending.size() <= length() &&
            equalMapped<Ch>(view().substr(length() - ending.size()), ending, &text::toLower);
 }
 
@@ -274,8 +274,7 @@ template <class Ch>
 TString<Ch>& TString<Ch>::FormatV(Text fmt, Private::FormatArgs args) {
     std::basic_string<Ch> out;  // Arguments may lie in this string.
     text::format(out, fmt.all(), args);
-    makePrivate();
-    ensureCapacity(out.size() + 3, false);
+    makeRoom(out.size() + 3, false);
     const size_t units = std::min(out.find(Ch()), out.size());
     std::copy_n(out.data(), units, m_rep->buffer);
     setLength(units);

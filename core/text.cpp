@@ -212,6 +212,61 @@ private:
     size_t m_units = 0;
 };
 
+// Short ASCII texts are most of all that is converted. The last step goes over what an earlier one did, where the size
+// is no multiple of the step.
+
+template <class Ch>
+inline bool isAsciiWord(const Ch* at) {
+    uint64_t word = 0;
+    std::memcpy(&word, at, sizeof(word));
+    return (word & (sizeof(Ch) == 1 ? 0x8080808080808080 : 0xFF80FF80FF80FF80)) == 0;
+}
+
+template <class Ch>
+inline bool isShortAscii(std::basic_string_view<Ch> text) {
+    const Ch* const at = text.data();
+    const size_t size = text.size(), step = sizeof(uint64_t) / sizeof(Ch);
+    if (size >= static_cast<size_t>(longText)) return false;
+    if (size < step) return std::all_of(at, at + size, [](Ch unit) { return isAscii(unit); });
+    for (size_t i = 0; i < size - step; i += step) {
+        if (!isAsciiWord(at + i)) return false;
+    }
+    return isAsciiWord(at + size - step);
+}
+
+template <size_t count, class From, class To>
+inline void copyStep(const From* src, To* dst) {
+    for (size_t i = 0; i < count; ++i) dst[i] = static_cast<To>(src[i]);
+}
+
+template <class From, class To>
+inline void copyAscii(std::basic_string_view<From> text, To* dst) {
+    constexpr size_t step = 8, half = step / 2;
+    const From* const src = text.data();
+    const size_t size = text.size();
+    if (size >= step) {
+        for (size_t i = 0; i < size - step; i += step) copyStep<step>(src + i, dst + i);
+        copyStep<step>(src + size - step, dst + size - step);
+    } else if (size >= half) {
+        copyStep<half>(src, dst);
+        copyStep<half>(src + size - half, dst + size - half);
+    } else {
+        std::copy_n(src, size, dst);
+    }
+}
+
+template <class From, class To>
+inline size_t measured(std::basic_string_view<From> text) {
+    return isShortAscii(text) ? text.size() : Conversion<false, From, To>(text, nullptr, noRoom).run();
+}
+
+template <class From, class To>
+inline size_t converted(std::basic_string_view<From> text, To* dst, size_t room) {
+    if (text.size() > room || !isShortAscii(text)) return Conversion<true, From, To>(text, dst, room).run();
+    copyAscii(text, dst);
+    return text.size();
+}
+
 template <class Ch>
 int compareUnits(std::basic_string_view<Ch> a, std::basic_string_view<Ch> b, bool fold) {
     using Unsigned = std::make_unsigned_t<Ch>;
@@ -233,16 +288,10 @@ constexpr char32_t asCharacter(char32_t code) {
 
 }  // namespace
 
-size_t convertedLength(std::string_view utf8) { return Conversion<false, char, char16_t>(utf8, nullptr, noRoom).run(); }
-size_t convertedLength(std::u16string_view utf16) {
-    return Conversion<false, char16_t, char>(utf16, nullptr, noRoom).run();
-}
-size_t convert(std::string_view utf8, char16_t* dst, size_t room) {
-    return Conversion<true, char, char16_t>(utf8, dst, room).run();
-}
-size_t convert(std::u16string_view utf16, char* dst, size_t room) {
-    return Conversion<true, char16_t, char>(utf16, dst, room).run();
-}
+size_t convertedLength(std::string_view utf8) { return measured<char, char16_t>(utf8); }
+size_t convertedLength(std::u16string_view utf16) { return measured<char16_t, char>(utf16); }
+size_t convert(std::string_view utf8, char16_t* dst, size_t room) { return converted(utf8, dst, room); }
+size_t convert(std::u16string_view utf16, char* dst, size_t room) { return converted(utf16, dst, room); }
 
 std::u16string toUtf16(std::string_view utf8) {
     std::u16string text(convertedLength(utf8), u'\0');

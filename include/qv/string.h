@@ -88,6 +88,10 @@ private:
     size_t m_size = 0;
 };
 
+/// One "" that texts which are often empty can share, so that they cost no memory before they are set. Shared by all
+/// threads: no reading of an empty text changes it, and its copies are not counted.
+QV_API const CString& sharedEmptyText();
+
 template <class Ch>
 struct TextPair {
     std::basic_string_view<Ch> first, second;
@@ -294,9 +298,7 @@ public:
     // Reading ----------------------------------------------------------------------------------------------------
 
     /// NUL-terminated; "" for a null handle, never a null pointer.
-    const Ch* c_str() const noexcept {
-        return m_rep == nullptr || m_rep->buffer == nullptr ? emptyText : m_rep->buffer;
-    }
+    const Ch* c_str() const noexcept { return m_rep == nullptr ? emptyText : m_rep->buffer; }
     const Ch* data() const noexcept { return c_str(); }
     View view() const noexcept { return View(c_str(), length()); }
     operator View() const noexcept { return view(); }
@@ -636,35 +638,42 @@ public:
     size_t find_last_not_of(Ch ch, size_t pos = npos) const { return findLast(View(&ch, 1), pos, false); }
 
 private:
-    /// What the copies of a text share. Made and freed by the general allocator.
+    friend const TString<char16_t>& Private::sharedEmptyText();
+
+    /// What the copies of a text share: one block of the general allocator, with the buffer at its end.
     struct Rep {
         std::atomic<int32_t> references{1};
-        Ch* buffer = nullptr;         ///< NUL-terminated, room for capacity + 1; null until something is stored.
+        Ch* buffer = nullptr;         ///< NUL-terminated, room for capacity + 1.
         int32_t length = 0;           ///< Without the terminator.
         int32_t capacity = 0;         ///< Without the terminator.
         Other* conversion = nullptr;  ///< The last converted form.
         int32_t conversionSize = 0;   ///< Units of `conversion`.
     };
+    /// The count of a representation that stays as long as the process.
+    static constexpr int32_t uncounted = -1;
     struct NullHandle {};
     static constexpr Ch emptyText[1] = {};
 
     explicit TString(NullHandle) noexcept : m_rep(nullptr) {}
 
     static void addReference(Rep* rep) noexcept {
-        if (rep != nullptr) rep->references.fetch_add(1, std::memory_order_relaxed);
+        if (rep == nullptr || rep->references.load(std::memory_order_relaxed) == uncounted) return;
+        rep->references.fetch_add(1, std::memory_order_relaxed);
     }
+    /// The only holder counts down to nothing at once: nobody else can come to hold the text.
     static void release(Rep* rep) noexcept {
-        if (rep != nullptr && rep->references.fetch_sub(1, std::memory_order_acq_rel) == 1) destroy(rep);
+        if (rep == nullptr) return;
+        const int32_t references = rep->references.load(std::memory_order_acquire);
+        if (references == uncounted) return;
+        if (references == 1 || rep->references.fetch_sub(1, std::memory_order_acq_rel) == 1) destroy(rep);
     }
     static void destroy(Rep* rep) noexcept;
-    static Rep* clone(const Rep& source);
+    static Rep* create(size_t capacity);
     static Ch& sharedCharacter();
 
-    bool hasText() const noexcept { return m_rep != nullptr && m_rep->buffer != nullptr; }
     bool holds(const void* address) const noexcept;
     size_t indexOf(const Ch* position) const { return static_cast<size_t>(position - data()); }
-    void makePrivate();
-    void ensureCapacity(size_t n, bool keepText = true);
+    void makeRoom(size_t n, bool keepText = true);
     void setLength(size_t n) noexcept;
     Ch* writable();
     Ch& characterAt(size_t i);
@@ -716,12 +725,6 @@ TString<Ch> operator+(C a, const TString<Ch>& b) {
 
 extern template class QV_API TString<char>;
 extern template class QV_API TString<char16_t>;
-
-namespace Private {
-/// One "" that texts which are often empty can share, so that they cost no memory before they are set. Shared by all
-/// threads: no reading of an empty text changes it.
-QV_API const CString& sharedEmptyText();
-}  // namespace Private
 
 // Raw arrays, each for char and char16_t. A null pointer reads as "". ------------------------------------------------
 

@@ -1,6 +1,7 @@
 // CXMLFile: a small XML tree with a cursor, read from and written to an IFile. Start with Load, Root and Child.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 
 #include "qv/api.h"
@@ -75,6 +76,11 @@ public:
         CNode(const CString& elementName, const CAttribArray& list);
         ~CNode();
 
+        /// The nodes that a Load makes come from blocks of up to 640, each of which goes with the last of its nodes; a
+        /// node that is taken out of its tree holds its block. Any thread may delete a node.
+        static void* operator new(size_t size);
+        static void operator delete(void* node) noexcept;
+
         NODETYPE type;
         CString name = Private::sharedEmptyText();   ///< Empty for a comment and for text.
         CString value = Private::sharedEmptyText();  ///< An element's text, a comment's body.
@@ -97,6 +103,9 @@ public:
         friend class Private::TTreeNode<CNode>;
         friend class Private::XmlReader;
         friend class Private::XmlWriter;
+
+        static void* operator new(size_t size, Private::XmlReader& reader);
+        static void operator delete(void* node, Private::XmlReader&) noexcept { operator delete(node); }
 
         CNode* copyAlone() const { return new CNode(type, name, value, attributes); }
     };

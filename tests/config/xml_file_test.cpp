@@ -6,6 +6,8 @@
 #include <memory>
 #include <random>
 #include <string>
+#include <thread>
+#include <vector>
 
 #include "qv/diagnostic.h"
 
@@ -160,6 +162,15 @@ TEST(XmlLoad, ItemsMayBeLongerThanABlock) {
     EXPECT_EQ(xml.Curr()->name.length(), name.size());
 }
 
+TEST(XmlLoad, ABlockMayEndAnywhere) {
+    using namespace std::string_literals;
+    const std::string nuls = "<nul a=\"1\0&lt;\">\0x\0</nul>"s;
+    const std::string document = everything.substr(3) + nuls, layout = everythingSaved + nuls + "\r\n";
+    for (size_t shift = 0; shift <= document.size(); ++shift) {
+        ASSERT_EQ(reformatted(std::string(0x40000 - shift, ' ') + document), layout) << shift;
+    }
+}
+
 TEST(XmlLoad, KeptTextBecomesChildrenThatAreNotSaved) {
     CXMLFile xml;
     xml.SetKeepText(true);
@@ -205,6 +216,22 @@ TEST(XmlNode, DepthIsBoundedByMemoryAlone) {
     document.clear();
     for (int i = 0; i < 3000; ++i) document = "<a>" + document + "</a>";
     EXPECT_EQ(reformatted(reformatted(document)), reformatted(document));
+}
+
+TEST(XmlNode, ANodeOutlivesItsDocument) {
+    std::vector<std::unique_ptr<CNode>> kept;
+    for (const int nodes : {1, 20, 21, 3000}) {
+        std::string document;
+        for (int i = 0; i < nodes; ++i) document += "<n a='" + std::to_string(i) + "'/>";
+        CXMLFile xml;
+        ASSERT_TRUE(load(xml, document) && xml.Last());
+        kept.emplace_back(xml.Detatch());
+    }
+    std::thread([&kept] {
+        for (const auto& node : kept) EXPECT_EQ(node->name, u"n");
+        EXPECT_EQ(kept.back()->GetAttribute(u"a"), u"2999");
+        kept.clear();
+    }).join();
 }
 
 TEST(XmlNode, FindsByNameInAnyCase) {
