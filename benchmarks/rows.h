@@ -9,6 +9,7 @@
 
 #include <benchmark/benchmark.h>
 
+#include <algorithm>
 #include <cstdint>
 #include <cstring>
 #include <string>
@@ -40,17 +41,21 @@ benchmark::internal::Benchmark* add(const std::string& job, const std::string& c
 }
 
 /// The bound of a job that streams through memory: a copy that moves as many bytes in all, half of them read and half
-/// of them written.
-inline void addMemcpy(const std::string& job, size_t bytesMoved) {
-    add(job, "memcpy", [bytesMoved](benchmark::State& state) {
-        const std::vector<char> from(bytesMoved / 2, 'x');
-        std::vector<char> to(bytesMoved / 2);
-        for (auto _ : state) {
-            std::memcpy(to.data(), from.data(), from.size());
-            benchmark::ClobberMemory();
-        }
-        setBytes(state, bytesMoved);
-    });
+/// of them written, in one call or in calls of so many bytes. (The C library copies very large blocks past the caches.)
+inline void addMemcpy(const std::string& job, size_t bytesMoved, size_t piece = 0) {
+    add(job, piece == 0 ? "memcpy" : "memcpy in pieces",
+        [bytesMoved, piece, from = std::vector<char>(), to = std::vector<char>()](auto& state) mutable {
+            from.resize(bytesMoved / 2, 'x');
+            to.resize(from.size());
+            const size_t step = piece == 0 ? from.size() : piece;
+            for (auto _ : state) {
+                for (size_t at = 0; at < from.size(); at += step) {
+                    std::memcpy(to.data() + at, from.data() + at, std::min(step, from.size() - at));
+                }
+                benchmark::ClobberMemory();
+            }
+            setBytes(state, bytesMoved);
+        });
 }
 
 }  // namespace bench
