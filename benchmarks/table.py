@@ -219,7 +219,12 @@ def write_file(path, results):
 
 
 def read_file(path):
-    lines = [line for line in Path(path).read_text().splitlines() if not line.startswith("#")]
+    try:
+        lines = [line for line in Path(path).read_text().splitlines() if not line.startswith("#")]
+    except (OSError, UnicodeError) as error:
+        sys.exit(f"{path}: {getattr(error, 'strerror', None) or 'not text'}")
+    if not lines or lines[0] != "\t".join(FIELDS):
+        sys.exit(f"{path}: not a table of ./dev bench")
     results = [dict(zip(FIELDS, line.split("\t"))) for line in lines[1:]]
     for result in results:
         for field in ("median", "low", "high"):
@@ -240,6 +245,9 @@ def run(arguments):
                 f"{datetime.datetime.now():%Y%m%d-%H%M%S}.tsv")
     write_file(path, results)
     errors = print_table(results)
+    unused = [pattern for pattern, _ in load_aims() if not any(fnmatch.fnmatchcase(job, pattern) for job in jobs)]
+    if unused and not arguments.pattern:
+        print(f"aims without a job: {', '.join(unused)}")
     print(f"{path}: {len(results)} rows of {len(jobs)} jobs in {time.monotonic() - started:.0f} s", file=sys.stderr)
     return 1 if errors else 0
 
