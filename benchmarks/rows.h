@@ -3,8 +3,8 @@
 // Google Benchmark appends to the name (arguments, threads) belongs to the job.
 //
 // A row says how many bytes or items one iteration handles, the same for all contestants of a job. It checks its result
-// before it is timed and is skipped with an error where that is wrong; where contestants are programs of their own
-// kind, each also reports a number that its result comes to, and the table compares these.
+// and is skipped with an error where that is wrong. Contestants that share no memory to compare also report a number
+// that their result comes to, and the table compares these.
 #pragma once
 
 #include <benchmark/benchmark.h>
