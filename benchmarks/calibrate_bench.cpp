@@ -1,7 +1,7 @@
 // "qv calibrate" of 1000 frames of 640 x 512 counts, in bytes of counts a second, beside a plain program that reads the
 // frames, looks each count up in a table of 65536 floats and writes them. Files lie in memory where there is room for
 // them (/dev/shm), else in the folder for temporary files.
-#include <benchmark/benchmark.h>
+#include "rows.h"
 
 #include <cstdio>
 #include <cstdlib>
@@ -83,7 +83,7 @@ void qvCalibrate(benchmark::State& state) {
     }
     state.SetBytesProcessed(state.iterations() * int64_t{frames} * pixels * 2);
 }
-BENCHMARK(qvCalibrate)->UseRealTime()->Unit(benchmark::kMillisecond)->Iterations(5);
+QV_ROW("calibrate 1000 frames on disk", "qv", qvCalibrate)->UseRealTime()->Unit(benchmark::kMillisecond)->Iterations(1);
 
 void plainLoop(benchmark::State& state) {
     const Workplace& place = workplace();
@@ -103,7 +103,10 @@ void plainLoop(benchmark::State& state) {
     }
     state.SetBytesProcessed(state.iterations() * int64_t{frames} * pixels * 2);
 }
-BENCHMARK(plainLoop)->UseRealTime()->Unit(benchmark::kMillisecond)->Iterations(5);
+QV_ROW("calibrate 1000 frames on disk", "plain program", plainLoop)
+    ->UseRealTime()
+    ->Unit(benchmark::kMillisecond)
+    ->Iterations(1);
 
 }  // namespace
 

@@ -1,5 +1,5 @@
 // Text of numbers beside the C library, and an INI file of 2 MB beside Boost's property tree. Items are values.
-#include <benchmark/benchmark.h>
+#include "rows.h"
 
 #include <bit>
 #include <cstdio>
@@ -11,8 +11,7 @@
 #include "qv/ini_store.h"
 #include "qv/values.h"
 
-#if __has_include(<boost/property_tree/ini_parser.hpp>)
-#define QV_PEER_BOOST
+#ifdef QV_PEER_BOOST
 #include <boost/property_tree/ini_parser.hpp>
 #include <boost/property_tree/ptree.hpp>
 #include <sstream>
@@ -49,19 +48,15 @@ const std::string& iniText() {
     return text;
 }
 
-void setItems(benchmark::State& state, size_t items) {
-    state.SetItemsProcessed(static_cast<int64_t>(state.iterations()) * static_cast<int64_t>(items));
-}
-
 void exactText(benchmark::State& state) {
     for (auto _ : state) {
         for (const double value : numbers()) benchmark::DoNotOptimize(qv::CFlt64::ToStringExact(value));
     }
-    setItems(state, numbers().size());
+    bench::setItems(state, numbers().size());
 }
-BENCHMARK(exactText);
+QV_ROW("number to exact text", "qv", exactText);
 
-void exactTextPeerPrintf(benchmark::State& state) {
+void exactTextPrintf(benchmark::State& state) {
     for (auto _ : state) {
         for (const double value : numbers()) {
             char text[40];
@@ -69,9 +64,9 @@ void exactTextPeerPrintf(benchmark::State& state) {
             benchmark::DoNotOptimize(std::string(text));
         }
     }
-    setItems(state, numbers().size());
+    bench::setItems(state, numbers().size());
 }
-BENCHMARK(exactTextPeerPrintf);
+QV_ROW("number to exact text", "printf", exactTextPrintf);
 
 void parse(benchmark::State& state) {
     std::vector<qv::CString> texts;
@@ -79,19 +74,19 @@ void parse(benchmark::State& state) {
     for (auto _ : state) {
         for (const qv::CString& text : texts) benchmark::DoNotOptimize(qv::CFlt64::Parse(text));
     }
-    setItems(state, texts.size());
+    bench::setItems(state, texts.size());
 }
-BENCHMARK(parse);
+QV_ROW("text to number", "qv", parse);
 
-void parsePeerStrtod(benchmark::State& state) {
+void parseStrtod(benchmark::State& state) {
     std::vector<std::string> texts;
     for (const double value : numbers()) texts.emplace_back(qv::CFlt64::ToStringExact(value).GetUTF8());
     for (auto _ : state) {
         for (const std::string& text : texts) benchmark::DoNotOptimize(std::strtod(text.c_str(), nullptr));
     }
-    setItems(state, texts.size());
+    bench::setItems(state, texts.size());
 }
-BENCHMARK(parsePeerStrtod);
+QV_ROW("text to number", "strtod", parseStrtod);
 
 void loadIni(benchmark::State& state) {
     const qv::TSharedPtr<qv::CMemFile> file = qv::CMemFile::Create();
@@ -101,9 +96,9 @@ void loadIni(benchmark::State& state) {
         file->SeekToBegin();
         if (!store.Load(qv::TSharedPtr<qv::IFile>(file))) std::abort();
     }
-    setItems(state, size_t{sections} * valuesPerSection);
+    bench::setItems(state, size_t{sections} * valuesPerSection);
 }
-BENCHMARK(loadIni)->Unit(benchmark::kMillisecond);
+QV_ROW("load INI of 2 MB", "qv", loadIni)->Unit(benchmark::kMillisecond);
 
 void readIni(benchmark::State& state) {
     qv::CINIStore store;
@@ -116,23 +111,23 @@ void readIni(benchmark::State& state) {
             benchmark::DoNotOptimize(store.GetFlt64(qv::CString::FromFormat(u"section150/value%d", i)));
         }
     }
-    setItems(state, valuesPerSection);
+    bench::setItems(state, valuesPerSection);
 }
-BENCHMARK(readIni);
+QV_ROW("read INI values", "qv", readIni);
 
 #if defined(QV_PEER_BOOST)
-void loadIniPeerBoost(benchmark::State& state) {
+void loadIniBoost(benchmark::State& state) {
     for (auto _ : state) {
         std::istringstream in(iniText());
         boost::property_tree::ptree tree;
         boost::property_tree::read_ini(in, tree);
         benchmark::DoNotOptimize(tree);
     }
-    setItems(state, size_t{sections} * valuesPerSection);
+    bench::setItems(state, size_t{sections} * valuesPerSection);
 }
-BENCHMARK(loadIniPeerBoost)->Unit(benchmark::kMillisecond);
+QV_ROW("load INI of 2 MB", "boost", loadIniBoost)->Unit(benchmark::kMillisecond);
 
-void readIniPeerBoost(benchmark::State& state) {
+void readIniBoost(benchmark::State& state) {
     std::istringstream in(iniText());
     boost::property_tree::ptree tree;
     boost::property_tree::read_ini(in, tree);
@@ -141,9 +136,9 @@ void readIniPeerBoost(benchmark::State& state) {
             benchmark::DoNotOptimize(tree.get<double>("section150.value" + std::to_string(i)));
         }
     }
-    setItems(state, valuesPerSection);
+    bench::setItems(state, valuesPerSection);
 }
-BENCHMARK(readIniPeerBoost);
+QV_ROW("read INI values", "boost", readIniBoost);
 #endif
 
 }  // namespace

@@ -1,5 +1,5 @@
 // Ten thousand small files: out of one container, and as files of a folder.
-#include <benchmark/benchmark.h>
+#include "rows.h"
 
 #include <string>
 #include <vector>
@@ -71,9 +71,10 @@ void readFolder(benchmark::State& state) {
     for (auto _ : state) readAll(state, fileSystem(), data().folder + u"/");
     state.SetItemsProcessed(state.iterations() * files);
 }
-BENCHMARK(readContainer)->Unit(benchmark::kMillisecond);
-BENCHMARK(openAndReadContainer)->Unit(benchmark::kMillisecond);
-BENCHMARK(readFolder)->Unit(benchmark::kMillisecond);
+QV_ROW("read 10000 files of an open container", "qv", readContainer)->Unit(benchmark::kMillisecond);
+QV_ROW("open a container and read 10000 files", "qv", openAndReadContainer)->Unit(benchmark::kMillisecond);
+QV_ROW("read 10000 files of an open container", "folder", readFolder)->Unit(benchmark::kMillisecond);
+QV_ROW("open a container and read 10000 files", "folder", readFolder)->Unit(benchmark::kMillisecond);
 
 }  // namespace
 

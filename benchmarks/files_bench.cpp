@@ -1,5 +1,6 @@
 // Files: the memory file against std::vector, the disk copy against std::filesystem, name matching against fnmatch.
-#include <benchmark/benchmark.h>
+#include "rows.h"
+
 #include <fnmatch.h>
 
 #include <cstring>
@@ -22,7 +23,7 @@ void memoryFileTypedWrites(benchmark::State& state) {
     }
     state.SetBytesProcessed(state.iterations() * values * 4);
 }
-BENCHMARK(memoryFileTypedWrites);
+QV_ROW("memory file, 1 M values", "qv", memoryFileTypedWrites);
 
 void vectorAppends(benchmark::State& state) {
     for (auto _ : state) {
@@ -36,7 +37,7 @@ void vectorAppends(benchmark::State& state) {
     }
     state.SetBytesProcessed(state.iterations() * values * 4);
 }
-BENCHMARK(vectorAppends);
+QV_ROW("memory file, 1 M values", "vector", vectorAppends);
 
 void swappedArray(benchmark::State& state) {
     qv::CMemFile file;
@@ -49,7 +50,7 @@ void swappedArray(benchmark::State& state) {
     }
     state.SetBytesProcessed(state.iterations() * values * 4);
 }
-BENCHMARK(swappedArray);
+QV_ROW("array of swapped bytes", "qv", swappedArray);
 
 void plainCopyOfArray(benchmark::State& state) {
     const std::vector<uint32_t> from(values);
@@ -60,60 +61,77 @@ void plainCopyOfArray(benchmark::State& state) {
     }
     state.SetBytesProcessed(state.iterations() * values * 4);
 }
-BENCHMARK(plainCopyOfArray);
+QV_ROW("array of swapped bytes", "memcpy", plainCopyOfArray);
 
-/// Two paths in a folder that goes away; the first is a file of 64 MiB.
-struct CopyFolder {
+/// A folder that goes away at the end of the program.
+struct Folder {
+    Folder() : path(qv::fileSystem().CreateTempDirectory()) {}
+    ~Folder() { qv::fileSystem().RemoveDirectoryW(path.c_str(), true); }
+    qv::CString path;
+};
+
+/// Two paths of one folder; the first is a file of 64 MiB.
+struct CopyPaths {
     static constexpr int64_t size = 64 << 20;
-    CopyFolder() : folder(qv::fileSystem().CreateTempDirectory()) {
-        from = folder + u"/from";
-        to = folder + u"/to";
+    CopyPaths() : from(folder.path + u"/from"), to(folder.path + u"/to") {
         const std::vector<char> block(1 << 20, 'x');
         std::ofstream out(from.GetUTF8());
         for (int i = 0; i < 64; ++i) out.write(block.data(), static_cast<std::streamsize>(block.size()));
     }
-    ~CopyFolder() { qv::fileSystem().RemoveDirectoryW(folder.c_str(), true); }
-    qv::CString folder, from, to;
+    Folder folder;
+    qv::CString from, to;
 };
+const CopyPaths& copyPaths() {
+    static const CopyPaths made;
+    return made;
+}
+
+/// A folder of 10,000 empty files.
+const Folder& manyFiles() {
+    static const Folder made;
+    static const bool filled = [] {
+        for (int i = 0; i < 10'000; ++i) std::ofstream(std::string(made.path.GetUTF8()) + "/f" + std::to_string(i));
+        return true;
+    }();
+    benchmark::DoNotOptimize(filled);
+    return made;
+}
 
 void copyOnDisk(benchmark::State& state) {
-    CopyFolder paths;
+    const CopyPaths& paths = copyPaths();
     qv::CFileSystem& disk = qv::fileSystem();
     for (auto _ : state) {
         if (!qv::IFileSystem::CopyFileW(&disk, paths.from.c_str(), &disk, paths.to.c_str(), true)) {
             state.SkipWithError("copy failed");
         }
     }
-    state.SetBytesProcessed(state.iterations() * CopyFolder::size);
+    state.SetBytesProcessed(state.iterations() * CopyPaths::size);
 }
-BENCHMARK(copyOnDisk)->Unit(benchmark::kMillisecond);
+QV_ROW("copy a file of 64 MB", "qv", copyOnDisk)->Unit(benchmark::kMillisecond);
 
 void copyByStreams(benchmark::State& state) {
-    CopyFolder paths;
+    const CopyPaths& paths = copyPaths();
     for (auto _ : state) {
         std::ifstream in(paths.from.GetUTF8(), std::ios::binary);
         std::ofstream out(paths.to.GetUTF8(), std::ios::binary);
         out << in.rdbuf();
     }
-    state.SetBytesProcessed(state.iterations() * CopyFolder::size);
+    state.SetBytesProcessed(state.iterations() * CopyPaths::size);
 }
-BENCHMARK(copyByStreams)->Unit(benchmark::kMillisecond);
+QV_ROW("copy a file of 64 MB", "streams", copyByStreams)->Unit(benchmark::kMillisecond);
 
 void listing(benchmark::State& state) {
-    CopyFolder paths;
-    for (int i = 0; i < 10'000; ++i) std::ofstream(std::string(paths.folder.GetUTF8()) + "/f" + std::to_string(i));
+    const Folder& folder = manyFiles();
     for (auto _ : state) {
-        const auto found = qv::fileSystem().GetDirectoryListing(paths.folder.c_str(), u"f*");
-        if (found.entries.size() != 10'000 + 1) state.SkipWithError("wrong count");
+        const auto found = qv::fileSystem().GetDirectoryListing(folder.path.c_str(), u"f*");
+        if (found.entries.size() != 10'000) state.SkipWithError("wrong count");
     }
     state.SetItemsProcessed(state.iterations() * 10'000);
 }
-BENCHMARK(listing)->Unit(benchmark::kMillisecond);
+QV_ROW("list 10000 files", "qv", listing)->Unit(benchmark::kMillisecond);
 
 void listingByStandardLibrary(benchmark::State& state) {
-    CopyFolder paths;
-    const std::string folder = paths.folder.GetUTF8();
-    for (int i = 0; i < 10'000; ++i) std::ofstream(folder + "/f" + std::to_string(i));
+    const std::string folder(manyFiles().path.GetUTF8());
     for (auto _ : state) {
         int64_t bytes = 0;
         for (const auto& entry : std::filesystem::directory_iterator(folder)) {
@@ -123,7 +141,7 @@ void listingByStandardLibrary(benchmark::State& state) {
     }
     state.SetItemsProcessed(state.iterations() * 10'000);
 }
-BENCHMARK(listingByStandardLibrary)->Unit(benchmark::kMillisecond);
+QV_ROW("list 10000 files", "std", listingByStandardLibrary)->Unit(benchmark::kMillisecond);
 
 void wildcards(benchmark::State& state) {
     for (auto _ : state) {
@@ -131,7 +149,7 @@ void wildcards(benchmark::State& state) {
     }
     state.SetItemsProcessed(state.iterations());
 }
-BENCHMARK(wildcards);
+QV_ROW("match a wildcard", "qv", wildcards);
 
 void wildcardsByFnmatch(benchmark::State& state) {
     for (auto _ : state) {
@@ -139,7 +157,7 @@ void wildcardsByFnmatch(benchmark::State& state) {
     }
     state.SetItemsProcessed(state.iterations());
 }
-BENCHMARK(wildcardsByFnmatch);
+QV_ROW("match a wildcard", "fnmatch", wildcardsByFnmatch);
 
 }  // namespace
 

@@ -1,6 +1,6 @@
 // JPEG with a measurement, 16-bit PNG and raw TIFF beside the bare codec libraries, all in memory. Bytes are those of
 // the pixels, and of the payload where there is one.
-#include <benchmark/benchmark.h>
+#include "rows.h"
 
 #include <cstdio>
 #include <cstdlib>
@@ -55,10 +55,6 @@ TSharedPtr<CMemFile> filled(uint32_t bytes) {
     return file;
 }
 
-void setBytes(benchmark::State& state, size_t each) {
-    state.SetBytesProcessed(state.iterations() * static_cast<int64_t>(each));
-}
-
 // JPEG ----------------------------------------------------------------------------------------------------------------
 
 void jpegSave(benchmark::State& state) {
@@ -71,9 +67,9 @@ void jpegSave(benchmark::State& state) {
     }
     SRadiometricInfo info;
     if (!GetRadiometricInfo(file, info) || info.payloadSize != payloadBytes) return state.SkipWithError("lost bytes");
-    setBytes(state, size_t{pixels} * 3 + payloadBytes);
+    bench::setBytes(state, size_t{pixels} * 3 + payloadBytes);
 }
-BENCHMARK(jpegSave)->Unit(benchmark::kMicrosecond);
+QV_ROW("save JPEG with 1 MB of measurement", "qv", jpegSave)->Unit(benchmark::kMicrosecond);
 
 /// What the codec writes, with the payload in its markers; to be freed.
 std::pair<unsigned char*, unsigned long> bareJpeg(const std::vector<uint8_t>& from, std::vector<uint8_t>& block) {
@@ -107,9 +103,9 @@ void jpegSaveBare(benchmark::State& state) {
     const std::vector<uint8_t> from = rgb();
     std::vector<uint8_t> block(segmentBytes + 8, 0x5A);
     for (auto _ : state) std::free(bareJpeg(from, block).first);
-    setBytes(state, size_t{pixels} * 3 + payloadBytes);
+    bench::setBytes(state, size_t{pixels} * 3 + payloadBytes);
 }
-BENCHMARK(jpegSaveBare)->Unit(benchmark::kMicrosecond);
+QV_ROW("save JPEG with 1 MB of measurement", "libjpeg", jpegSaveBare)->Unit(benchmark::kMicrosecond);
 
 void jpegLoad(benchmark::State& state) {
     const Picture picture;
@@ -122,9 +118,9 @@ void jpegLoad(benchmark::State& state) {
         DestroyBitmap(bitmap);
     }
     if (payload->size() != payloadBytes) return state.SkipWithError("lost bytes");
-    setBytes(state, size_t{pixels} * 3 + payloadBytes);
+    bench::setBytes(state, size_t{pixels} * 3 + payloadBytes);
 }
-BENCHMARK(jpegLoad)->Unit(benchmark::kMicrosecond);
+QV_ROW("load JPEG with 1 MB of measurement", "qv", jpegLoad)->Unit(benchmark::kMicrosecond);
 
 void jpegLoadBare(benchmark::State& state) {
     std::vector<uint8_t> block(segmentBytes + 8, 0x5A), to(size_t{pixels} * 3), payload(payloadBytes);
@@ -152,9 +148,9 @@ void jpegLoadBare(benchmark::State& state) {
         jpeg_destroy_decompress(&codec);
     }
     std::free(bytes);
-    setBytes(state, size_t{pixels} * 3 + payloadBytes);
+    bench::setBytes(state, size_t{pixels} * 3 + payloadBytes);
 }
-BENCHMARK(jpegLoadBare)->Unit(benchmark::kMicrosecond);
+QV_ROW("load JPEG with 1 MB of measurement", "libjpeg", jpegLoadBare)->Unit(benchmark::kMicrosecond);
 
 // PNG, 16 bits --------------------------------------------------------------------------------------------------------
 
@@ -167,9 +163,9 @@ void png16Load(benchmark::State& state) {
         if (!LoadPNG16(file, to.data(), pixels * 2)) std::abort();
     }
     if (to != from) return state.SkipWithError("other values");
-    setBytes(state, size_t{pixels} * 2);
+    bench::setBytes(state, size_t{pixels} * 2);
 }
-BENCHMARK(png16Load)->Unit(benchmark::kMicrosecond);
+QV_ROW("load 16-bit PNG", "qv", png16Load)->Unit(benchmark::kMicrosecond);
 
 struct Bytes {
     std::vector<uint8_t> data;
@@ -199,9 +195,9 @@ void png16LoadBare(benchmark::State& state) {
         png_destroy_read_struct(&png, &info, nullptr);
     }
     if (to != from) return state.SkipWithError("other values");
-    setBytes(state, size_t{pixels} * 2);
+    bench::setBytes(state, size_t{pixels} * 2);
 }
-BENCHMARK(png16LoadBare)->Unit(benchmark::kMicrosecond);
+QV_ROW("load 16-bit PNG", "libpng", png16LoadBare)->Unit(benchmark::kMicrosecond);
 
 // Raw TIFF ------------------------------------------------------------------------------------------------------------
 
@@ -214,9 +210,9 @@ void tiffRawLoad(benchmark::State& state) {
         if (!LoadTIFFRaw(file, to.data(), pixels * 2)) std::abort();
     }
     if (to != from) return state.SkipWithError("other values");
-    setBytes(state, size_t{pixels} * 2);
+    bench::setBytes(state, size_t{pixels} * 2);
 }
-BENCHMARK(tiffRawLoad)->Unit(benchmark::kMicrosecond);
+QV_ROW("load raw TIFF", "qv", tiffRawLoad)->Unit(benchmark::kMicrosecond);
 
 tmsize_t readBytes(thandle_t handle, void* out, tmsize_t count) {
     Bytes& source = *static_cast<Bytes*>(handle);
@@ -250,9 +246,9 @@ void tiffRawLoadBare(benchmark::State& state) {
         TIFFClose(tiff);
     }
     if (to != from) return state.SkipWithError("other values");
-    setBytes(state, size_t{pixels} * 2);
+    bench::setBytes(state, size_t{pixels} * 2);
 }
-BENCHMARK(tiffRawLoadBare)->Unit(benchmark::kMicrosecond);
+QV_ROW("load raw TIFF", "libtiff", tiffRawLoadBare)->Unit(benchmark::kMicrosecond);
 
 }  // namespace
 

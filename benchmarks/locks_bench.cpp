@@ -1,6 +1,6 @@
 // Each lock beside its peer in the standard library: taken and given back by one thread, fought over by two, and with
 // its descriptor in use; a token that two threads pass to and fro; all of several at once beside std::scoped_lock.
-#include <benchmark/benchmark.h>
+#include "rows.h"
 
 #include <condition_variable>
 #include <mutex>
@@ -61,15 +61,24 @@ void TakeAndGive(benchmark::State& state) {
     }
     state.SetItemsProcessed(state.iterations());
 }
-BENCHMARK(TakeAndGive<qv::CCriticalSection>)->Threads(1)->Threads(2)->UseRealTime();
-BENCHMARK(TakeAndGive<qv::CMutex>)->Threads(1)->Threads(2)->UseRealTime();
-BENCHMARK(TakeAndGive<std::recursive_mutex>)->Threads(1)->Threads(2)->UseRealTime();
-BENCHMARK(TakeAndGive<std::mutex>)->Threads(1)->Threads(2)->UseRealTime();
-BENCHMARK(TakeAndGive<qv::CSemaphore>)->Threads(1)->Threads(2)->UseRealTime();
-BENCHMARK(TakeAndGive<StdSemaphore>)->Threads(1)->Threads(2)->UseRealTime();
-BENCHMARK(TakeAndGive<qv::CRWLock>)->Threads(1)->Threads(2)->UseRealTime();
-BENCHMARK(TakeAndGive<std::shared_mutex>)->Threads(1)->Threads(2)->UseRealTime();
-BENCHMARK(TakeAndGive<qv::CSharedMemory>)->Threads(1)->Threads(2)->UseRealTime();
+QV_ROW("take and give a critical section", "qv", TakeAndGive<qv::CCriticalSection>)
+    ->Threads(1)
+    ->Threads(2)
+    ->UseRealTime();
+QV_ROW("take and give a mutex", "qv", TakeAndGive<qv::CMutex>)->Threads(1)->Threads(2)->UseRealTime();
+QV_ROW("take and give a mutex", "recursive_mutex", TakeAndGive<std::recursive_mutex>)
+    ->Threads(1)
+    ->Threads(2)
+    ->UseRealTime();
+QV_ROW("take and give a critical section", "mutex", TakeAndGive<std::mutex>)->Threads(1)->Threads(2)->UseRealTime();
+QV_ROW("take and give a semaphore", "qv", TakeAndGive<qv::CSemaphore>)->Threads(1)->Threads(2)->UseRealTime();
+QV_ROW("take and give a semaphore", "std", TakeAndGive<StdSemaphore>)->Threads(1)->Threads(2)->UseRealTime();
+QV_ROW("take and give a read-write lock", "qv", TakeAndGive<qv::CRWLock>)->Threads(1)->Threads(2)->UseRealTime();
+QV_ROW("take and give a read-write lock", "shared_mutex", TakeAndGive<std::shared_mutex>)
+    ->Threads(1)
+    ->Threads(2)
+    ->UseRealTime();
+QV_ROW("take and give a shared memory", "qv", TakeAndGive<qv::CSharedMemory>)->Threads(1)->Threads(2)->UseRealTime();
 
 /// As every take would be if the descriptor carried the state: two system calls.
 void TakeAndGiveWithDescriptor(benchmark::State& state) {
@@ -81,7 +90,7 @@ void TakeAndGiveWithDescriptor(benchmark::State& state) {
     }
     state.SetItemsProcessed(state.iterations());
 }
-BENCHMARK(TakeAndGiveWithDescriptor);
+QV_ROW("take and give a mutex with a descriptor", "qv", TakeAndGiveWithDescriptor);
 
 // A token to and fro --------------------------------------------------------------------------------------------------
 
@@ -121,8 +130,8 @@ void PassToAndFro(benchmark::State& state) {
     other.join();
     state.SetItemsProcessed(state.iterations());
 }
-BENCHMARK(PassToAndFro<qv::CEvent>)->UseRealTime();
-BENCHMARK(PassToAndFro<StdEvent>)->UseRealTime();
+QV_ROW("event to another thread and back", "qv", PassToAndFro<qv::CEvent>)->UseRealTime();
+QV_ROW("event to another thread and back", "std", PassToAndFro<StdEvent>)->UseRealTime();
 
 template <class Event>
 void SetAndWait(benchmark::State& state) {
@@ -133,8 +142,8 @@ void SetAndWait(benchmark::State& state) {
     }
     state.SetItemsProcessed(state.iterations());
 }
-BENCHMARK(SetAndWait<qv::CEvent>);
-BENCHMARK(SetAndWait<StdEvent>);
+QV_ROW("set an event and wait", "qv", SetAndWait<qv::CEvent>);
+QV_ROW("set an event and wait", "std", SetAndWait<StdEvent>);
 
 // Several at once -----------------------------------------------------------------------------------------------------
 
@@ -147,7 +156,7 @@ void AllOfThree(benchmark::State& state) {
     }
     state.SetItemsProcessed(state.iterations());
 }
-BENCHMARK(AllOfThree);
+QV_ROW("take three locks at once", "qv", AllOfThree);
 
 void AllOfThreeStd(benchmark::State& state) {
     std::recursive_mutex a, b, c;
@@ -157,7 +166,7 @@ void AllOfThreeStd(benchmark::State& state) {
     }
     state.SetItemsProcessed(state.iterations());
 }
-BENCHMARK(AllOfThreeStd);
+QV_ROW("take three locks at once", "scoped_lock", AllOfThreeStd);
 
 }  // namespace
 

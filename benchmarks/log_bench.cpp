@@ -1,6 +1,7 @@
 // The log: lines that each reach the system before the call returns, beside spdlog with the same promise (and, to know
 // the scale, without it) and beside the bare system call.
-#include <benchmark/benchmark.h>
+#include "rows.h"
+
 #include <fcntl.h>
 #include <unistd.h>
 
@@ -62,7 +63,7 @@ void Log(benchmark::State& state) {
         delete shared;
     }
 }
-BENCHMARK(Log)->UseRealTime()->Threads(1)->Threads(4);
+QV_ROW("log lines", "qv", Log)->UseRealTime()->Threads(1)->Threads(4);
 
 #ifdef QV_PEER_SPDLOG
 void spdlogLines(benchmark::State& state, bool flushed) {
@@ -84,9 +85,9 @@ void spdlogLines(benchmark::State& state, bool flushed) {
     }
 }
 void SpdlogFlushed(benchmark::State& state) { spdlogLines(state, true); }
-BENCHMARK(SpdlogFlushed)->UseRealTime()->Threads(1)->Threads(4);
+QV_ROW("log lines", "spdlog", SpdlogFlushed)->UseRealTime()->Threads(1)->Threads(4);
 void SpdlogUnflushed(benchmark::State& state) { spdlogLines(state, false); }
-BENCHMARK(SpdlogUnflushed)->UseRealTime()->Threads(1)->Threads(4);
+QV_ROW("log lines", "spdlog unflushed", SpdlogUnflushed)->UseRealTime()->Threads(1)->Threads(4);
 #endif
 
 void BareWrite(benchmark::State& state) {
@@ -105,7 +106,7 @@ void BareWrite(benchmark::State& state) {
         delete file;
     }
 }
-BENCHMARK(BareWrite)->UseRealTime()->Threads(1)->Threads(4);
+QV_ROW("log lines", "system call", BareWrite)->UseRealTime()->Threads(1)->Threads(4);
 
 }  // namespace
 

@@ -1,6 +1,6 @@
 // Bad pixels of a frame of 1024 x 1024: finding their substitutes, beside a plain copy of the table that is written;
 // and putting the substitutes into a frame of 16-bit counts, beside a copy of the frame and a loop over its pixels.
-#include <benchmark/benchmark.h>
+#include "rows.h"
 
 #include <algorithm>
 #include <cstring>
@@ -36,9 +36,9 @@ void setup(benchmark::State& state, const std::vector<uint8_t>& flags) {
     }
     state.SetItemsProcessed(state.iterations() * int64_t{pixels});
 }
-BENCHMARK_CAPTURE(setup, scattered1Percent, scattered())->Unit(benchmark::kMicrosecond);
-BENCHMARK_CAPTURE(setup, block1Percent, block(102))->Unit(benchmark::kMicrosecond);
-BENCHMARK_CAPTURE(setup, block75Percent, block(886))->Unit(benchmark::kMicrosecond);
+BENCHMARK_CAPTURE(setup, scattered1Percent, scattered())->Name("find substitutes, 1 percent scattered/qv");
+BENCHMARK_CAPTURE(setup, block1Percent, block(102))->Name("find substitutes, a block of 1 percent/qv");
+BENCHMARK_CAPTURE(setup, block75Percent, block(886))->Name("find substitutes, a block of 75 percent/qv");
 
 void copyOfTheTable(benchmark::State& state) {
     const std::vector<uint32_t> from(pixels, 7);
@@ -49,7 +49,9 @@ void copyOfTheTable(benchmark::State& state) {
     }
     state.SetItemsProcessed(state.iterations() * int64_t{pixels});
 }
-BENCHMARK(copyOfTheTable)->Unit(benchmark::kMicrosecond);
+QV_ROW("find substitutes, 1 percent scattered", "memcpy", copyOfTheTable);
+QV_ROW("find substitutes, a block of 1 percent", "memcpy", copyOfTheTable);
+QV_ROW("find substitutes, a block of 75 percent", "memcpy", copyOfTheTable);
 
 std::vector<uint32_t> substitutes() {
     const std::vector<uint8_t> flags = scattered();
@@ -67,7 +69,7 @@ void substituteInPlace(benchmark::State& state) {
     }
     state.SetItemsProcessed(state.iterations() * int64_t{pixels});
 }
-BENCHMARK(substituteInPlace)->Unit(benchmark::kMicrosecond);
+QV_ROW("substitute bad pixels", "qv", substituteInPlace)->Unit(benchmark::kMicrosecond);
 
 void substituteByLoop(benchmark::State& state) {
     const std::vector<uint32_t> subs = substitutes();
@@ -79,7 +81,7 @@ void substituteByLoop(benchmark::State& state) {
     }
     state.SetItemsProcessed(state.iterations() * int64_t{pixels});
 }
-BENCHMARK(substituteByLoop)->Unit(benchmark::kMicrosecond);
+QV_ROW("substitute bad pixels", "plain loop", substituteByLoop)->Unit(benchmark::kMicrosecond);
 
 void copyOfTheFrame(benchmark::State& state) {
     const std::vector<uint16_t> frame(pixels, 1000);
@@ -90,7 +92,7 @@ void copyOfTheFrame(benchmark::State& state) {
     }
     state.SetItemsProcessed(state.iterations() * int64_t{pixels});
 }
-BENCHMARK(copyOfTheFrame)->Unit(benchmark::kMicrosecond);
+QV_ROW("substitute bad pixels", "memcpy", copyOfTheFrame)->Unit(benchmark::kMicrosecond);
 
 }  // namespace
 

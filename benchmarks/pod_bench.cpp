@@ -1,7 +1,8 @@
-// A parameter table of 500 MB and 10 columns beside SQLite: taking the file in, cells of random rows, and a hundredth
+// A parameter table of 100 MB and 10 columns beside SQLite: taking the file in, cells of random rows, and a hundredth
 // of the cells changed and saved, with the memory that this takes at its peak. What bounds the indexing is writing the
 // index into its temporary file: 106 bytes for each row of some 95.
-#include <benchmark/benchmark.h>
+#include "rows.h"
+
 #include <sqlite3.h>
 
 #include <cstdio>
@@ -19,7 +20,7 @@
 namespace {
 
 constexpr uint32_t columns = 10;
-constexpr int64_t tableBytes = 500'000'000;
+constexpr int64_t tableBytes = 100'000'000;
 
 /// Numbers below `n`.
 class Random {
@@ -78,6 +79,7 @@ const Table& table() {
 
 /// The bytes of the file through memory, which nothing can be faster than.
 void readFile(benchmark::State& state) {
+    (void)table();  // making it is nobody's time
     std::string block(0x80000, ' ');
     for (auto _ : state) {
         qv::TSharedPtr<qv::IFile> file = qv::fileSystem().CreateFileW(table().path().c_str(), 0x212);
@@ -85,53 +87,60 @@ void readFile(benchmark::State& state) {
     }
     state.SetBytesProcessed(state.iterations() * table().bytes());
 }
-BENCHMARK(readFile)->Unit(benchmark::kMillisecond)->UseRealTime();
+QV_ROW("index a table of 100 MB", "system call", readFile)->Unit(benchmark::kMillisecond)->UseRealTime();
 
 // Taking the file in -------------------------------------------------------------------------------------------------
 
 void index(benchmark::State& state) {
+    (void)table();  // making it is nobody's time
     for (auto _ : state) {
         qv::CPODFile file;
         if (!file.Load(&qv::fileSystem(), table().path().c_str(), true) || file.nDPs() != table().rows()) fail("load");
     }
     state.SetBytesProcessed(state.iterations() * table().bytes());
 }
-BENCHMARK(index)->Unit(benchmark::kMillisecond)->UseRealTime();
+QV_ROW("index a table of 100 MB", "qv", index)->Unit(benchmark::kMillisecond)->UseRealTime();
 
 void exec(sqlite3* db, const char* sql) {
     if (sqlite3_exec(db, sql, nullptr, nullptr, nullptr) != SQLITE_OK) fail(sqlite3_errmsg(db));
 }
 
 /// One transaction without journal, one prepared statement, fields bound as they stand in the line: the fastest way.
-void importPeerSqlite(benchmark::State& state) {
-    for (auto _ : state) {
-        std::filesystem::remove(table().database());
-        sqlite3* db = nullptr;
-        sqlite3_stmt* insert = nullptr;
-        if (sqlite3_open(table().database().c_str(), &db) != SQLITE_OK) fail("no database");
-        exec(db,
-             "PRAGMA journal_mode=OFF; PRAGMA synchronous=OFF; CREATE TABLE t(c0,c1,c2,c3,c4,c5,c6,c7,c8,c9); BEGIN");
-        sqlite3_prepare_v2(db, "INSERT INTO t VALUES(?,?,?,?,?,?,?,?,?,?)", -1, &insert, nullptr);
-        std::ifstream in(std::string(table().path().GetUTF8()), std::ios::binary);
-        std::string line;
-        for (int skipped = 0; skipped < 7; ++skipped) std::getline(in, line);
-        while (std::getline(in, line)) {
-            const char* at = line.c_str();
-            for (uint32_t i = 0; i < columns; ++i) {
-                const size_t length = std::strcspn(at, "\t\r");
-                sqlite3_bind_text(insert, static_cast<int>(i) + 1, at, static_cast<int>(length), SQLITE_STATIC);
-                at += length + 1;
-            }
-            if (sqlite3_step(insert) != SQLITE_DONE) fail(sqlite3_errmsg(db));
-            sqlite3_reset(insert);
+void importIntoSqlite() {
+    std::filesystem::remove(table().database());
+    sqlite3* db = nullptr;
+    sqlite3_stmt* insert = nullptr;
+    if (sqlite3_open(table().database().c_str(), &db) != SQLITE_OK) fail("no database");
+    exec(db, "PRAGMA journal_mode=OFF; PRAGMA synchronous=OFF; CREATE TABLE t(c0,c1,c2,c3,c4,c5,c6,c7,c8,c9); BEGIN");
+    sqlite3_prepare_v2(db, "INSERT INTO t VALUES(?,?,?,?,?,?,?,?,?,?)", -1, &insert, nullptr);
+    std::ifstream in(std::string(table().path().GetUTF8()), std::ios::binary);
+    std::string line;
+    for (int skipped = 0; skipped < 7; ++skipped) std::getline(in, line);
+    while (std::getline(in, line)) {
+        const char* at = line.c_str();
+        for (uint32_t i = 0; i < columns; ++i) {
+            const size_t length = std::strcspn(at, "\t\r");
+            sqlite3_bind_text(insert, static_cast<int>(i) + 1, at, static_cast<int>(length), SQLITE_STATIC);
+            at += length + 1;
         }
-        sqlite3_finalize(insert);
-        exec(db, "COMMIT");
-        sqlite3_close(db);
+        if (sqlite3_step(insert) != SQLITE_DONE) fail(sqlite3_errmsg(db));
+        sqlite3_reset(insert);
     }
+    sqlite3_finalize(insert);
+    exec(db, "COMMIT");
+    sqlite3_close(db);
+}
+
+void importSqlite(benchmark::State& state) {
+    (void)table();
+    for (auto _ : state) importIntoSqlite();
     state.SetBytesProcessed(state.iterations() * table().bytes());
 }
-BENCHMARK(importPeerSqlite)->Unit(benchmark::kMillisecond)->UseRealTime()->Iterations(1);
+QV_ROW("index a table of 100 MB", "sqlite", importSqlite)
+    ->Unit(benchmark::kMillisecond)
+    ->UseRealTime()
+    ->Iterations(1)
+    ->Repetitions(1);
 
 // Cells of random rows -----------------------------------------------------------------------------------------------
 
@@ -146,9 +155,11 @@ void randomValue(benchmark::State& state) {
     }
     state.SetItemsProcessed(state.iterations());
 }
-BENCHMARK(randomValue)->Unit(benchmark::kMicrosecond)->UseRealTime();
+QV_ROW("value of a random row", "qv", randomValue)->Unit(benchmark::kMicrosecond)->UseRealTime();
 
-void randomValuePeerSqlite(benchmark::State& state) {
+void randomValueSqlite(benchmark::State& state) {
+    static const bool imported = (importIntoSqlite(), true);
+    benchmark::DoNotOptimize(imported);
     sqlite3* db = nullptr;
     sqlite3_stmt* select = nullptr;
     if (sqlite3_open(table().database().c_str(), &db) != SQLITE_OK) fail("no database");
@@ -164,7 +175,7 @@ void randomValuePeerSqlite(benchmark::State& state) {
     sqlite3_finalize(select);
     sqlite3_close(db);
 }
-BENCHMARK(randomValuePeerSqlite)->Unit(benchmark::kMicrosecond)->UseRealTime();
+QV_ROW("value of a random row", "sqlite", randomValueSqlite)->Unit(benchmark::kMicrosecond)->UseRealTime();
 
 // A hundredth of the cells changed -----------------------------------------------------------------------------------
 
@@ -201,20 +212,20 @@ void editHundredthAndSave(benchmark::State& state) {
     state.counters["peak_MB"] = peak;
     state.SetItemsProcessed(state.iterations() * (table().rows() / 100 * columns));
 }
-BENCHMARK(editHundredthAndSave)
+QV_ROW("edit 1 percent and save", "qv", editHundredthAndSave)
     ->ArgName("in_order")
     ->Arg(1)
     ->Arg(0)
     ->Unit(benchmark::kMillisecond)
     ->UseRealTime()
-    ->Iterations(1);
+    ->Iterations(1)
+    ->Repetitions(1);
 
 }  // namespace
 
 int main(int argc, char** argv) {
     if (argc == 3 && std::strncmp(argv[1], "--edit", 6) == 0) return editAndSave(argv[2], argv[1][6] == '-');
     benchmark::Initialize(&argc, argv);
-    (void)table();  // making it is nobody's time
     if (benchmark::ReportUnrecognizedArguments(argc, argv)) return 1;
     benchmark::RunSpecifiedBenchmarks();
     benchmark::Shutdown();

@@ -1,6 +1,6 @@
 // Load and save of a tag dictionary of 20,000 entries with two text values each: as a structured tree, as a dictionary,
-// and the same tree as XML in pugixml. Items are entries; bytes are those of each form.
-#include <benchmark/benchmark.h>
+// and the same tree as XML in pugixml. Items are entries.
+#include "rows.h"
 
 #include <cstdlib>
 #include <string>
@@ -46,11 +46,6 @@ qv::TSharedPtr<qv::CMemFile> written(bool (qv::CTagFile::*save)(File)) {
     return file;
 }
 
-void setCounts(benchmark::State& state, size_t bytes) {
-    state.SetBytesProcessed(static_cast<int64_t>(state.iterations()) * static_cast<int64_t>(bytes));
-    state.SetItemsProcessed(static_cast<int64_t>(state.iterations()) * entryCount);
-}
-
 template <class Loaded>
 void load(benchmark::State& state, bool (Loaded::*read)(File)) {
     const qv::TSharedPtr<qv::CMemFile> file = written(&qv::CTagFile::SaveSBF);
@@ -60,12 +55,12 @@ void load(benchmark::State& state, bool (Loaded::*read)(File)) {
         if (!(loaded.*read)(File(file))) std::abort();
         benchmark::DoNotOptimize(loaded);
     }
-    setCounts(state, file->size());
+    bench::setItems(state, entryCount);
 }
 void loadTree(benchmark::State& state) { load<qv::CSBFile>(state, &qv::CSBFile::Load); }
 void loadDictionary(benchmark::State& state) { load<qv::CTagFile>(state, &qv::CTagFile::LoadSBF); }
-BENCHMARK(loadTree)->Unit(benchmark::kMillisecond);
-BENCHMARK(loadDictionary)->Unit(benchmark::kMillisecond);
+QV_ROW("load a structured tree", "qv", loadTree)->Unit(benchmark::kMillisecond);
+QV_ROW("load a tag dictionary", "qv", loadDictionary)->Unit(benchmark::kMillisecond);
 
 void saveTree(benchmark::State& state) {
     const qv::TSharedPtr<qv::CMemFile> file = written(&qv::CTagFile::SaveSBF);
@@ -76,9 +71,9 @@ void saveTree(benchmark::State& state) {
         file->Reset();
         if (!tree.Save(File(file))) std::abort();
     }
-    setCounts(state, file->size());
+    bench::setItems(state, entryCount);
 }
-BENCHMARK(saveTree)->Unit(benchmark::kMillisecond);
+QV_ROW("save a structured tree", "qv", saveTree)->Unit(benchmark::kMillisecond);
 
 void saveDictionary(benchmark::State& state) {
     const qv::TSharedPtr<qv::CMemFile> file = qv::CMemFile::Create();
@@ -86,9 +81,9 @@ void saveDictionary(benchmark::State& state) {
         file->Reset();
         if (!dictionary().SaveSBF(File(file))) std::abort();
     }
-    setCounts(state, file->size());
+    bench::setItems(state, entryCount);
 }
-BENCHMARK(saveDictionary)->Unit(benchmark::kMillisecond);
+QV_ROW("save a tag dictionary", "qv", saveDictionary)->Unit(benchmark::kMillisecond);
 
 #if defined(QV_PEER_PUGIXML)
 void loadPugixml(benchmark::State& state) {
@@ -98,9 +93,9 @@ void loadPugixml(benchmark::State& state) {
         if (!document.load_buffer(file->GetData(), file->size())) std::abort();
         benchmark::DoNotOptimize(document.first_child());
     }
-    setCounts(state, file->size());
+    bench::setItems(state, entryCount);
 }
-BENCHMARK(loadPugixml)->Unit(benchmark::kMillisecond);
+QV_ROW("load a structured tree", "pugixml", loadPugixml)->Unit(benchmark::kMillisecond);
 
 void savePugixml(benchmark::State& state) {
     struct StringWriter : pugi::xml_writer {
@@ -110,15 +105,14 @@ void savePugixml(benchmark::State& state) {
     const qv::TSharedPtr<qv::CMemFile> file = written(&qv::CTagFile::SaveXML);
     pugi::xml_document document;
     if (!document.load_buffer(file->GetData(), file->size())) std::abort();
-    size_t bytes = 0;
     for (auto _ : state) {
         StringWriter writer;
         document.save(writer);
-        bytes = writer.text.size();
+        benchmark::DoNotOptimize(writer.text.size());
     }
-    setCounts(state, bytes);
+    bench::setItems(state, entryCount);
 }
-BENCHMARK(savePugixml)->Unit(benchmark::kMillisecond);
+QV_ROW("save a structured tree", "pugixml", savePugixml)->Unit(benchmark::kMillisecond);
 #endif
 
 }  // namespace

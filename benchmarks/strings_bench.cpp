@@ -1,6 +1,6 @@
 // Copies and releases of strings beside std::shared_ptr, conversion between UTF-8 and UTF-16 beside ICU, formatting
 // beside snprintf.
-#include <benchmark/benchmark.h>
+#include "rows.h"
 
 #include <cstdio>
 #include <iterator>
@@ -57,7 +57,7 @@ void CopyCString(benchmark::State& state) {
     for (int64_t i = 0; i < copies; ++i) source.push_back(qv::CString::FromFormat(u"string %I64d", i));
     copyAll(state, source);
 }
-BENCHMARK(CopyCString);
+QV_ROW("copy 1 M strings", "qv", CopyCString);
 
 void CopySharedPtr(benchmark::State& state) {
     std::vector<std::shared_ptr<const std::u16string>> source;
@@ -65,7 +65,7 @@ void CopySharedPtr(benchmark::State& state) {
         source.push_back(std::make_shared<std::u16string>(qv::CString::FromFormat(u"string %I64d", i)));
     copyAll(state, source);
 }
-BENCHMARK(CopySharedPtr);
+QV_ROW("copy 1 M strings", "shared_ptr", CopySharedPtr);
 
 // Conversion ----------------------------------------------------------------------------------------------------------
 
@@ -76,10 +76,11 @@ void Utf8ToUtf16(benchmark::State& state) {
     for (auto _ : state) {
         benchmark::DoNotOptimize(qv::CString::ConvertToUTF16(text.data(), size, out.data(), size));
     }
-    if (qv::CStringMB(qv::CString(text)) != text) state.SkipWithError("wrong text");
+    if (qv::CString(out.c_str()) != qv::CString(text) || qv::CStringMB(qv::CString(text)) != text)
+        state.SkipWithError("wrong text");
     state.SetBytesProcessed(state.iterations() * size);
 }
-BENCHMARK(Utf8ToUtf16)->ArgName("mixed")->Arg(0)->Arg(1);
+QV_ROW("UTF-8 to UTF-16", "qv", Utf8ToUtf16)->ArgName("mixed")->Arg(0)->Arg(1);
 
 void Utf16ToUtf8(benchmark::State& state) {
     const std::string text = makeText(state.range(0) != 0);
@@ -92,7 +93,7 @@ void Utf16ToUtf8(benchmark::State& state) {
     if (out != text) state.SkipWithError("wrong text");
     state.SetBytesProcessed(state.iterations() * size);
 }
-BENCHMARK(Utf16ToUtf8)->ArgName("mixed")->Arg(0)->Arg(1);
+QV_ROW("UTF-16 to UTF-8", "qv", Utf16ToUtf8)->ArgName("mixed")->Arg(0)->Arg(1);
 
 #ifdef QV_PEER_ICU
 void IcuUtf8ToUtf16(benchmark::State& state) {
@@ -105,9 +106,10 @@ void IcuUtf8ToUtf16(benchmark::State& state) {
         u_strFromUTF8WithSub(out.data(), size, &units, text.data(), size, 0xFFFD, nullptr, &error);
         benchmark::DoNotOptimize(units);
     }
+    if (qv::CString(out.c_str()) != qv::CString(text)) state.SkipWithError("wrong text");
     state.SetBytesProcessed(state.iterations() * size);
 }
-BENCHMARK(IcuUtf8ToUtf16)->ArgName("mixed")->Arg(0)->Arg(1);
+QV_ROW("UTF-8 to UTF-16", "icu", IcuUtf8ToUtf16)->ArgName("mixed")->Arg(0)->Arg(1);
 
 void IcuUtf16ToUtf8(benchmark::State& state) {
     const std::string text = makeText(state.range(0) != 0);
@@ -123,7 +125,7 @@ void IcuUtf16ToUtf8(benchmark::State& state) {
     if (out != text) state.SkipWithError("wrong text");
     state.SetBytesProcessed(state.iterations() * size);
 }
-BENCHMARK(IcuUtf16ToUtf8)->ArgName("mixed")->Arg(0)->Arg(1);
+QV_ROW("UTF-16 to UTF-8", "icu", IcuUtf16ToUtf8)->ArgName("mixed")->Arg(0)->Arg(1);
 #endif
 
 // Formatting ----------------------------------------------------------------------------------------------------------
@@ -137,7 +139,7 @@ void FormatLine(benchmark::State& state) {
     if (line != "xPixls   = 640, 3.1415926535898 [ 21.5]") state.SkipWithError("wrong text");
     state.SetItemsProcessed(state.iterations());
 }
-BENCHMARK(FormatLine);
+QV_ROW("format a line", "qv", FormatLine);
 
 void SnprintfLine(benchmark::State& state) {
     char line[256];
@@ -147,7 +149,7 @@ void SnprintfLine(benchmark::State& state) {
     }
     state.SetItemsProcessed(state.iterations());
 }
-BENCHMARK(SnprintfLine);
+QV_ROW("format a line", "snprintf", SnprintfLine);
 
 }  // namespace
 

@@ -1,6 +1,6 @@
-// Calls between threads: queued calls and synchronous round trips, against Boost.Asio and a plain queue with a mutex
+// Calls between threads: queued calls and synchronous round trips, against Boost.Asio and plain queues with a mutex
 // and a condition variable. Events and waits beside them.
-#include <benchmark/benchmark.h>
+#include "rows.h"
 
 #include <atomic>
 #include <condition_variable>
@@ -9,12 +9,13 @@
 #include <future>
 #include <mutex>
 #include <thread>
+#include <vector>
 
 #include "qv/event.h"
 #include "qv/invoker.h"
 #include "qv/message_loop.h"
 
-#if defined(QV_PEER_ASIO)
+#if defined(QV_PEER_BOOST)
 #include <boost/asio.hpp>
 #endif
 
@@ -56,6 +57,39 @@ private:
     std::thread m_thread;
 };
 
+/// The same taking all that waits at once: one lock for many calls when they come fast.
+class BatchQueue {
+public:
+    BatchQueue() : m_thread([this] { run(); }) {}
+    ~BatchQueue() {
+        post({});
+        m_thread.join();
+    }
+    void post(std::function<void()> call) {
+        const std::lock_guard lock(m_mutex);
+        m_queue.push_back(std::move(call));
+        if (m_queue.size() == 1) m_condition.notify_one();
+    }
+
+private:
+    void run() {
+        for (std::vector<std::function<void()>> taken;; taken.clear()) {
+            std::unique_lock lock(m_mutex);
+            m_condition.wait(lock, [this] { return !m_queue.empty(); });
+            taken.swap(m_queue);
+            lock.unlock();
+            for (const std::function<void()>& call : taken) {
+                if (!call) return;
+                call();
+            }
+        }
+    }
+    std::mutex m_mutex;
+    std::condition_variable m_condition;
+    std::vector<std::function<void()>> m_queue;
+    std::thread m_thread;
+};
+
 class QvThread {
 public:
     void post(auto call) { m_invoker.Queue(std::move(call)); }
@@ -81,7 +115,7 @@ public:
     void send(auto call) { sendThrough(*this, call); }
 };
 
-#if defined(QV_PEER_ASIO)
+#if defined(QV_PEER_BOOST)
 class Asio {
 public:
     ~Asio() {
@@ -122,16 +156,17 @@ void roundTrip(benchmark::State& state) {
     state.SetItemsProcessed(state.iterations());
 }
 
-BENCHMARK(queuedAcrossThreads<QvThread>)->UseRealTime();
-#if defined(QV_PEER_ASIO)
-BENCHMARK(queuedAcrossThreads<Asio>)->UseRealTime();
+QV_ROW("queued call between threads", "qv", queuedAcrossThreads<QvThread>)->UseRealTime();
+#if defined(QV_PEER_BOOST)
+QV_ROW("queued call between threads", "asio", queuedAcrossThreads<Asio>)->UseRealTime();
 #endif
-BENCHMARK(queuedAcrossThreads<Plain>)->UseRealTime();
-BENCHMARK(roundTrip<QvThread>)->UseRealTime();
-#if defined(QV_PEER_ASIO)
-BENCHMARK(roundTrip<Asio>)->UseRealTime();
+QV_ROW("queued call between threads", "mutex queue", queuedAcrossThreads<Plain>)->UseRealTime();
+QV_ROW("queued call between threads", "batch queue", queuedAcrossThreads<BatchQueue>)->UseRealTime();
+QV_ROW("call another thread and wait", "qv", roundTrip<QvThread>)->UseRealTime();
+#if defined(QV_PEER_BOOST)
+QV_ROW("call another thread and wait", "asio", roundTrip<Asio>)->UseRealTime();
 #endif
-BENCHMARK(roundTrip<Plain>)->UseRealTime();
+QV_ROW("call another thread and wait", "mutex queue", roundTrip<Plain>)->UseRealTime();
 
 /// Queue and run on one thread: what a call costs without any waiting.
 void queuedOnOneThread(benchmark::State& state) {
@@ -144,9 +179,9 @@ void queuedOnOneThread(benchmark::State& state) {
     }
     state.SetItemsProcessed(state.iterations() * calls);
 }
-BENCHMARK(queuedOnOneThread);
+QV_ROW("queued call on one thread", "qv", queuedOnOneThread);
 
-#if defined(QV_PEER_ASIO)
+#if defined(QV_PEER_BOOST)
 void asioOnOneThread(benchmark::State& state) {
     boost::asio::io_context context{1};
     for (auto _ : state) {
@@ -158,7 +193,7 @@ void asioOnOneThread(benchmark::State& state) {
     }
     state.SetItemsProcessed(state.iterations() * calls);
 }
-BENCHMARK(asioOnOneThread);
+QV_ROW("queued call on one thread", "asio", asioOnOneThread);
 #endif
 
 void fireDirectly(benchmark::State& state) {
@@ -167,8 +202,9 @@ void fireDirectly(benchmark::State& state) {
     for (int64_t i = 0; i < state.range(0); ++i) event.AddHandler([&sum](void*, int value) { sum += value; });
     for (auto _ : state) event.Fire(nullptr, 1);
     benchmark::DoNotOptimize(sum);
+    bench::setItems(state, 1);
 }
-BENCHMARK(fireDirectly)->Arg(0)->Arg(1)->Arg(4);
+QV_ROW("fire an event", "qv", fireDirectly)->ArgName("handlers")->Arg(0)->Arg(1)->Arg(4);
 
 }  // namespace
 BENCHMARK_MAIN();

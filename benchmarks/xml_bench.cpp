@@ -1,5 +1,6 @@
-// Parse and write of a generated document of 5 MB, beside libxml2 and pugixml. Bytes are those of the document.
-#include <benchmark/benchmark.h>
+// Parse and write of a generated document of 5 MB, beside libxml2, pugixml and TinyXML-2. Bytes are those of the
+// document.
+#include "rows.h"
 
 #include <cstdio>
 #include <cstdlib>
@@ -14,6 +15,9 @@
 #endif
 #if defined(QV_PEER_PUGIXML)
 #include <pugixml.hpp>
+#endif
+#if defined(QV_PEER_TINYXML2)
+#include <tinyxml2.h>
 #endif
 
 namespace {
@@ -43,21 +47,17 @@ qv::TSharedPtr<qv::CMemFile> fileOf(const std::string& text) {
     return file;
 }
 
-void setBytes(benchmark::State& state) {
-    state.SetBytesProcessed(static_cast<int64_t>(state.iterations()) * static_cast<int64_t>(document().size()));
-}
-
 void parseQv(benchmark::State& state) {
     const qv::TSharedPtr<qv::IFile> file = fileOf(document());
     for (auto _ : state) {
         qv::CXMLFile xml;
         file->SeekToBegin();
-        if (!xml.Load(file)) std::abort();
+        if (!xml.Load(file)) return state.SkipWithError("not parsed");
         benchmark::DoNotOptimize(xml.GetRoot());
     }
-    setBytes(state);
+    bench::setBytes(state, document().size());
 }
-BENCHMARK(parseQv)->Unit(benchmark::kMillisecond);
+QV_ROW("parse XML of 5 MB", "qv", parseQv)->Unit(benchmark::kMillisecond);
 
 void writeQv(benchmark::State& state) {
     qv::CXMLFile xml;
@@ -69,21 +69,23 @@ void writeQv(benchmark::State& state) {
         xml.Save(qv::TSharedPtr<qv::IFile>(file));
     }
     // The document is in our own layout already, so it must come back byte for byte.
-    if (std::string(reinterpret_cast<const char*>(file->GetData()), file->size()) != document()) std::abort();
-    setBytes(state);
+    if (std::string(reinterpret_cast<const char*>(file->GetData()), file->size()) != document()) {
+        state.SkipWithError("not the document");
+    }
+    bench::setBytes(state, document().size());
 }
-BENCHMARK(writeQv)->Unit(benchmark::kMillisecond);
+QV_ROW("write XML of 5 MB", "qv", writeQv)->Unit(benchmark::kMillisecond);
 
 #if defined(QV_PEER_LIBXML2)
 void parseLibxml2(benchmark::State& state) {
     for (auto _ : state) {
         xmlDoc* const doc = xmlReadMemory(document().data(), static_cast<int>(document().size()), nullptr, nullptr, 0);
-        if (doc == nullptr) std::abort();
+        if (doc == nullptr) return state.SkipWithError("not parsed");
         xmlFreeDoc(doc);
     }
-    setBytes(state);
+    bench::setBytes(state, document().size());
 }
-BENCHMARK(parseLibxml2)->Unit(benchmark::kMillisecond);
+QV_ROW("parse XML of 5 MB", "libxml2", parseLibxml2)->Unit(benchmark::kMillisecond);
 
 void writeLibxml2(benchmark::State& state) {
     xmlDoc* const doc = xmlReadMemory(document().data(), static_cast<int>(document().size()), nullptr, nullptr, 0);
@@ -95,21 +97,21 @@ void writeLibxml2(benchmark::State& state) {
         xmlFree(text);
     }
     xmlFreeDoc(doc);
-    setBytes(state);
+    bench::setBytes(state, document().size());
 }
-BENCHMARK(writeLibxml2)->Unit(benchmark::kMillisecond);
+QV_ROW("write XML of 5 MB", "libxml2", writeLibxml2)->Unit(benchmark::kMillisecond);
 #endif
 
 #if defined(QV_PEER_PUGIXML)
 void parsePugixml(benchmark::State& state) {
     for (auto _ : state) {
         pugi::xml_document doc;
-        if (!doc.load_buffer(document().data(), document().size())) std::abort();
+        if (!doc.load_buffer(document().data(), document().size())) return state.SkipWithError("not parsed");
         benchmark::DoNotOptimize(doc.first_child());
     }
-    setBytes(state);
+    bench::setBytes(state, document().size());
 }
-BENCHMARK(parsePugixml)->Unit(benchmark::kMillisecond);
+QV_ROW("parse XML of 5 MB", "pugixml", parsePugixml)->Unit(benchmark::kMillisecond);
 
 struct StringWriter : pugi::xml_writer {
     void write(const void* data, size_t size) override { text.append(static_cast<const char*>(data), size); }
@@ -124,9 +126,35 @@ void writePugixml(benchmark::State& state) {
         doc.save(writer);
         benchmark::DoNotOptimize(writer.text.size());
     }
-    setBytes(state);
+    bench::setBytes(state, document().size());
 }
-BENCHMARK(writePugixml)->Unit(benchmark::kMillisecond);
+QV_ROW("write XML of 5 MB", "pugixml", writePugixml)->Unit(benchmark::kMillisecond);
+#endif
+
+#if defined(QV_PEER_TINYXML2)
+void parseTinyxml2(benchmark::State& state) {
+    for (auto _ : state) {
+        tinyxml2::XMLDocument doc;
+        if (doc.Parse(document().data(), document().size()) != tinyxml2::XML_SUCCESS) {
+            return state.SkipWithError("not parsed");
+        }
+        benchmark::DoNotOptimize(doc.RootElement());
+    }
+    bench::setBytes(state, document().size());
+}
+QV_ROW("parse XML of 5 MB", "tinyxml2", parseTinyxml2)->Unit(benchmark::kMillisecond);
+
+void writeTinyxml2(benchmark::State& state) {
+    tinyxml2::XMLDocument doc;
+    doc.Parse(document().data(), document().size());
+    for (auto _ : state) {
+        tinyxml2::XMLPrinter printer;
+        doc.Print(&printer);
+        benchmark::DoNotOptimize(printer.CStrSize());
+    }
+    bench::setBytes(state, document().size());
+}
+QV_ROW("write XML of 5 MB", "tinyxml2", writeTinyxml2)->Unit(benchmark::kMillisecond);
 #endif
 
 }  // namespace

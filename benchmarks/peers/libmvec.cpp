@@ -1,0 +1,2 @@
+#define QV_PLACE libmvec
+#include "peers/planck_loops.h"
