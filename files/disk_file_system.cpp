@@ -41,11 +41,11 @@ void fillEntry(IFileSystem::CDirectoryEntry& entry, const platform::FileStatus& 
     entry.modified = CDateTime::FromFileTime(status.modifiedTicks);
 }
 
-/// Adds the entries of the listing's directory whose names pass the pattern; all of them when it is null.
-void addEntries(IFileSystem::CDirectoryListing& listing, const char16_t* openAs, const char16_t* pattern) {
+/// Adds the entries of a directory whose names pass the pattern; all of them when it is null.
+void addEntries(IFileSystem::CDirectoryListing& listing, std::u16string path, const char16_t* openAs,
+                const char16_t* pattern) {
     platform::DirectoryReader reader(nativePath(openAs).c_str());
     if (!succeeded(reader.error(), openAs, u"a directory to list")) return;
-    std::u16string path(listing.directory);
     if (!path.empty() && !isSeparator(path.back())) path += u'/';
     const size_t prefix = path.size();
     const char* name = nullptr;
@@ -56,7 +56,7 @@ void addEntries(IFileSystem::CDirectoryListing& listing, const char16_t* openAs,
         if (pattern != nullptr && !IFileSystem::WildcardMatch(pattern, entry.name)) continue;
         path.resize(prefix);
         path += entry.name;
-        StrCpy(entry.path, path.c_str(), IFileSystem::pathChars);
+        if (!Private::setPath(entry, path)) continue;
         fillEntry(entry, status);
         if (!listing.entries.Add(entry)) {
             SetDiagnostic(openAs, u"memory for all entries of a directory", u"too little");
@@ -127,8 +127,7 @@ IFileSystem::CDirectoryListing CFileSystem::GetDirectoryListing(const char16_t* 
         directory = current;
     }
     CDirectoryListing listing(this, directory);
-    if (*directory == 0) directory = u"/";
-    addEntries(listing, directory, pattern);
+    addEntries(listing, directory, *directory == 0 ? u"/" : directory, pattern);
     return listing;
 }
 
@@ -139,7 +138,7 @@ IFileSystem::CDirectoryListing CFileSystem::Find(const char16_t* pattern) {
     CDirectoryListing listing(this, directory.c_str());
     const char16_t* names = GetFilename(pattern);
     if (std::u16string_view(names) == u"*.*") names = u"*";
-    addEntries(listing, directory[0] == 0 ? u"." : directory.c_str(), names);
+    addEntries(listing, directory.c_str(), directory[0] == 0 ? u"." : directory.c_str(), names);
     for (CDirectoryEntry& entry : listing.entries) {
         const uint64_t ticks = entry.modified.ToFileTime();
         const uint64_t milliseconds = ticks / 10 % 1000;
@@ -155,7 +154,7 @@ IFileSystem::CDirectoryEntry CFileSystem::GetFileInfo(const char16_t* path) {
     if (wanted.empty() || platform::fileStatus(nativePath(wanted.c_str()).c_str(), status) != 0) return entry;
     fillEntry(entry, status);
     const std::u16string full = absolutePath(wanted.c_str());
-    StrCpy(entry.path, full.c_str(), pathChars);
+    (void)Private::setPath(entry, full);
     StrCpy(entry.name, GetFilename(full.c_str()), pathChars);
     return entry;
 }

@@ -1,5 +1,7 @@
 #include "qv/flat_file_system.h"
 
+#include <algorithm>
+#include <new>
 #include <unordered_set>
 
 #include "core/text.h"
@@ -49,9 +51,7 @@ bool refuse(const char16_t* path, const char16_t* expected) {
 
 }  // namespace
 
-CFlatFileSystem::CFlatFileSystem() : m_lock(std::make_shared<std::recursive_mutex>()) {
-    m_entries.SetGrowthRate(Private::doublingRate);
-}
+CFlatFileSystem::CFlatFileSystem() : m_lock(std::make_shared<std::recursive_mutex>()) {}
 
 CFlatFileSystem::~CFlatFileSystem() = default;
 
@@ -71,26 +71,50 @@ std::u16string CFlatFileSystem::fullPath(const char16_t* path) {
     return full.empty() ? u"/" : full;
 }
 
-uint32_t CFlatFileSystem::find(const std::u16string& path) {
-    for (; m_indexed < m_entries.size(); ++m_indexed) {
-        m_byPath.try_emplace(folded(m_entries.data()[m_indexed].path), m_indexed);
+void CFlatFileSystem::learnPaths() {
+    for (; m_indexed < fileCount(); ++m_indexed) {
+        const ENTRY& entry = m_entries[m_indexed];
+        if (!m_byPath.try_emplace(folded(entry.what->path), entry.serial).second) m_repeats = true;
     }
-    const auto found = m_byPath.find(folded(path));
-    return found == m_byPath.end() ? nowhere : found->second;
 }
 
-bool CFlatFileSystem::addEntry(const CDirectoryEntry& entry) { return m_entries.Add(entry); }
+uint32_t CFlatFileSystem::find(const std::u16string& path) {
+    learnPaths();
+    const auto found = m_byPath.find(folded(path));
+    if (found == m_byPath.end()) return nowhere;
+    const auto isBefore = [](const ENTRY& entry, uint64_t serial) { return entry.serial < serial; };
+    const auto at = std::lower_bound(m_entries.begin(), m_entries.end(), found->second, isBefore);
+    return static_cast<uint32_t>(at - m_entries.begin());
+}
+
+bool CFlatFileSystem::addEntry(const CDirectoryEntry& entry) {
+    try {
+        m_entries.push_back({std::make_unique<CDirectoryEntry>(entry), m_lastSerial + 1});
+    } catch (const std::bad_alloc&) {
+        return false;
+    }
+    ++m_lastSerial;
+    return true;
+}
 
 void CFlatFileSystem::removeEntry(uint32_t index) {
-    m_entries.Remove(index);
-    m_byPath.clear();  // the later ones have moved up
-    m_indexed = 0;
+    learnPaths();
+    if (m_repeats) {  // One behind it may be the first of its path now.
+        m_byPath.clear();
+        m_indexed = 0;
+        m_repeats = false;
+    } else {
+        m_byPath.erase(folded(entryAt(index).path));
+        --m_indexed;
+    }
+    m_entries.erase(m_entries.begin() + index);
 }
 
 void CFlatFileSystem::removeAllEntries() {
-    m_entries.Empty();
+    m_entries.clear();
     m_byPath.clear();
     m_indexed = 0;
+    m_repeats = false;
 }
 
 IFileSystem::CDirectoryListing CFlatFileSystem::GetDirectoryListing(const char16_t* directory,
@@ -103,7 +127,8 @@ IFileSystem::CDirectoryListing CFlatFileSystem::GetDirectoryListing(const char16
         return (pattern != nullptr && !WildcardMatch(pattern, entry.name)) || listing.entries.Add(entry);
     };
     std::unordered_set<std::u16string> directories;
-    for (const CDirectoryEntry& entry : m_entries) {
+    for (const ENTRY& each : m_entries) {
+        const CDirectoryEntry& entry = *each.what;
         const std::u16string path(entry.path), lower = folded(path);
         if (!lower.starts_with(start) || !isFullPath(path)) continue;
         const size_t end = path.find(u'/', start.size());
@@ -120,7 +145,8 @@ IFileSystem::CDirectoryEntry CFlatFileSystem::GetFileInfo(const char16_t* path) 
     if (full == u"/") return directoryEntry(full);
     if (const uint32_t index = find(full); index != nowhere) return entryAt(index);
     const std::u16string start = folded(full) + u'/';
-    for (const CDirectoryEntry& entry : m_entries) {
+    for (const ENTRY& each : m_entries) {
+        const CDirectoryEntry& entry = *each.what;
         if (folded(entry.path).starts_with(start) && isFullPath(entry.path)) return directoryEntry(full);
     }
     return {};

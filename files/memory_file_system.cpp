@@ -155,8 +155,9 @@ MemoryNode* openNode(MemoryTree& tree, const std::u16string& path, uint32_t flag
         if (node->folder) return fail(u"a folder");
         if (disposition == Disposition::createNew) return fail(u"a file that is there already");
         const bool truncates = disposition == Disposition::createTruncate;
-        const Private::Opening opening = MemoryFile::openingOf(flags);
-        if (node->readOnly && (opening.write || truncates)) return fail(u"a read-only file");
+        Private::Opening opening = MemoryFile::openingOf(flags);
+        opening.write = opening.write || truncates;
+        if (node->readOnly && opening.write) return fail(u"a read-only file");
         if (!node->openers.allow(opening)) return fail(u"a sharing conflict with another that has it open");
         if (!truncates) return node;
         node->bytes.resize(0);
@@ -208,7 +209,7 @@ IFileSystem::CDirectoryListing CMemoryFileSystem::GetDirectoryListing(const char
                                                                       const char16_t* pattern) {
     const std::u16string current = m_tree->current.get();
     CDirectoryListing listing(this, directory == nullptr ? current.c_str() : directory);
-    const std::u16string path = *listing.directory == 0 ? u"/" : m_tree->current.key(listing.directory);
+    const std::u16string path = m_tree->current.listed(directory);
     const Guard guard(m_tree->lock);
     const MemoryNode* const folder = m_tree->find(path);
     if (folder == nullptr || !folder->folder) {

@@ -217,7 +217,7 @@ IFileSystem::CDirectoryListing CMergedFileSystem::GetDirectoryListing(const char
                                                                       const char16_t* pattern) {
     const std::u16string current = m_state->current.get();
     CDirectoryListing listing(this, directory == nullptr ? current.c_str() : directory);
-    const std::u16string path = *listing.directory == 0 ? u"/" : m_state->current.key(listing.directory);
+    const std::u16string path = m_state->current.listed(directory);
     const Guard guard(m_state->lock);
     if (!m_state->layers.list(path, pattern, listing.entries)) {
         refuse(path, u"memory for all entries of a directory", u"too little");
@@ -234,7 +234,8 @@ IFileSystem::CDirectoryEntry CMergedFileSystem::GetFileInfo(const char16_t* path
     if (full == u"/") entry.type = typeDirectory;
     if (full == u"/") entry.name[0] = 0;
     if (entry.type == typeNothing) return CDirectoryEntry();
-    StrCpy(entry.path, Private::joinedPath(Private::parentPath(full), entry.name).c_str(), pathChars);
+    entry.path[0] = 0;
+    (void)Private::setPath(entry, Private::joinedPath(Private::parentPath(full), entry.name));
     return entry;
 }
 
@@ -305,7 +306,9 @@ bool CMergedFileSystem::RemoveDirectoryW(const char16_t* path, bool recursive) {
 
 bool CMergedFileSystem::SetCurrentWorkingDirectory(const char16_t* path) {
     const CDirectoryEntry entry = GetFileInfo(path);
-    if (entry.type != typeDirectory) return refuse(path == nullptr ? u"" : path, u"a directory to change to", u"none");
+    if (entry.type != typeDirectory || *entry.path == 0) {
+        return refuse(path == nullptr ? u"" : path, u"a directory to change to", u"none");
+    }
     m_state->current.set(entry.path);
     return true;
 }

@@ -104,8 +104,7 @@ bool Layers::list(const std::u16string& path, const char16_t* pattern, TArray<En
             if (layer.isMarked(entry.path)) continue;
             const std::u16string viewPath = joinedPath(path, entry.name);
             if (!names.insert(folded(entry.name)).second && isShadowed(layer, viewPath)) continue;
-            StrCpy(entry.path, viewPath.c_str(), IFileSystem::pathChars);
-            if (!entries.Add(entry)) return false;
+            if (setPath(entry, viewPath) && !entries.Add(entry)) return false;
         }
     }
     return true;

@@ -83,11 +83,12 @@ class ResourceFile : public IFile {
 public:
     using State = std::shared_ptr<CRFSFileSystem::State>;
 
-    ResourceFile(State state, const Resource& resource)
+    ResourceFile(State state, const Resource& resource, bool reads)
         : m_state(std::move(state)),
           m_path(resource.path),
           m_data(static_cast<const uint8_t*>(resource.what->data)),
-          m_size(static_cast<int64_t>(resource.what->size)) {}
+          m_size(static_cast<int64_t>(resource.what->size)),
+          m_reads(reads) {}
 
     char16_t* GetFilename(char16_t* buffer, int bufferChars) override {
         if (bufferChars > 0) StrCpy(buffer, m_path.c_str(), static_cast<size_t>(bufferChars));
@@ -99,6 +100,7 @@ public:
     }
     uint32_t Write(const void*, uint32_t) override { return refuseChange(m_path.c_str()) ? 1 : 0; }
     uint32_t Read(void* data, uint32_t count) override {
+        if (!m_reads) return refuse(m_path, u"a file to read from", u"one not open for reading") ? 1 : 0;
         count = static_cast<uint32_t>(std::clamp<int64_t>(m_size - m_position, 0, count));
         if (count != 0) std::memcpy(data, m_data + m_position, count);
         m_position += count;
@@ -121,6 +123,7 @@ private:
     std::u16string m_path;
     const uint8_t* m_data;
     int64_t m_size, m_position = 0;
+    bool m_reads;
 };
 
 /// Null, with a diagnostic, for flags that ask for more than reading what is there.
@@ -189,7 +192,7 @@ TSharedPtr<IFile> CRFSFileSystem::CreateFileW(const char16_t* path, uint32_t fla
         refuse(full, u"a file to open", u"no resource of that name");
         return nullptr;
     }
-    TSharedPtr<IFile> file(new ResourceFile(m_state, *found));
+    TSharedPtr<IFile> file(new ResourceFile(m_state, *found, (flags & CFile::accessRead) != 0));
     if (flags & CFile::append) file->SeekToEnd();
     return file;
 }
@@ -197,7 +200,7 @@ TSharedPtr<IFile> CRFSFileSystem::CreateFileW(const char16_t* path, uint32_t fla
 IFileSystem::CDirectoryListing CRFSFileSystem::GetDirectoryListing(const char16_t* directory, const char16_t* pattern) {
     const std::u16string current = m_state->current.get();
     CDirectoryListing listing(this, directory == nullptr ? current.c_str() : directory);
-    const std::u16string path = *listing.directory == 0 ? u"/" : m_state->current.key(listing.directory);
+    const std::u16string path = m_state->current.listed(directory);
     const std::u16string prefix = prefixOf(path);
     const Guard guard(m_state->lock);
     CDirectoryEntry entry;

@@ -5,6 +5,7 @@
 
 #include "core/text.h"
 #include "files/native_path.h"
+#include "qv/diagnostic.h"
 
 namespace qv::Private {
 
@@ -61,6 +62,12 @@ bool fitBuffer(std::u16string_view text, char16_t* buffer, int bufferChars) {
     return true;
 }
 
+bool setPath(IFileSystem::CDirectoryEntry& entry, std::u16string_view path) {
+    if (path.empty() || fitBuffer(path, entry.path, IFileSystem::pathChars)) return true;
+    SetDiagnostic(CString(path), u"a path of less than 512 characters", u"a longer one");
+    return false;
+}
+
 std::u16string folded(std::u16string_view given) {
     std::u16string lower(given);
     for (char16_t& unit : lower) unit = text::toLower(unit);
@@ -75,6 +82,11 @@ std::u16string WorkingDirectory::key(const char16_t* path) const {
     std::u16string full = absolute(path);
     if (full.size() > 1 && full.back() == u'/') full.pop_back();
     return full;
+}
+
+std::u16string WorkingDirectory::listed(const char16_t* directory) const {
+    if (directory == nullptr) return get();
+    return *directory == 0 ? u"/" : key(directory);
 }
 
 void WorkingDirectory::set(std::u16string path) {

@@ -5,6 +5,8 @@
 #include <string>
 #include <string_view>
 
+#include "qv/file_system.h"
+
 namespace qv::Private {
 
 /// `path`, taken from `current` unless it begins with a separator, with `/` between its pieces and without `.`, `..`
@@ -23,6 +25,10 @@ std::u16string joinedPath(std::u16string_view directory, std::u16string_view nam
 /// False, with the buffer untouched, when the text is empty or does not fit with its terminator.
 bool fitBuffer(std::u16string_view text, char16_t* buffer, int bufferChars);
 
+/// Gives an entry its path. One that does not fit whole would name another file: false with a diagnostic, and the
+/// entry's path is as it was.
+bool setPath(IFileSystem::CDirectoryEntry& entry, std::u16string_view path);
+
 /// Lower-case units, for comparisons without regard to case.
 std::u16string folded(std::u16string_view text);
 
@@ -33,6 +39,8 @@ public:
     std::u16string absolute(const char16_t* path) const;
     /// The same without a trailing separator, as file systems look for it.
     std::u16string key(const char16_t* path) const;
+    /// The directory to list: this one for a null pointer, the root for an empty path.
+    std::u16string listed(const char16_t* directory) const;
     void set(std::u16string path);
     std::u16string get() const;
 

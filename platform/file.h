@@ -36,6 +36,9 @@ void closeFile(FileHandle file);
 /// Claims what an opener does and denies against all other claims on the file, and holds it until the descriptor and
 /// its duplicates are closed. sharingViolation when there is a conflict; 0 also where the file system has no locks.
 int claimShares(FileHandle file, bool read, bool write, bool shareRead, bool shareWrite);
+/// The claim to write, for a descriptor that can only read, and its end.
+int claimWritingFromReader(FileHandle file);
+void endWritingFromReader(FileHandle file);
 
 /// The bytes moved; below `count` at the end of the data, or with `error` set.
 uint32_t readFile(FileHandle file, void* data, uint32_t count, int& error);

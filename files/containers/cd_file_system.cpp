@@ -242,7 +242,6 @@ void CCDFileSystem::learnPlaces() {
     const auto learn = [this](const CDirectoryEntry& entry) {
         m_places.push_back({numberOf(entry, offsetName), numberOf(entry, capacityName)});
     };
-    m_places.reserve(size_t{fileCount()} + 1);
     learn(m_root);
     for (uint32_t i = 0; i < fileCount(); ++i) learn(entryAt(i));
 }
@@ -378,7 +377,7 @@ bool CCDFileSystem::DeleteFileW(const char16_t* path) {
     if (m_readOnly) return refuse(path, u"a container that may be changed", u"one that is read only");
     (void)setEntrySize(static_cast<int>(index), 0);
     removeEntry(index);
-    m_places.clear();
+    m_places.erase(m_places.begin() + (static_cast<int>(index) - table));
     m_changed = true;
     for (CCDFile* const file : m_openFiles) {
         if (file->m_index == static_cast<int>(index)) {

@@ -3,6 +3,7 @@
 #pragma once
 
 #include <cstdint>
+#include <deque>
 #include <memory>
 #include <vector>
 
@@ -134,7 +135,7 @@ private:
     std::shared_ptr<Session> m_session;  ///< What files know of this object; a new one for each container.
     std::vector<CCDFile*> m_openFiles;   ///< Those that are renumbered when a file is deleted.
     CDirectoryEntry m_root;
-    std::vector<Place> m_places;  ///< Of the root and of all files, or empty while they are not known.
+    std::deque<Place> m_places;  ///< Of the root and of all files, or empty while they are not known.
     int64_t m_base = 0;
     bool m_readOnly = false;
     bool m_saving = false;   ///< Places are told entry by entry, since a table that grows moves all files many times.

@@ -289,8 +289,9 @@ public:
     ///
     /// Sharing: what this opener does (reads, writes) and what it denies to others hold against every other open CFile
     /// on the file, in this process and in others; the later of two that conflict fails. Without share and deny bits a
-    /// reader denies writing and a writer denies both. It is decided before anything is truncated. Programs that do
-    /// not use this library are not held to it, nor are file systems without locks.
+    /// reader denies writing and a writer denies both. It is decided before anything is truncated, and truncating is
+    /// writing, whatever the access. Programs that do not use this library are not held to it, nor are file systems
+    /// without locks.
     /// An access that denies nothing costs two fcntl calls for reading and two for writing; each denial two more.
     /// Reads and writes cost nothing. Two that conflict and open at the very same moment may both fail.
     /// A child process that inherits the descriptor without an exec keeps the file claimed until it exits.

@@ -53,8 +53,8 @@ public:
 
     /// The entries of one directory, in the order in which the system gave them until Sort is called.
     struct QV_API CDirectoryListing {
-        IFileSystem* fileSystem = nullptr;  ///< Whose listing it is; not owned.
-        char16_t directory[pathChars] = {};
+        IFileSystem* fileSystem = nullptr;   ///< Whose listing it is; not owned.
+        char16_t directory[pathChars] = {};  ///< Cut at 511 characters; the entries are those of the whole path.
         TArray<CDirectoryEntry> entries;
 
         CDirectoryListing();
@@ -110,9 +110,11 @@ public:
     virtual bool CopyFileW(const char16_t* from, const char16_t* to, bool overwrite, CopyCallback callback,
                            void* context);
 
-    /// The entries of a directory whose names pass WildcardMatch(pattern); all of them when `pattern` is null.
+    /// The entries of a directory whose names pass WildcardMatch(pattern); all of them when `pattern` is null. One
+    /// whose path does not fit its entry is left out, with a diagnostic.
     virtual CDirectoryListing GetDirectoryListing(const char16_t* directory, const char16_t* pattern) = 0;
-    /// What is at `path`; an entry of type typeNothing when there is nothing.
+    /// What is at `path`; an entry of type typeNothing when there is nothing. Its own path is empty, with a diagnostic,
+    /// where it does not fit.
     virtual CDirectoryEntry GetFileInfo(const char16_t* path) = 0;
     /// @param attributes  Bit 4 read-only, bit 8 hidden; neither is a normal file.
     virtual bool SetFileAttributesW(const char16_t* path, uint32_t attributes);

@@ -2,13 +2,13 @@
 #pragma once
 
 #include <cstdint>
+#include <deque>
 #include <memory>
 #include <mutex>
 #include <string>
 #include <unordered_map>
 
 #include "qv/api.h"
-#include "qv/array.h"
 #include "qv/file_system.h"
 
 namespace qv {
@@ -52,10 +52,10 @@ protected:
 
     /// "" for a null path.
     static std::u16string fullPath(const char16_t* path);
-    uint32_t fileCount() const { return m_entries.size(); }
+    uint32_t fileCount() const { return static_cast<uint32_t>(m_entries.size()); }
     /// The index of a file by its full path; nowhere when there is none. Of two of one path it is the first.
     uint32_t find(const std::u16string& path);
-    CDirectoryEntry& entryAt(uint32_t index) { return m_entries.data()[index]; }
+    CDirectoryEntry& entryAt(uint32_t index) { return *m_entries[index].what; }
     /// False without memory.
     bool addEntry(const CDirectoryEntry& entry);
     void removeEntry(uint32_t index);
@@ -65,9 +65,17 @@ protected:
     const std::shared_ptr<std::recursive_mutex> m_lock;
 
 private:
-    TArray<CDirectoryEntry> m_entries;
-    std::unordered_map<std::u16string, uint32_t> m_byPath;  ///< In lower case.
+    struct ENTRY {
+        std::unique_ptr<CDirectoryEntry> what;
+        uint64_t serial;  ///< Rising from entry to entry, and never changed: an index that removals do not move.
+    };
+    void learnPaths();
+
+    std::deque<ENTRY> m_entries;                            ///< Cheap to remove from at both ends.
+    std::unordered_map<std::u16string, uint64_t> m_byPath;  ///< Serials by path in lower case.
     uint32_t m_indexed = 0;                                 ///< Entries that m_byPath knows.
+    uint64_t m_lastSerial = 0;
+    bool m_repeats = false;  ///< Of several entries of one path m_byPath knows the first.
 };
 
 }  // namespace qv

@@ -76,10 +76,13 @@ int openByDisposition(const OpenRequest& request, Descriptor& file, bool& create
     return error;
 }
 
-/// Also for a file that is not open for writing.
+/// Also for a file that is not open for writing, but writes for this moment.
 int truncateToEmpty(int fd, bool writable) {
     if (writable) return errorOf(retried([&] { return ftruncate(fd, 0); }));
-    return errorOf(retried([&] { return truncate(procName(fd).c_str(), 0); }));
+    if (const int error = claimWritingFromReader(fd)) return error;
+    const int error = errorOf(retried([&] { return truncate(procName(fd).c_str(), 0); }));
+    endWritingFromReader(fd);
+    return error;
 }
 
 void applyMode(int fd, const OpenRequest& request, bool created, mode_t present) {

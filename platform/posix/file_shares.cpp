@@ -88,4 +88,13 @@ int claimShares(FileHandle file, bool read, bool write, bool shareRead, bool sha
     return 0;
 }
 
+int claimWritingFromReader(FileHandle file) {
+    const int fd = static_cast<int>(file);
+    const int error = holdClaim(fd, writes, true);
+    if (error == EAGAIN) return sharingViolation;
+    return error == 0 && isHeldByOther(fd, opposite(writes)) ? sharingViolation : 0;
+}
+
+void endWritingFromReader(FileHandle file) { (void)lockByte(static_cast<int>(file), F_UNLCK, rangeStart(writes)); }
+
 }  // namespace qv::platform

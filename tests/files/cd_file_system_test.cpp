@@ -216,6 +216,13 @@ TEST_F(CDFileSystem, AHostileTableIsHarmless) {
     EXPECT_TRUE(container.CreateFileW(CString(std::string(258, 'm').c_str()).c_str(), CFile::createNew));
     EXPECT_FALSE(container.CreateFileW(CString(std::string(259, 'm').c_str()).c_str(), CFile::createNew));
     EXPECT_FALSE(container.CreateFileW(u"a", CFile::openExisting)->SetSize(INT64_MAX - 8192));
+    // Of two files of one name the first counts, as long as it is there.
+    write(good + good, 2, root);
+    ASSERT_TRUE(container.Open(path.c_str(), false));
+    EXPECT_TRUE(container.DeleteFileW(u"o"));
+    EXPECT_EQ(get(container, u"o"), "other");
+    EXPECT_TRUE(container.DeleteFileW(u"o"));
+    EXPECT_FALSE(container.FileExists(u"o"));
     // What lies far out can be looked at; a footer behind it would make a file of that size.
     write(entry("x", "/x", 2, 0, 0, "1152921504606846976", "0") + good, 2, root);
     EXPECT_FALSE(container.Open(path.c_str(), false));

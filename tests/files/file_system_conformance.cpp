@@ -65,6 +65,10 @@ TEST_P(FileSystemConformance, ListsAndFinds) {
     EXPECT_EQ(list(u"dir\\sub/"), "d ");
     EXPECT_EQ(list(u"none"), "");
     EXPECT_EQ(list(u"a.txt"), "");
+    std::u16string roundabout = u"dir";
+    while (roundabout.size() < 600) roundabout += u"/../dir";
+    // The entries of the disk have the path as it was given, which is too long for them.
+    EXPECT_EQ(list(roundabout), &system() == &fileSystem() ? "" : "c.txt sub/ ");
     const auto info = system().GetFileInfo(path(u"dir\\c.txt").c_str());
     EXPECT_EQ(info.size, 3);
     EXPECT_EQ(CString(info.name), CString(u"c.txt"));
@@ -150,6 +154,15 @@ TEST_P(FileSystemConformance, ShareModesBindInBothDirections) {
             EXPECT_EQ(two != nullptr, fits) << first << " " << second;
         }
     }
+    // Truncating is writing, also for one that only reads.
+    if (!GetParam().truncates) return;
+    TSharedPtr<IFile> reader = open(u"a", 0x212);
+    EXPECT_FALSE(open(u"a", 0x318));
+    EXPECT_EQ(reader->GetSize(), 3);
+    reader = open(u"a", 0x312);
+    EXPECT_TRUE(open(u"a", 0x318));
+    EXPECT_EQ(reader->GetSize(), 0);
+    EXPECT_TRUE(open(u"a", 0x222));  // It was one for that moment.
 }
 
 TEST_P(FileSystemConformance, DirectoriesComeAndGo) {

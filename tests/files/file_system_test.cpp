@@ -366,6 +366,23 @@ TEST(Disk, DeletingAsksForTheAttributesFirst) {
     EXPECT_EQ(system.seen, (std::vector<uint32_t>{0x80, 0}));
 }
 
+TEST(Disk, PathsThatDoNotFitAnEntryAreNotCut) {
+    const TempFolder folder;
+    std::u16string deep(folder.path().view());
+    for (int i = 0; i < 3; ++i) {
+        deep += u"/" + std::u16string(200, u'd');
+        ASSERT_TRUE(fileSystem().CreateDirectoryW(deep.c_str(), false));
+    }
+    writeFile(CString(deep) + u"/f", "x");
+    ClearDiagnostic();
+    EXPECT_EQ(fileSystem().GetDirectoryListing(deep.c_str(), nullptr).entries.size(), 0u);
+    EXPECT_EQ(LastDiagnostic().file, CString(deep) + u"/f");
+    const auto info = fileSystem().GetFileInfo((deep + u"/f").c_str());
+    EXPECT_EQ(info.size, 1);
+    EXPECT_EQ(CString(info.name), CString(u"f"));
+    EXPECT_EQ(*info.path, 0);
+}
+
 TEST(Disk, FoldersAreCreatedAndRemovedRecursively) {
     const TempFolder folder, outside;
     writeFile(outside.path(u"precious"), "x");

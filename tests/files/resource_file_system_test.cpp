@@ -24,6 +24,7 @@ TEST(Resources, AreReadWhereTheyAre) {
     const TSharedPtr<IFile> file = system.CreateFileW(u"/a.TXT", 0x11);
     bytes[1] = 'X';
     EXPECT_EQ(bytesOf(*file), "aXc");
+    EXPECT_EQ(system.CreateFileW(u"/a.txt", 0x2)->Read(bytes, 1), 0u);  // Not open for reading.
     ASSERT_TRUE(system.Find(u"/a.txt"));
     EXPECT_EQ(system.Find(u"/a.txt")->data, bytes);
     EXPECT_EQ(system.GetFileInfo(u"/a.txt").modified.ToUnixTime(), 1'700'000'000);
