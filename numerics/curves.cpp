@@ -15,8 +15,18 @@ constexpr double smallestSum = 1e-8;
 struct Correlation {
     Double2 p, y, pp, yy, py;
     uint32_t count = 0;
+    double firstP = 0.0;
+    double firstY = 0.0;
+    bool pVaries = false;
+    bool yVaries = false;
 
     void add(double pValue, double yValue) {
+        if (count == 0) {
+            firstP = pValue;
+            firstY = yValue;
+        }
+        pVaries |= pValue != firstP;
+        yVaries |= yValue != firstY;
         accumulate(p, Double2{pValue, 0.0});
         accumulate(y, Double2{yValue, 0.0});
         accumulate(pp, twoProduct(pValue, pValue));
@@ -29,6 +39,8 @@ struct Correlation {
         const Double2 sumP = twoSum(p.hi, p.lo);
         const Double2 sumY = twoSum(y.hi, y.lo);
         if (std::fabs(sumY.hi) < smallestSum || std::fabs(sumP.hi) < smallestSum) return 0.0;
+        // 0 / 0, of which rounding would make anything from 0 to 1.
+        if (!pVaries || !yVaries) return std::numeric_limits<double>::quiet_NaN();
         const double covariance = spread(py, sumP, sumY);
         return covariance * covariance / (spread(pp, sumP, sumP) * spread(yy, sumY, sumY));
     }

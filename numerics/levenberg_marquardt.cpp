@@ -164,6 +164,8 @@ private:
         if (sumSettled(m_settings.sumTolerance) || m_radius <= m_settings.parameterTolerance * m_length) {
             return LevenbergMarquardtResult::converged;
         }
+        // Numbers near the end of the range have made a NaN of the step: the next one would be the same.
+        if (std::isnan(m_ratio)) return LevenbergMarquardtResult::notFinite;
         if (m_calls >= m_settings.maxCalls) return LevenbergMarquardtResult::tooManyCalls;
         if (sumSettled(epsilon) || m_radius <= epsilon * m_length || m_gradient <= epsilon) {
             return LevenbergMarquardtResult::exhausted;

@@ -29,7 +29,7 @@ enum class LevenbergMarquardtResult {
     converged,     ///< a tolerance was met
     exhausted,     ///< no tolerance was met, but double precision allows no further gain
     tooManyCalls,  ///< maxCalls ran out
-    notFinite,     ///< the residuals or their derivatives at the point reached are not finite
+    notFinite,     ///< the residuals, their derivatives at the point reached, or the step from it are not finite
 };
 
 /// Minimises the sum of squares of `residualCount` residuals, starting from and ending in `parameters`.

@@ -17,10 +17,10 @@ void Planck(TArray<double>& x, TArray<double>& y, double temperature, double emi
     y.Empty();
     const uint32_t count = x.size();
     if (!y.SetSize(count)) return;
-    constexpr uint32_t blockLength = 512;  // stays in the first-level cache from one kernel to the other
+    constexpr size_t blockLength = 512;  // stays in the first-level cache from one kernel to the other
     const kernels::KernelTable& table = kernels::kernels();
-    for (uint32_t done = 0; done < count; done += blockLength) {
-        const uint32_t n = std::min(blockLength, count - done);
+    for (size_t done = 0; done < count; done += blockLength) {
+        const size_t n = std::min(blockLength, count - done);
         const double* axis = x.data() + done;
         double* values = y.data() + done;
         table.planckStrengths(axis, values, n);

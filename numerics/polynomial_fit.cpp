@@ -75,8 +75,9 @@ public:
         : m_order(static_cast<size_t>(order)), m_powers(2 * m_order + 1), m_products(m_order + 1) {}
 
     Moments sum(const double* x, const double* y, uint32_t count, const Scaling& scaling) {
-        for (uint32_t first = 0; first < count; first += blockPoints) {
-            takeBlock(x + first, y + first, std::min(blockPoints, count - first), scaling);
+        for (size_t first = 0; first < count; first += blockPoints) {
+            const size_t n = std::min<size_t>(blockPoints, count - first);
+            takeBlock(x + first, y + first, static_cast<uint32_t>(n), scaling);
             addBlock();
         }
         Moments moments;

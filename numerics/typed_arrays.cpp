@@ -1,6 +1,5 @@
 // The array operations of qv/typed_data.h: tags in, one kernel found, one call.
 #include <algorithm>
-#include <atomic>
 #include <cstddef>
 
 #include "numerics/block_order.h"
@@ -44,8 +43,7 @@ void convertStreaming(KernelTable::Binary convert, STypedData dst, STypedData sr
         convert(block, elementAt(src, done), blockLength);
         kernels::kernels().stream(elementAt(dst, done), block, sizeof block);
     }
-    // Other threads see streamed bytes only behind a fence.
-    std::atomic_thread_fence(std::memory_order_seq_cst);
+    kernels::kernels().endStream();
     convert(elementAt(dst, done), elementAt(src, done), count - done);
 }
 

@@ -39,7 +39,7 @@ double readElement(const void* elements, EDataType type, size_t index) {
         case EDataType::int32: return load<int32_t>(elements, index);
         case EDataType::uint32: return load<uint32_t>(elements, index);
         case EDataType::int64: return static_cast<double>(load<int64_t>(elements, index));
-        case EDataType::uint64: return static_cast<double>(load<uint64_t>(elements, index));
+        case EDataType::uint64: return kernels::fromUInt64(load<uint64_t>(elements, index));
         case EDataType::flt32: return static_cast<double>(load<float>(elements, index));
         case EDataType::flt64: return load<double>(elements, index);
         case EDataType::rgb24: return readRGB(elements, index);

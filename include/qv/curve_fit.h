@@ -25,9 +25,9 @@ namespace qv {
 /// @param fit       Which parameters are free; the others keep their value. Missing entries count as false.
 /// @param maxCalls  Bound on evaluations of the whole data set; those of the Jacobian, one per free parameter, count.
 /// @return  True when a convergence test was met or no further gain is possible in double precision. False when
-///          maxCalls ran out or the model's values or derivatives are not finite where the fit stands; and, with
-///          `params` untouched, for no free parameter, fewer points than free parameters, unequal lengths, or maxCalls
-///          below 1.
+///          maxCalls ran out or the model's values, derivatives or the next step are not finite where the fit stands;
+///          and, with `params` untouched, for no free parameter, fewer points than free parameters, unequal lengths, or
+///          maxCalls below 1.
 QV_API bool lmfit(TArray<double>& x, TArray<double>& y, TArray<double>& params, TArray<bool> fit,
                   double (*model)(double x, double* params, int count), int maxCalls);
 

@@ -31,20 +31,23 @@ public:
     /// @param countsType  Of the frames to come: whether the table is worth it. Frames of another type convert as well.
     CCountsConverter(const CRCalFile& calibration, int32_t page, EDataType countsType);
 
-    /// Any function of the counts, with its calibrated range. The function must bear calls from several threads.
+    /// Any function of the counts, with its calibrated range. The function must bear calls from several threads, and,
+    /// for counts of 8 and 16 bits, one here for every number of 16 bits. What it throws passes through: here, and in
+    /// Convert, which then has written some of dst.
     CCountsConverter(std::function<double(double)> ofCounts, double minCounts, double maxCounts, EDataType countsType);
 
     /// False when the page does not exist or has no polynomials: Convert then does nothing.
     bool IsValid() const { return m_ofCounts != nullptr || !m_toRadiance.empty(); }
 
     /// dst[i] = the value of counts[i], computed in double and stored by the element rule of qv/typed_data.h. flt32 is
-    /// the fast destination. Types that are not handled leave dst as it is. The arrays must not overlap.
+    /// the fast destination. Types that are not handled leave dst as it is. The arrays must not overlap; they need not
+    /// be aligned.
     COUNTS_OUTSIDE Convert(STypedData dst, STypedData counts, uint32_t count) const;
 
 private:
     void makeTable(EDataType countsType);
     void evaluate(double* values, uint32_t count) const;
-    COUNTS_OUTSIDE convertByTable(float* dst, STypedData counts, uint32_t count) const;
+    COUNTS_OUTSIDE convertByTable(STypedData dst, STypedData counts, uint32_t count) const;
     COUNTS_OUTSIDE convertDirectly(STypedData dst, STypedData counts, uint32_t count) const;
 
     std::function<double(double)> m_ofCounts;

@@ -122,8 +122,9 @@ public:
     /// Bytes of all elements, as a 32-bit product.
     uint32_t sizeInBytes() const { return DataTypeSize(type()) * size(); }
 
-    /// The element as a double; an rgb24 element reads as the mean of its channels. 0.0 for rgb48, `none`, null data
-    /// and a null `this`. The index is not checked.
+    /// The element as a double; an rgb24 element reads as the mean of its channels, a uint64 from 2^63 on as its bits
+    /// taken for an int64 plus 2^64, rounded twice. 0.0 for rgb48, `none`, null data and a null `this`. The index is
+    /// not checked.
     double getAt(uint32_t index) const;
 
     /// Stores `value` by the element rule; a uint64 element also takes values from 2^63 on. Does nothing for the RGB

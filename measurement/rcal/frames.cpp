@@ -78,12 +78,12 @@ COUNTS_OUTSIDE CCountsConverter::Convert(STypedData dst, STypedData counts, uint
     if (!IsValid()) return {};
     const bool sameSign = isSigned(counts.type) == (m_tableType == EDataType::int16);
     if (dst.type == EDataType::flt32 && hasTable(counts.type) && !m_table.empty() && sameSign) {
-        return convertByTable(static_cast<float*>(dst.pointer), counts, count);
+        return convertByTable(dst, counts, count);
     }
     return convertDirectly(dst, counts, count);
 }
 
-COUNTS_OUTSIDE CCountsConverter::convertByTable(float* dst, STypedData counts, uint32_t count) const {
+COUNTS_OUTSIDE CCountsConverter::convertByTable(STypedData dst, STypedData counts, uint32_t count) const {
     const kernels::KernelTable& table = kernels::kernels();
     const bool narrow = DataTypeSize(counts.type) == 1;
     // Counts are whole: the bounds may be rounded inwards and compared as integers.
@@ -92,8 +92,8 @@ COUNTS_OUTSIDE CCountsConverter::convertByTable(float* dst, STypedData counts, u
     const size_t kind = m_tableType == EDataType::int16 ? 1 : 0;
     COUNTS_OUTSIDE outside;
     uint16_t widened[blockLength];
-    for (uint32_t done = 0; done < count; done += blockLength) {
-        const uint32_t n = std::min(blockLength, count - done);
+    for (uint64_t done = 0; done < count; done += blockLength) {
+        const auto n = static_cast<uint32_t>(std::min<uint64_t>(blockLength, count - done));
         const void* bits = elementAt(counts, done);
         if (narrow) {
             ConvertArray({widened, m_tableType}, {elementAt(counts, done), counts.type}, n);
@@ -101,7 +101,7 @@ COUNTS_OUTSIDE CCountsConverter::convertByTable(float* dst, STypedData counts, u
         }
         int32_t lowest = 0;
         int32_t highest = 0;
-        table.lookUp[kind](dst + done, bits, n, m_table.data(), lowest, highest);
+        table.lookUp[kind](elementAt(dst, done), bits, n, m_table.data(), lowest, highest);
         if (lowest >= low && highest <= high) continue;
         table.countOutside[kind](bits, n, low, high, outside.below, outside.above);
     }
@@ -114,11 +114,11 @@ COUNTS_OUTSIDE CCountsConverter::convertDirectly(STypedData dst, STypedData coun
     COUNTS_OUTSIDE outside;
     if (!readable || write == nullptr) return outside;
     double values[blockLength];
-    for (uint32_t done = 0; done < count; done += blockLength) {
-        const uint32_t n = std::min(blockLength, count - done);
+    for (uint64_t done = 0; done < count; done += blockLength) {
+        const auto n = static_cast<uint32_t>(std::min<uint64_t>(blockLength, count - done));
         if (counts.type == EDataType::uint64) {
             for (uint32_t i = 0; i < n; ++i) {
-                values[i] = static_cast<double>(kernels::load<uint64_t>(counts.pointer, done + i));
+                values[i] = kernels::fromUInt64(kernels::load<uint64_t>(counts.pointer, done + i));
             }
         } else {
             ConvertArray({values, EDataType::flt64}, {elementAt(counts, done), counts.type}, n);

@@ -62,6 +62,12 @@ constexpr To convert(From x) {
     }
 }
 
+/// A uint64 as a double: rounded as a signed number, and from 2^63 on once more when 2^64 is added to that.
+constexpr double fromUInt64(uint64_t x) {
+    const auto asSigned = static_cast<double>(static_cast<int64_t>(x));
+    return static_cast<int64_t>(x) < 0 ? asSigned + 18446744073709551616.0 : asSigned;
+}
+
 /// The arithmetic type of a pair, in which the language would subtract the two.
 template <class A, class B>
 using PairType = decltype(A() + B());

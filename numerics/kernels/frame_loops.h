@@ -23,7 +23,7 @@ void hornerLoop(double* values, size_t count, const double* coefficients, size_t
 }
 
 /// Four counts in one load, four values in one store.
-inline void lookUpFour(float* dst, const void* bits, const float* table) {
+inline void lookUpFour(void* dst, const void* bits, const float* table) {
     const auto four = load<uint64_t>(bits, 0);
     const Vector<float, 4> values = {table[four & 0xFFFF], table[four >> 16 & 0xFFFF], table[four >> 32 & 0xFFFF],
                                      table[four >> 48]};
@@ -33,7 +33,7 @@ inline void lookUpFour(float* dst, const void* bits, const float* table) {
 /// The look-up is bound by its loads, one for each count and one more for four. The extremes ride along: hardly any
 /// frame has a count outside, and one that has none need not be read again to count them.
 template <class T>
-void lookUpLoop(float* dst, const void* bits, size_t count, const float* table, int32_t& lowest, int32_t& highest) {
+void lookUpLoop(void* dst, const void* bits, size_t count, const float* table, int32_t& lowest, int32_t& highest) {
     using V = Vector<T>;
     constexpr size_t lanes = vectorBytes / sizeof(T);
     const auto* counts = static_cast<const unsigned char*>(bits);
@@ -45,7 +45,8 @@ void lookUpLoop(float* dst, const void* bits, size_t count, const float* table, 
         const V x = loadVector<V>(from);
         low = x < low ? x : low;
         high = x > high ? x : high;
-        for (size_t k = 0; k < lanes; k += 4) lookUpFour(dst + i + k, from + k * sizeof(T), table);
+        for (size_t k = 0; k < lanes; k += 4)
+            lookUpFour(static_cast<Loose<float>*>(dst) + i + k, from + k * sizeof(T), table);
     }
     int32_t least = std::numeric_limits<T>::max();
     int32_t most = std::numeric_limits<T>::min();
@@ -57,7 +58,7 @@ void lookUpLoop(float* dst, const void* bits, size_t count, const float* table, 
         const int32_t x = load<T>(bits, i);
         least = x < least ? x : least;
         most = x > most ? x : most;
-        dst[i] = table[static_cast<uint16_t>(x)];
+        store(dst, i, table[static_cast<uint16_t>(x)]);
     }
     lowest = least;
     highest = most;

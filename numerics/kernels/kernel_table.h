@@ -56,6 +56,8 @@ struct KernelTable {
     /// Copies whole lines of 64 bytes between addresses that are multiples of 64, past the caches where the machine
     /// can.
     void (*stream)(void* dst, const void* src, size_t bytes);
+    /// Behind it, other threads see what was streamed in the order of the program.
+    void (*endStream)();
 
     // Planck's law with the constants of qv/spectral.h, x in microns. Every result is that of the documented formula,
     // with an exponential and a fifth power of the kernels' own, each within 2 units in the last place of the exact
@@ -72,9 +74,10 @@ struct KernelTable {
     // Frames of counts.
     /// values[i] = the polynomial at values[i], lowest power first, by Horner's rule.
     void (*horner)(double* values, size_t count, const double* coefficients, size_t order);
-    /// dst[i] = table[bits[i]], and the extremes of the counts. `bits` are 16-bit counts at any address.
+    /// dst[i] = table[bits[i]], and the extremes of the counts. `bits` are 16-bit counts, `dst` floats, each at any
+    /// address.
     /// REQUIRES: count > 0.
-    using LookUp = void (*)(float* dst, const void* bits, size_t count, const float* table, int32_t& lowest,
+    using LookUp = void (*)(void* dst, const void* bits, size_t count, const float* table, int32_t& lowest,
                             int32_t& highest);
     std::array<LookUp, 2> lookUp;  ///< [0 for uint16, 1 for int16]
     /// Adds how many of the counts lie below `low` and above `high`.

@@ -46,6 +46,7 @@ constexpr KernelTable makeTable(const char* name, std::index_sequence<s...> all)
     table.affine[0] = {affineLoop<float, false>, affineLoop<float, true>};
     table.affine[1] = {affineLoop<double, false>, affineLoop<double, true>};
     table.stream = streamLoop;
+    table.endStream = endStream;
     table.planckStrengths = planckStrengths;
     table.planckCurve = planckCurve;
     table.planckBand = planckBand;

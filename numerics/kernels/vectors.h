@@ -181,6 +181,12 @@ inline Vector<uint16_t> shiftRight(Vector<uint16_t> a, int bits) { return a >> s
 
 #endif
 
+inline void endStream() {
+#if defined(__SSE2__)
+    _mm_sfence();
+#endif
+}
+
 }  // namespace
 
 }  // namespace qv::kernels::QV_KERNEL_SET

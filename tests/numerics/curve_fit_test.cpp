@@ -203,6 +203,8 @@ TEST(CalcR2, IsZeroWhereItSaysSo) {
     // By hand: n = 3, S = 6, 12.5; S(pp) = 14, S(yy) = 62.25, S(py) = 29.5: 13.5^2 / (6 * 30.5).
     EXPECT_DOUBLE_EQ(CalcR2(x, y), 182.25 / 183.0);
     EXPECT_DOUBLE_EQ(CalcR2(x, y, line), 182.25 / 183.0);
+    TArray<double> level = arrayOf({0.1, 0.1, 0.1});  // whose sums of squares are rounded
+    EXPECT_TRUE(std::isnan(CalcR2(level, y)) && std::isnan(CalcR2(y, level)) && std::isnan(CalcR2(level, level)));
 }
 
 TEST(PolyValue, SumsPowersAndRefusesASingleCoefficient) {
@@ -283,6 +285,11 @@ double planeModel(double x1, double x2, double* p, int count) {
 }
 double lineModel(double x, double* p, int) { return p[0] + p[1] * x; }
 double hillModel(double x, double* p, int) { return p[0] > 2.0 ? std::nan("") : p[0] * x; }
+int steepCalls = 0;
+double steepModel(double, double* p, int) {
+    ++steepCalls;
+    return 1e308 * p[0];
+}
 double brokenModel(double, double*, int) { return std::nan(""); }
 
 TEST(LmFit2, KeepsParametersThatAreNotFree) {
@@ -335,6 +342,14 @@ TEST(LmFit, TakesBackStepsIntoValuesThatAreNotFinite) {
     TArray<double> p = arrayOf({0.001});
     EXPECT_TRUE(lmfit(x, y, p, allFree(1), hillModel, 1000));
     EXPECT_NEAR(p.data()[0], 1.9, 1e-9);
+}
+
+TEST(LmFit, EndsWhereNoStepIsFinite) {
+    TArray<double> x = arrayOf({1, 2});
+    TArray<double> y = arrayOf({1.7e308, 0});
+    TArray<double> p = arrayOf({0});
+    EXPECT_FALSE(lmfit(x, y, p, allFree(1), steepModel, 100000));
+    EXPECT_LT(steepCalls, 100);
 }
 
 }  // namespace

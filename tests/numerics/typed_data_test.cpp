@@ -387,6 +387,12 @@ TEST(TypedBuffer, ElementsReadAndWriteAsDoubles) {
     }
 }
 
+TEST(TypedBuffer, UInt64ReadsAsASignedNumberRaisedBy2To64) {
+    const TSharedPtr<ITypedBuffer> buffer = AllocTypedBuffer(EDataType::uint64, 1);
+    buffer->uint64()[0] = 0x8000000000000401;  // to 2^63 + 1024, half way, and on to the even neighbour
+    EXPECT_EQ(buffer->getAt(0), 0x1p63);
+}
+
 TEST(TypedBuffer, RGBReadsAsTheMeanAndIsNotWritten) {
     const TSharedPtr<ITypedBuffer> buffer = AllocTypedBuffer(EDataType::rgb24, 2);
     buffer->rgb24()[1] = {1, 2, 6};
