@@ -7,10 +7,10 @@
 
 #include "command.h"
 #include "container.h"
+#include "copy.h"
 #include "json.h"
 #include "pack_check.h"
 #include "places.h"
-#include "progress.h"
 #include "qv/diagnostic.h"
 #include "qv/file_system.h"
 #include "source.h"
@@ -86,20 +86,8 @@ Exit list(const Options& options) {
     return Exit::done;
 }
 
-/// Moves all bytes; a sentence on failure.
-void copyBytes(qv::IFile& from, qv::IFile& to, const std::string& source, const std::string& target) {
-    std::vector<char> block(1 << 20);
-    Progress progress(target, static_cast<uint64_t>(from.GetSize()), 1);
-    for (int64_t left = from.GetSize(); left > 0;) {
-        const auto count = static_cast<uint32_t>(std::min<int64_t>(left, static_cast<int64_t>(block.size())));
-        qv::ClearDiagnostic();
-        if (!from.ReadBytes(block.data(), count)) throw diagnosed(Exit::damaged, source, "ends early");
-        if (!to.WriteBytes(block.data(), count))
-            throw diagnosed(Exit::io, target, "cannot be written (is the disk full?)");
-        progress.advance(count);
-        left -= count;
-    }
-}
+/// An entry, or a file that others write to meanwhile.
+constexpr Shortfall endsEarly = {Exit::damaged, "ends early"};
 
 /// Where an entry goes below a folder. A name from a file does not lead out of it.
 std::string placeFor(const std::string& folder, const std::string& name) {
@@ -119,7 +107,7 @@ void getEntry(Container& container, const std::string& name, const std::string& 
     Target target(place, options.force);
     {
         const File to = target.open();
-        copyBytes(*from, *to, options.container + ":" + name, place);
+        copyContents(*from, *to, options.container + ":" + name, place, endsEarly);
     }
     target.commit();
     remark(options.container + ":" + name + " -> " + place);
@@ -210,7 +198,7 @@ void addFiles(Container& container, const Options& options) {
         }
         open.push_back(to);
         try {
-            copyBytes(*from, *to, name, options.container + ":" + entry);
+            copyContents(*from, *to, name, options.container + ":" + entry, endsEarly);
         } catch (const Failure&) {
             container.remove({container.hasKinds() ? nameOfLast(container) : entry});  // the half of it
             open.clear();

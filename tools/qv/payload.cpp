@@ -1,32 +1,18 @@
 #include "payload.h"
 
-#include <algorithm>
 #include <filesystem>
 #include <optional>
 #include <set>
 
 #include "command.h"
+#include "copy.h"
 #include "places.h"
 #include "qv/cd_file_system.h"
-#include "qv/diagnostic.h"
 #include "qv/memory_file_system.h"
 #include "source.h"
 #include "text.h"
 
 namespace tool {
-
-void copyContents(qv::IFile& in, qv::IFile& out, const std::string& from, const std::string& to) {
-    std::vector<char> block(1 << 20);
-    in.SeekToBegin();
-    for (int64_t left = in.GetSize(); left > 0;) {
-        const auto count = static_cast<uint32_t>(std::min<int64_t>(left, static_cast<int64_t>(block.size())));
-        qv::ClearDiagnostic();
-        if (!in.ReadBytes(block.data(), count)) throw diagnosed(Exit::io, from, "cannot be read");
-        if (!out.WriteBytes(block.data(), count))
-            throw diagnosed(Exit::io, to, "cannot be written (is the disk full?)");
-        left -= count;
-    }
-}
 
 qv::TSharedPtr<qv::IFile> payloadOf(const std::vector<PayloadPart>& parts) {
     if (parts.empty()) return nullptr;

@@ -20,7 +20,4 @@ qv::TSharedPtr<qv::IFile> payloadOf(const std::vector<PayloadPart>& parts);
 /// Opens files for a payload; each gets the last part of its path as its name. Fails with a sentence.
 std::vector<PayloadPart> payloadFiles(const std::vector<std::string>& paths);
 
-/// Copies the whole contents of a file behind what is written already; `from` and `to` are for the sentences.
-void copyContents(qv::IFile& in, qv::IFile& out, const std::string& from, const std::string& to);
-
 }  // namespace tool

@@ -5,6 +5,7 @@
 #include <optional>
 
 #include "command.h"
+#include "copy.h"
 #include "json.h"
 #include "payload.h"
 #include "picture.h"
