@@ -311,7 +311,7 @@ TEST(TypedArrays, LargeResultsAreThoseOfManySmallCalls) {
         }
         EXPECT_TRUE(large == small) << pairName(d, s) << " at " << offset;
     };
-    for (const size_t offset : {0, 8, 13}) {
+    for (const size_t offset : {size_t{0}, size_t{8}, size_t{13}}) {
         check(EDataType::flt32, EDataType::uint16, offset);
         check(EDataType::flt64, EDataType::flt32, offset);
         check(EDataType::int16, EDataType::int8, offset);
